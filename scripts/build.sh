@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Configures and builds qorclustd and its tests. Usage: build.sh [--sanitize]
+# Prints the build directory on its last line.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+dir="$root/build"
+opts=(-DCMAKE_BUILD_TYPE=RelWithDebInfo)
+if [ "${1:-}" = "--sanitize" ]; then
+  dir="$root/build-sanitize"
+  opts+=(-DQOR_SANITIZE=ON)
+fi
+cmake -S "$root" -B "$dir" "${opts[@]}" >/dev/null
+cmake --build "$dir" -j"$(nproc)" >&2
+echo "$dir"

@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Installs every Debian package that building, testing and running qorclustd needs.
+# Idempotent: packages already installed are left alone and apt is not touched at all
+# when nothing is missing.
+set -euo pipefail
+
+PACKAGES=(
+  # build
+  cmake g++ make pkg-config clang-format
+  libgtest-dev libgmock-dev
+  # database pools
+  libzdb-dev
+  # test databases and the program's runtime tools
+  mariadb-server mariadb-client
+  iputils-ping rsync openssh-client openssh-server
+  procps iproute2 util-linux coreutils grep sed
+)
+
+missing=()
+for p in "${PACKAGES[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$p")
+  fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+
+if [ "$(id -u)" -ne 0 ]; then
+  echo "install-deps: need root to install: ${missing[*]}" >&2
+  exit 1
+fi
+
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -qq
+apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -1,0 +1,100 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <string>
+
+#include "base/clock.h"
+#include "base/fixed_text.h"
+#include "base/line_reader.h"
+#include "base/shell.h"
+#include "support/temp_dir.h"
+
+namespace qor {
+namespace {
+
+TEST(BaseFixedText, WritesAreCutAtCapacityAndSaySo) {
+  FixedText<8> t;
+  EXPECT_TRUE(t.set("1234567"));
+  EXPECT_EQ(t.size(), 7u);
+  EXPECT_FALSE(t.set("123456789"));
+  EXPECT_STREQ(t.c_str(), "1234567");
+  EXPECT_TRUE(t.set("abc"));
+  EXPECT_TRUE(t.append("defg"));
+  EXPECT_FALSE(t.append("h"));
+  EXPECT_STREQ(t.c_str(), "abcdefg");
+  EXPECT_FALSE(t.format("%d", 123456789));
+  EXPECT_STREQ(t.c_str(), "1234567");
+  EXPECT_TRUE(t.set(static_cast<const char*>(nullptr)));
+  EXPECT_TRUE(t.empty());
+}
+
+TEST(BaseShell, OnlyAddressAndHostCharactersAreSafe) {
+  struct Case {
+    const char* value;
+    bool safe;
+  } cases[] = {
+      {"127.0.0.1", true},  {"db-1.example_x", true}, {"fe80::1", true}, {"", false},
+      {"a b", false},       {"a;rm", false},          {"$(x)", false},   {"a'b", false},
+      {"a\nb", false},      {"a/b", false},           {"-n", true},
+  };
+  for (const Case& c : cases) EXPECT_EQ(IsShellSafeWord(c.value), c.safe) << c.value;
+  EXPECT_FALSE(IsShellSafeWord(nullptr));
+}
+
+TEST(BaseShell, PopenRunnerDeliversLinesInPiecesOfTheLineLimit) {
+  std::string got;
+  int pieces = 0;
+  bool ran = RunShell("printf 'abcdef\\nxy\\n'", 4, [&](char* line) {
+    got += line;
+    got += '|';
+    ++pieces;
+  });
+  EXPECT_TRUE(ran);
+  EXPECT_EQ(got, "abc|def|\n|xy\n|");
+  EXPECT_EQ(pieces, 4);
+}
+
+TEST(BaseLineReader, ReadsLikeFgetsIncludingNulAndLongLines) {
+  qortest::TempDir dir;
+  std::string content = "one\n" + std::string(10, 'x') + "\nz\0y\nlast";
+  content[content.find('z') + 1] = '\0';
+  std::string path = dir.Write("f", content);
+  LineReader in(path.c_str());
+  ASSERT_TRUE(in.ok());
+  char buf[8];
+  std::string pieces;
+  while (in.Next(buf, sizeof buf)) pieces += std::string(buf) + "|";
+  EXPECT_EQ(pieces, "one\n|xxxxxxx|xxx\n|z|last|");
+  EXPECT_FALSE(LineReader("/nonexistent/file").ok());
+}
+
+TEST(BaseClock, DateFormsHaveTwoDigitFields) {
+  setenv("TZ", "UTC", 1);
+  tzset();
+  struct Case {
+    int form;
+    const char* text;
+  } cases[] = {
+      {kDateTime, "2026/03/04 05:06:07"},
+      {kDateStamp, "20260304_050607"},
+      {kDateSlashed, "2026/03/04"},
+      {kDateMonth, "202603"},
+      {9, "2026/03/04 05:06:07"},
+  };
+  time_t t = 1772600767;  // 2026-03-04 05:06:07 UTC
+  for (const Case& c : cases) {
+    char text[32];
+    FormatQorDate(text, sizeof text, t, c.form);
+    EXPECT_STREQ(text, c.text) << c.form;
+  }
+  char text[32];
+  FormatQorDate(text, sizeof text, 1798761599, kDateTime);  // 2026-12-31 23:59:59 UTC
+  EXPECT_STREQ(text, "2026/12/31 23:59:59");
+  int64_t before = static_cast<int64_t>(time(nullptr)) * 1000;
+  int64_t mill = getqortimemill();
+  EXPECT_GE(mill, before);
+  EXPECT_LT(mill, before + 2000);
+}
+
+}  // namespace
+}  // namespace qor

@@ -1,0 +1,31 @@
+// Wall-clock readings: milliseconds since the epoch for every *mill value, and the local date
+// texts of the monitors.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+
+namespace qor {
+
+// Seconds * 1000 + microseconds / 1000 of gettimeofday.
+int64_t getqortimemill();
+
+// Date text forms of mygetdate.
+enum DateForm { kDateTime = 0, kDateStamp = 1, kDateSlashed = 2, kDateMonth = 3 };
+
+// Returns time() and writes the same instant as local date text into text (form 1
+// YYYYMMDD_hhmmss, 2 YYYY/MM/DD, 3 YYYYMM, anything else YYYY/MM/DD hh:mm:ss).
+time_t mygetdate(char* text, size_t size, int form);
+
+// The text mygetdate writes for the instant t (local time).
+void FormatQorDate(char* text, size_t size, time_t t, int form);
+
+}  // namespace qor
+
+namespace qor {
+
+// Milliseconds since the epoch taken at start-up, and again at the start of each heartbeat.
+extern int64_t Timemill;
+
+}  // namespace qor

@@ -1,0 +1,13 @@
+#include "base/fatal.h"
+
+#include <err.h>
+
+#include <cstdlib>
+
+namespace qor {
+
+void FatalExit() { std::exit(1); }
+
+void FatalCommand(const char* what) { err(1, "%s", what); }
+
+}  // namespace qor

@@ -1,0 +1,76 @@
+// Bounded, always-terminated text of N bytes (N - 1 characters). Every write either fits or is cut
+// at the capacity and says so; nothing ever writes past the buffer. Not thread-safe (nothing is).
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+namespace qor {
+
+// Copies at most size - 1 bytes of src into dst and terminates it. Returns false when src was cut.
+inline bool CopyText(char* dst, size_t size, std::string_view src) {
+  if (size == 0) return src.empty();
+  size_t n = src.size() < size - 1 ? src.size() : size - 1;
+  if (n > 0) std::memmove(dst, src.data(), n);
+  dst[n] = '\0';
+  return n == src.size();
+}
+
+inline bool CopyText(char* dst, size_t size, const char* src) {
+  return CopyText(dst, size, std::string_view(src ? src : ""));
+}
+
+// vsnprintf into dst; returns false when the result was cut (or formatting failed).
+inline bool FormatTextV(char* dst, size_t size, const char* fmt, va_list ap) {
+  int n = std::vsnprintf(dst, size, fmt, ap);
+  return n >= 0 && static_cast<size_t>(n) < size;
+}
+
+template <size_t N>
+struct FixedText {
+  static_assert(N >= 2, "a FixedText holds at least one character");
+  static constexpr size_t kCapacity = N - 1;
+
+  char buf[N] = {};
+
+  FixedText() = default;
+  FixedText(const char* s) { set(s); }  // NOLINT: implicit from literals keeps records readable
+
+  bool set(std::string_view s) { return CopyText(buf, N, s); }
+  bool set(const char* s) { return CopyText(buf, N, s); }
+  template <size_t M>
+  bool set(const FixedText<M>& o) {
+    return CopyText(buf, N, o.view());
+  }
+
+  bool append(std::string_view s) {
+    size_t len = size();
+    return CopyText(buf + len, N - len, s);
+  }
+
+  bool format(const char* fmt, ...) __attribute__((format(printf, 2, 3))) {
+    va_list ap;
+    va_start(ap, fmt);
+    bool ok = FormatTextV(buf, N, fmt, ap);
+    va_end(ap);
+    return ok;
+  }
+
+  void clear() { buf[0] = '\0'; }
+  const char* c_str() const { return buf; }
+  char* data() { return buf; }
+  size_t size() const { return std::strlen(buf); }
+  bool empty() const { return buf[0] == '\0'; }
+  std::string_view view() const { return std::string_view(buf); }
+
+  bool operator==(std::string_view s) const { return view() == s; }
+  template <size_t M>
+  bool operator==(const FixedText<M>& o) const {
+    return view() == o.view();
+  }
+};
+
+}  // namespace qor

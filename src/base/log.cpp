@@ -1,0 +1,36 @@
+#include "base/log.h"
+
+#include <syslog.h>
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace qor {
+
+int Xmode = 0;
+
+void LogNotice(const char* fmt, ...) {
+  va_list ap;
+  va_start(ap, fmt);
+  vsyslog(LOG_NOTICE, fmt, ap);
+  va_end(ap);
+}
+
+void LogError(const char* fmt, ...) {
+  va_list ap;
+  va_start(ap, fmt);
+  vsyslog(LOG_ERR, fmt, ap);
+  va_end(ap);
+}
+
+void Trace(const char* fmt, ...) {
+  if (!Xmode) return;
+  va_list ap;
+  va_start(ap, fmt);
+  std::vprintf(fmt, ap);
+  va_end(ap);
+}
+
+void CloseLog() { closelog(); }
+
+}  // namespace qor

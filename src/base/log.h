@@ -1,0 +1,16 @@
+// Logging: syslog notices and errors, and the "_x" debug trace on standard output. The command
+// side logs with the logger's defaults (no openlog); the daemon opens its own identity.
+#pragma once
+
+namespace qor {
+
+// 1 when the option word carried the debug suffix: trace lines go to standard output.
+extern int Xmode;
+
+void LogNotice(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+void LogError(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+// Printed only in debug mode; every trace text begins with "_x" (or "_" for a few old ones).
+void Trace(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+void CloseLog();
+
+}  // namespace qor

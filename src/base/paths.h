@@ -1,0 +1,13 @@
+// The fixed paths of the platform that this program reads or runs.
+#pragma once
+
+namespace qor {
+
+constexpr const char* kQorDir = "/var/www/html/qor";
+constexpr const char* kConfFile = "/var/www/html/qor/.qorconf";
+constexpr const char* kEnvFile = "/var/www/html/qor/.env";
+constexpr const char* kProcCpuinfo = "/proc/cpuinfo";
+constexpr const char* kProcLoadavg = "/proc/loadavg";
+constexpr const char* kProcStat = "/proc/stat";
+
+}  // namespace qor

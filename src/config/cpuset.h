@@ -1,0 +1,39 @@
+// Processor sets: turns the configured qor_cpuset text into the list of sets and, for range
+// specifications, the processor count that replaces the detected core count.
+// InitCpusets must run once before the first configuration read.
+#pragma once
+
+#include "base/fixed_text.h"
+
+namespace qor {
+
+constexpr int kCpusetSlots = 12;
+using CpusetText = FixedText<128>;
+
+// The processor sets in order; unused slots hold the empty text.
+extern CpusetText Cpusets[kCpusetSlots];
+// Number of sets in use (0: no restriction).
+extern int Cpusetnum;
+// Memory-node sets: emptied here, filled by no part of this program.
+extern CpusetText Mems[kCpusetSlots];
+
+void InitCpusets();
+
+// 0 when spec was understood, 1 when it is empty or malformed. proccount: logical processors.
+int getcpuset(CpusetText* cpusets, const char* spec, int* cpusetnum, int proccount);
+
+// Recomputes Cpu.cores from cnf.cpuset when it names ranges.
+void cnfcore();
+
+// Size b - a + 1 of a range a-b; a piece naming a single processor counts 1.
+int coreint(const char* range);
+
+// Splits text in place at any of the delimiter characters, skipping empty pieces; stores at most
+// maxParts pieces and returns how many it stored.
+int charsplit(char* text, const char* delimiters, char** parts, int maxParts);
+constexpr int kMaxSplitParts = 128;
+
+// Number of occurrences of delimiter in text, as the platform's shell count has always given it.
+int charnum(const char* text, char delimiter);
+
+}  // namespace qor

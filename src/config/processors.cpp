@@ -1,0 +1,7 @@
+#include "config/processors.h"
+
+namespace qor {
+
+CpuRecord Cpu;
+
+}  // namespace qor

@@ -1,0 +1,28 @@
+#include "config/qorver.h"
+
+#include <cstring>
+
+#include "base/line_reader.h"
+#include "base/paths.h"
+#include "base/shell.h"
+#include "config/strutil.h"
+
+namespace qor {
+
+int getqorver(FixedText<128>& out) {
+  LineReader in(kEnvFile);
+  if (!in.ok()) return 1;
+  out.clear();
+  char line[8192];
+  while (in.Next(line, sizeof line)) {
+    ChopLast(line);
+    if (std::strncmp(line, "QOR_VERSION", 11) == 0) {
+      // A value longer than the 127 characters the version field holds is cut there.
+      getval(out, line, '=');
+      return 0;
+    }
+  }
+  return 1;
+}
+
+}  // namespace qor

@@ -1,0 +1,34 @@
+// Processor facts and load: the four /proc/cpuinfo pipelines, the load average and the weighted
+// load per processor that steers where new containers go. A pipeline that cannot be started or an
+// unreadable /proc/loadavg ends the process (FatalCommand / FatalExit).
+#pragma once
+
+#include "base/fixed_text.h"
+#include "config/qorconf.h"
+
+namespace qor {
+
+// Length of the model text written into model, 0 when none was found (model then unchanged).
+int getcpumodel(FixedText<128>& model);
+// Number of processor packages.
+int getcpus(int* cpus);
+// Distinct core ids of one package (unchanged when the pipeline prints nothing).
+int getcpucores(int* cores);
+// Logical processors (unchanged when the pipeline prints nothing).
+int getcpuprocs(int* procs);
+// Fills model, cpus, cores, phycores and procs of Cpu.
+void GetCpuinfo();
+
+// One-minute load average from /proc/loadavg; always 1.
+int getcpuloadavg(float* loadavg);
+// The load and the load per processor (0 when cores is 0); always 0.
+int getcpuloadavgpp(int cores, float* loadavg, float* loadavgpp);
+
+// The weighted load per processor for n containers (own lumo containers already subtracted)
+// under the configuration's rates and limits. Never NaN or infinite.
+float WeightLoadPerProc(float loadavgpp, int n, const Cnf& conf);
+
+// Refreshes all of Cpu, including the weighted loadavgpp; always 0.
+int GetCpuData();
+
+}  // namespace qor

@@ -1,0 +1,27 @@
+// Processor, memory and disk utilisation as fractions from 0 to 1, refreshed by the cycle loop and
+// written by the full row update. No result is ever NaN or infinite.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace qor {
+
+extern double CpuUtil;
+extern double MemUtil;
+extern double DiskUtil;
+
+// Total and idle jiffies from the first line of /proc/stat; 1 when it cannot be opened.
+int getcpuidle(int64_t* total, int64_t* idle);
+// 1 - didle / dtotal between two samples; 0.0 when the total did not move.
+double CpuUtilBetween(int64_t prevTotal, int64_t prevIdle, int64_t total, int64_t idle);
+// used / total from the second line of `free`; a failed start ends the process.
+double getmemutil();
+// (total - free) / total of the file system holding path; 0.0 when it cannot be measured.
+double getdiskutil(const char* path);
+
+// Word n (from 0) of line, words separated by blanks, tabs and newlines: 0 with the word, or 1
+// with the empty text. out is cut at size - 1 characters.
+int getword(char* out, size_t size, const char* line, int n);
+
+}  // namespace qor

@@ -1,0 +1,34 @@
+#include "store/clust_record.h"
+
+#include <cstring>
+
+namespace qor {
+
+ClustRecord Clust;
+ClustRecord* ClustsOnMaster[Maxcluster];
+ClustRecord* ClustsOnSlave[Maxcluster];
+ClustRecord* ClustsTemp[Maxcluster];
+
+namespace {
+
+// The records live as long as the process; static storage gives them that without a free.
+ClustRecord records[3][Maxcluster];
+
+}  // namespace
+
+void InitClusterMem() {
+  for (int i = 0; i < Maxcluster; ++i) {
+    ClustsOnMaster[i] = &records[0][i];
+    ClustsOnSlave[i] = &records[1][i];
+    ClustsTemp[i] = &records[2][i];
+  }
+}
+
+int RoleIdOf(const char* role) {
+  if (!std::strcmp(role, "master")) return 100;
+  if (!std::strcmp(role, "slave")) return 101;
+  if (!std::strcmp(role, "member")) return 102;
+  return 0;
+}
+
+}  // namespace qor
