@@ -1,0 +1,154 @@
+#include "store/pools.h"
+
+#include <cctype>
+#include <cstring>
+
+#include "base/log.h"
+#include "base/shell.h"
+#include "config/qorconf.h"
+
+namespace qor {
+
+QzPool* mpool = nullptr;
+QzPool* spool = nullptr;
+int ConnectionPool = 1;
+
+namespace {
+
+void LogLibraryError(const char* message) { LogError("libzdb: %s", message); }
+
+// The numbered notices of one side: the master uses 1/2, the slave 3/4, standalone 5/6.
+struct Side {
+  QzPool** pool;
+  const char* name;  // "mpool" or "spool"
+  int notice;
+};
+
+void BuildPool(const Side& side, const char* address) {
+  if (ConnectionPool == 5) {
+    LogNotice("reconnect_mysql(%d) cluster=%d mpool=%p spool=%p (%d)", side.notice, Cluster,
+              static_cast<void*>(mpool), static_cast<void*>(spool), ConnectionPool);
+  }
+  char password[256];
+  url_encode(password, sizeof password, cnf.dbpwd.c_str());
+  FixedText<512> url;
+  url.format("mysql://%s/qor?user=qordirect&password=%s", address, password);
+  qz_set_error_logger(LogLibraryError);
+  *side.pool = qz_pool_start(url.c_str(), ConnectionPool);
+  if (*side.pool == nullptr) LogError("Connection Failure %s to %s", side.name, address);
+  if (ConnectionPool == 5) {
+    LogNotice("reconnect_mysql(%d) starting cluster=%d mpool=%p spool=%p toadr=%s(%d)",
+              side.notice + 1, Cluster, static_cast<void*>(mpool), static_cast<void*>(spool),
+              address, ConnectionPool);
+  }
+}
+
+void Reconnect(const Side& side, const char* role, const char* address) {
+  if (Ping(address, 1, 3) != 0) {
+    if (*side.pool != nullptr) {
+      qz_pool_free(*side.pool);
+      *side.pool = nullptr;
+      LogError("Ping %s(%s) failed in ReconnectCluster. Made %s null", role, address, side.name);
+    } else {
+      LogError("Ping %s(%s) failed in ReconnectCluster. %s is already null", role, address,
+               side.name);
+    }
+    return;
+  }
+  if (*side.pool == nullptr) BuildPool(side, address);
+}
+
+}  // namespace
+
+int ReconnectCluster() {
+  if (!Cluster) {
+    if (mpool == nullptr) BuildPool({&mpool, "mpool", 5}, cnf.dbsvr.c_str());
+    return 1;
+  }
+  Reconnect({&mpool, "mpool", 1}, "master", cnf.clustmaster.c_str());
+  Reconnect({&spool, "spool", 3}, "slave", cnf.clustslave.c_str());
+  return 1;
+}
+
+void CloseConnectionPool() {
+  if (mpool != nullptr) qz_pool_free(mpool);
+  mpool = nullptr;
+  if (spool != nullptr) qz_pool_free(spool);
+  spool = nullptr;
+}
+
+int Ping(const char* address, int deadline, int attempts) {
+  // The address stands unquoted on a shell command line: anything but a plain address or host
+  // name is refused here, once per call, and counts as not answering.
+  if (!IsShellSafeWord(address)) {
+    LogError("ping refused address (%.64s)", address ? address : "");
+    return 1;
+  }
+  FixedText<256> command;
+  command.format("%s %d %s", "/bin/ping -c 1 -w", deadline, address);
+  for (int i = 0; i < attempts; ++i) {
+    bool answered = false;
+    RunShell(command.c_str(), 8192, [&](char* line) {
+      if (std::strlen(line) > 8 && std::strncmp(line, "64 bytes", 8) == 0) answered = true;
+    });
+    if (answered) return 0;
+  }
+  return 1;
+}
+
+char to_hex(int value) { return "0123456789abcdef"[value & 15]; }
+
+bool url_encode(char* out, size_t size, const char* text) {
+  size_t n = 0;
+  for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p) {
+    char enc[4] = {static_cast<char>(*p), '\0', '\0', '\0'};
+    if (*p == ' ') {
+      enc[0] = '+';
+    } else if (!std::isalnum(*p) || *p > 127) {
+      if (*p != '-' && *p != '_' && *p != '.' && *p != '~') {
+        enc[0] = '%';
+        enc[1] = to_hex(*p >> 4);
+        enc[2] = to_hex(*p);
+      }
+    }
+    size_t len = std::strlen(enc);
+    if (n + len >= size) {
+      out[n] = '\0';
+      return false;
+    }
+    std::memcpy(out + n, enc, len);
+    n += len;
+  }
+  out[n] = '\0';
+  return true;
+}
+
+QzPool* PoolByTarget(int target) {
+  if (!Cluster) return mpool;
+  if (target == 0) return mpool != nullptr ? mpool : spool;
+  return spool;
+}
+
+QzPool* PoolByAddress(const char* address) {
+  if (!Cluster) return mpool;
+  if (mpool != nullptr && cnf.clustmaster == address) return mpool;
+  if (spool != nullptr && cnf.clustslave == address) return spool;
+  return nullptr;
+}
+
+QzPool* FirstOpenPool() {
+  if (!Cluster) return mpool;
+  return mpool != nullptr ? mpool : spool;
+}
+
+DbConn::DbConn(QzPool* pool) {
+  if (pool == nullptr) return;
+  conn_ = qz_get(pool);
+  usable_ = conn_ != nullptr && qz_ping(conn_) == 1;
+}
+
+DbConn::~DbConn() { qz_close(conn_); }
+
+bool DbConn::Execute(const char* sql) { return qz_execute(conn_, sql) == 0; }
+
+}  // namespace qor

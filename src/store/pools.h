@@ -1,0 +1,78 @@
+// The two connection pools (mpool to the master's database, spool to the slave's), kept in line
+// with the servers' reachability by ReconnectCluster; Ping, the reachability test of the whole
+// program; and the rules by which every statement picks its pool and handles its connection.
+#pragma once
+
+#include <cstddef>
+
+#include "base/fixed_text.h"
+#include "store/zdb_boundary.h"
+
+namespace qor {
+
+// Statuses of every database operation.
+constexpr int kDbOk = 0;
+constexpr int kDbNoConnection = 500;
+constexpr int kDbQueryFailed = 501;
+
+// Pool handles; nullptr when the pool does not exist.
+extern QzPool* mpool;
+extern QzPool* spool;
+// Initial connections of a new pool: 1 for one-shot commands, 5 for the daemon. The reconnect
+// notices are logged only at 5.
+extern int ConnectionPool;
+
+// Drops the pool of a server that stops answering ping, builds a missing one whose server
+// answers (standalone: one pool to dbsvr, no ping). Always 1.
+int ReconnectCluster();
+// Frees mpool, then spool.
+void CloseConnectionPool();
+
+// 0 when address answered one echo request within attempts tries of deadline seconds each.
+// An address that is not a plain address or host name is never run: logged, and 1.
+int Ping(const char* address, int deadline, int attempts);
+
+// Percent-encoding of a password for the connection URL; false when out was too small.
+bool url_encode(char* out, size_t size, const char* text);
+// Lower-case hexadecimal digit of the low four bits of value.
+char to_hex(int value);
+
+// Pool choice. Standalone mode always takes mpool.
+// By target: 0 takes mpool, else spool; any other target takes spool only.
+QzPool* PoolByTarget(int target);
+// By address: mpool for the master's address, spool for the slave's, else none.
+QzPool* PoolByAddress(const char* address);
+// First open pool: mpool, else spool.
+QzPool* FirstOpenPool();
+
+// A connection taken from a pool for one statement and given back when it goes out of scope.
+class DbConn {
+ public:
+  explicit DbConn(QzPool* pool);
+  ~DbConn();
+  DbConn(const DbConn&) = delete;
+  DbConn& operator=(const DbConn&) = delete;
+
+  // False when there was no pool, no connection, or the connection failed its ping.
+  bool usable() const { return usable_; }
+  // Runs a write: true when the database accepted it.
+  bool Execute(const char* sql);
+  // Runs a query, calling f(ncols, values) for each row: kDbOk, or kDbQueryFailed when the
+  // database raised an error or gave no result set.
+  template <class F>
+  int Query(const char* sql, F&& f);
+
+ private:
+  QzConn* conn_ = nullptr;
+  bool usable_ = false;
+};
+
+template <class F>
+int DbConn::Query(const char* sql, F&& f) {
+  QzRowFn fn = [](void* ctx, int ncols, const char* const* values) {
+    (*static_cast<decltype(&f)>(ctx))(ncols, values);
+  };
+  return qz_query(conn_, sql, fn, &f) == 0 ? kDbOk : kDbQueryFailed;
+}
+
+}  // namespace qor

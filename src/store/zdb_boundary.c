@@ -1,0 +1,131 @@
+#include "store/zdb_boundary.h"
+
+#include <stdlib.h>
+#include <zdb.h>
+
+#define QZ_MAX_COLUMNS 64
+
+struct QzPool {
+  URL_T url;
+  ConnectionPool_T pool;
+};
+
+struct QzConn {
+  Connection_T con;
+};
+
+static QzLogFn error_logger = NULL;
+
+void qz_set_error_logger(QzLogFn fn) { error_logger = fn; }
+
+/* The library calls this instead of ending the process; the message is logged and the program
+ * goes on: the operation at hand then fails like any other database failure. */
+static void abort_handler(const char* error) {
+  if (error_logger != NULL) error_logger(error);
+}
+
+QzPool* qz_pool_start(const char* url, int initial) {
+  QzPool* volatile p = calloc(1, sizeof *p);
+  if (p == NULL) return NULL;
+  p->url = URL_new(url);
+  if (p->url == NULL) {
+    free(p);
+    return NULL;
+  }
+  p->pool = ConnectionPool_new(p->url);
+  ConnectionPool_setAbortHandler(p->pool, abort_handler);
+  ConnectionPool_setInitialConnections(p->pool, initial);
+  volatile int ok = 1;
+  TRY {
+    ConnectionPool_start(p->pool);
+  }
+  CATCH(SQLException) {
+    ok = 0;
+  }
+  END_TRY;
+  if (!ok) {
+    qz_pool_free(p);
+    return NULL;
+  }
+  return p;
+}
+
+void qz_pool_free(QzPool* p) {
+  if (p == NULL) return;
+  if (p->pool != NULL) ConnectionPool_free(&p->pool);
+  if (p->url != NULL) URL_free(&p->url);
+  free(p);
+}
+
+QzConn* qz_get(QzPool* p) {
+  if (p == NULL) return NULL;
+  Connection_T volatile con = NULL;
+  TRY {
+    con = ConnectionPool_getConnection(p->pool);
+  }
+  CATCH(SQLException) {
+    con = NULL;
+  }
+  END_TRY;
+  if (con == NULL) return NULL;
+  QzConn* c = malloc(sizeof *c);
+  if (c == NULL) {
+    Connection_close(con);
+    return NULL;
+  }
+  c->con = con;
+  return c;
+}
+
+int qz_ping(QzConn* c) {
+  volatile int alive = 0;
+  TRY {
+    alive = Connection_ping(c->con) ? 1 : 0;
+  }
+  CATCH(SQLException) {
+    alive = 0;
+  }
+  END_TRY;
+  return alive;
+}
+
+void qz_close(QzConn* c) {
+  if (c == NULL) return;
+  Connection_close(c->con);
+  free(c);
+}
+
+int qz_execute(QzConn* c, const char* sql) {
+  volatile int rc = 0;
+  TRY {
+    Connection_execute(c->con, "%s", sql);
+  }
+  CATCH(SQLException) {
+    rc = -1;
+  }
+  END_TRY;
+  return rc;
+}
+
+int qz_query(QzConn* c, const char* sql, QzRowFn fn, void* ctx) {
+  volatile int rc = 0;
+  TRY {
+    ResultSet_T r = Connection_executeQuery(c->con, "%s", sql);
+    if (r == NULL) {
+      rc = -2;
+    } else {
+      int n = ResultSet_getColumnCount(r);
+      if (n > QZ_MAX_COLUMNS) n = QZ_MAX_COLUMNS;
+      const char* values[QZ_MAX_COLUMNS];
+      while (ResultSet_next(r)) {
+        for (int i = 0; i < n; i++) values[i] = ResultSet_getString(r, i + 1);
+        fn(ctx, n, values);
+      }
+    }
+  }
+  CATCH(SQLException) {
+    rc = -1;
+  }
+  END_TRY;
+  return rc;
+}

@@ -1,0 +1,46 @@
+/* The only doorway to the connection-pool library. Its exception guard is built on
+ * setjmp/longjmp, so every library call stays inside zdb_boundary.c, in C frames, and C++ sees
+ * plain return codes. Rows go out through a callback that makes no library call, so no jump ever
+ * crosses a C++ frame. */
+#ifndef QOR_STORE_ZDB_BOUNDARY_H
+#define QOR_STORE_ZDB_BOUNDARY_H
+
+#include <stddef.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct QzPool QzPool;
+typedef struct QzConn QzConn;
+
+/* Called with each library message that is not a normal SQL error (fatal library errors). */
+typedef void (*QzLogFn)(const char* message);
+void qz_set_error_logger(QzLogFn fn);
+
+/* Creates and starts a pool on url with initial connections. NULL when the library raised an
+ * SQL exception while starting (wrong password, server not listening): nothing is left over. */
+QzPool* qz_pool_start(const char* url, int initial);
+void qz_pool_free(QzPool* pool);
+
+/* A connection of the pool, or NULL when it has none to give. */
+QzConn* qz_get(QzPool* pool);
+/* 1 when the connection's server answers. */
+int qz_ping(QzConn* conn);
+/* Gives the connection back to its pool. */
+void qz_close(QzConn* conn);
+
+/* Runs a statement without result: 0 done, -1 the database raised an error. */
+int qz_execute(QzConn* conn, const char* sql);
+
+/* One row: values[i] is NULL for SQL NULL. Strings live until the callback returns. */
+typedef void (*QzRowFn)(void* ctx, int ncols, const char* const* values);
+/* Runs a query and hands each row to fn: 0 done, -1 the database raised an error, -2 no
+ * result set. At most 64 columns of a row are handed out. */
+int qz_query(QzConn* conn, const char* sql, QzRowFn fn, void* ctx);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
