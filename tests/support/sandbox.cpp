@@ -1,5 +1,7 @@
 #include "support/sandbox.h"
 
+#include "support/syslog_catcher.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
@@ -27,36 +29,6 @@ constexpr const char* kQorDir = "/var/www/html/qor";
   _exit(125);
 }
 
-void BindFile(const std::string& from, const std::string& to) {
-  int fd = open(to.c_str(), O_CREAT | O_WRONLY, 0666);
-  if (fd >= 0) close(fd);
-  if (mount(from.c_str(), to.c_str(), nullptr, MS_BIND, nullptr) != 0) ChildFail(to.c_str());
-}
-
-// A /dev of our own: the usual character devices of the host, and /dev/log as our socket.
-void MakeDev(const std::string& dir) {
-  std::string hostdev = dir + "/hostdev";
-  mkdir(hostdev.c_str(), 0755);
-  if (mount("/dev", hostdev.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) ChildFail("bind /dev");
-  if (mount("tmpfs", "/dev", "tmpfs", 0, "mode=755") != 0) ChildFail("tmpfs /dev");
-  for (const char* n : {"null", "zero", "full", "random", "urandom", "tty"}) {
-    BindFile(hostdev + "/" + n, std::string("/dev/") + n);
-  }
-  symlink("/proc/self/fd", "/dev/fd");
-  symlink("/proc/self/fd/0", "/dev/stdin");
-  symlink("/proc/self/fd/1", "/dev/stdout");
-  symlink("/proc/self/fd/2", "/dev/stderr");
-  mkdir("/dev/shm", 01777);
-  BindFile(dir + "/log.sock", "/dev/log");
-  umount2(hostdev.c_str(), MNT_DETACH);
-}
-
-std::string StripSyslogHead(const std::string& raw) {
-  // "<13>Nov 22 20:23:00 ident[pid]: text" or "<13>Nov 22 20:23:00 ident: text"
-  size_t colon = raw.find(": ", raw.find('>') + 16);
-  return colon == std::string::npos ? raw : raw.substr(colon + 2);
-}
-
 }  // namespace
 
 std::string QorclustdPath() { return QORCLUSTD_PATH; }
@@ -69,19 +41,11 @@ Sandbox::Sandbox() {
 
 RunResult Sandbox::Run(const std::vector<std::string>& args, const RunOptions& opts) const {
   RunResult r;
-  std::string sock = dir_.path() + "/log.sock";
-  unlink(sock.c_str());
-  int logfd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", sock.c_str());
-  if (bind(logfd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+  SyslogCatcher log(dir_.path());
+  if (!log.ok()) {
     r.err = "sandbox: cannot bind the log socket";
-    close(logfd);
     return r;
   }
-  chmod(sock.c_str(), 0666);
-
   int in[2], out[2], err[2];
   if (pipe2(in, O_CLOEXEC) || pipe2(out, O_CLOEXEC) || pipe2(err, O_CLOEXEC)) {
     r.err = "sandbox: pipe failed";
@@ -98,7 +62,11 @@ RunResult Sandbox::Run(const std::vector<std::string>& args, const RunOptions& o
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) ChildFail("private /");
     std::string qor = dir + "/qor";
     if (mount(qor.c_str(), kQorDir, nullptr, MS_BIND, nullptr) != 0) ChildFail("bind qor");
-    MakeDev(dir);
+    std::string e = IsolateDevLog(dir, log.path());
+    if (!e.empty()) {
+      dprintf(2, "sandbox: %s\n", e.c_str());
+      _exit(125);
+    }
     if (opts.uid != 0 && (setgid(opts.uid) != 0 || setuid(opts.uid) != 0)) ChildFail("setuid");
     std::vector<char*> argv;
     argv.push_back(const_cast<char*>(bin.c_str()));
@@ -148,16 +116,7 @@ RunResult Sandbox::Run(const std::vector<std::string>& args, const RunOptions& o
   waitpid(pid, &wstatus, 0);
   r.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
 
-  char msg[8192];
-  for (;;) {
-    ssize_t n = recv(logfd, msg, sizeof msg - 1, MSG_DONTWAIT);
-    if (n <= 0) break;
-    std::string raw(msg, static_cast<size_t>(n));
-    r.syslog_raw.push_back(raw);
-    r.syslog.push_back(StripSyslogHead(raw));
-  }
-  close(logfd);
-  unlink(sock.c_str());
+  log.Take(&r.syslog, &r.syslog_raw);
   return r;
 }
 
