@@ -25,7 +25,8 @@ int getcpuloadavg(float* loadavg);
 int getcpuloadavgpp(int cores, float* loadavg, float* loadavgpp);
 
 // The weighted load per processor for n containers (own lumo containers already subtracted)
-// under the configuration's rates and limits. Never NaN or infinite.
+// under the configuration's rates and limits; clustrate is taken as given (GetCpuData cuts it to
+// 1 first). Never NaN or infinite.
 float WeightLoadPerProc(float loadavgpp, int n, const Cnf& conf);
 
 // Refreshes all of Cpu, including the weighted loadavgpp; always 0.

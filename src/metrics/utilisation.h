@@ -13,10 +13,15 @@ extern double DiskUtil;
 
 // Total and idle jiffies from the first line of /proc/stat; 1 when it cannot be opened.
 int getcpuidle(int64_t* total, int64_t* idle);
+// Total (user to steal, guests excluded) and idle of a /proc/stat "cpu" line; missing counters
+// count as 0.
+void ParseProcStatLine(const char* line, int64_t* total, int64_t* idle);
 // 1 - didle / dtotal between two samples; 0.0 when the total did not move.
 double CpuUtilBetween(int64_t prevTotal, int64_t prevIdle, int64_t total, int64_t idle);
 // used / total from the second line of `free`; a failed start ends the process.
 double getmemutil();
+// used / total of one `free` line (words 1 and 2); 0.0 when the total is missing or 0.
+double MemUtilFromFreeLine(const char* line);
 // (total - free) / total of the file system holding path; 0.0 when it cannot be measured.
 double getdiskutil(const char* path);
 

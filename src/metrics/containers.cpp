@@ -1,0 +1,83 @@
+#include "metrics/containers.h"
+
+#include <cstdlib>
+
+#include "base/log.h"
+#include "config/qorconf.h"
+#include "store/cluster_query.h"
+#include "store/pools.h"
+#include "store/sql_text.h"
+
+namespace qor {
+
+int Containers = 0;
+
+int getcontainers(const char* host) {
+  char escaped[256];
+  SqlText sql;
+  if (!SqlEscape(escaped, sizeof escaped, host) ||
+      !sql.format("select count(id) from containers where hostname='%s' and containerid!='';",
+                  escaped)) {
+    LogError("getcontainers host too long: %.64s", host);
+    return kDbQueryFailed;
+  }
+  Trace("_getcontainersssql: sql=%s\n", sql.c_str());
+  DbConn conn(FirstOpenPool());
+  if (!conn.usable()) {
+    LogError("getcontainers db connection error");
+    return kDbNoConnection;
+  }
+  int count = 0;
+  bool found = false;
+  int rc = conn.Query(sql.c_str(), [&](int ncols, const char* const* v) {
+    if (found || ncols < 1 || v[0] == nullptr || v[0][0] == '\0') return;
+    count = std::atoi(v[0]);
+    found = true;
+  });
+  if (rc != kDbOk) {
+    LogError("getcontainersdb db query error");
+    return kDbQueryFailed;
+  }
+  return count;
+}
+
+int GetLumoContainerSql() {
+  const char* host;
+  if (!Cluster) {
+    host = cnf.dbsvr.c_str();
+  } else if (ClustRole == kRoleMaster) {
+    host = cnf.clustmaster.c_str();
+  } else if (ClustRole == kRoleSlave) {
+    host = cnf.clustslave.c_str();
+  } else {
+    return 0;
+  }
+  char escaped[256];
+  SqlText sql;
+  if (!SqlEscape(escaped, sizeof escaped, host) ||
+      !sql.format("select count(id) from qor.containers where (containername like 'lumobr_%%%%' "
+                  "or containername like 'lumodt_%%%%') and hostname='%s';",
+                  escaped)) {
+    return 0;
+  }
+  // The statement goes to the database as data, so "%%" stays "%%" there, as it always has.
+  Trace("_xgetlumocontainersql(1): sql=\n%s\n", sql.c_str());
+  QzPool* pool = FirstOpenPool();
+  if (pool == nullptr) return 0;
+  DbConn conn(pool);
+  if (!conn.usable()) {
+    LogError("getlumocontainersql db connection error");
+    return 0;
+  }
+  int count = 0;
+  int rc = conn.Query(sql.c_str(), [&](int ncols, const char* const* v) {
+    if (ncols >= 1) count = std::atoi(v[0] ? v[0] : "");
+  });
+  if (rc != kDbOk) {
+    LogError("getlumocontainersql db query error");
+    return 0;
+  }
+  return count;
+}
+
+}  // namespace qor
