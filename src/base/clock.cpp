@@ -56,3 +56,15 @@ time_t mygetdate(char* text, size_t size, int form) {
 }
 
 }  // namespace qor
+
+namespace qor {
+
+int64_t ParseUpdatedAt(const char* text) {
+  if (text == nullptr) return 0;
+  struct tm tm = {};
+  if (strptime(text, "%Y-%m-%d %H:%M:%S", &tm) == nullptr) return 0;
+  tm.tm_isdst = 0;
+  return static_cast<int64_t>(mktime(&tm));
+}
+
+}  // namespace qor

@@ -29,3 +29,11 @@ namespace qor {
 extern int64_t Timemill;
 
 }  // namespace qor
+
+namespace qor {
+
+// A database timestamp "%Y-%m-%d %H:%M:%S" as local time with daylight saving time not in force,
+// in seconds since the epoch; 0 for a text that is not such a timestamp.
+int64_t ParseUpdatedAt(const char* text);
+
+}  // namespace qor

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cinttypes>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 
@@ -14,6 +15,8 @@
 #include "metrics/cpuinfo.h"
 #include "metrics/ifaddress.h"
 #include "store/clust_record.h"
+#include "store/cluster_query.h"
+#include "store/pools.h"
 #include "cli/usage.h"
 
 namespace qor {
@@ -39,6 +42,29 @@ int TimeMill(const CommandArgs&) {
   return 0;
 }
 
+// "-ping host [trycount]": 3 tries with one operand, the given count with two, none otherwise.
+int PingCommand(const CommandArgs& a) {
+  // Without a host there is nothing to ping: the usage text, and nothing is run.
+  if (a.argc < 3 || a.argv[2][0] == '\0') {
+    Usage();
+    return 0;
+  }
+  const char* host = a.argv[2];
+  int tries = a.argc == 3 ? 3 : a.argc == 4 ? std::atoi(a.argv[3]) : 0;
+  if (Ping(host, 1, tries) == 0) {
+    std::printf("ping OK! (%s)\n", host);
+    return 0;
+  }
+  std::printf("ping NG! (%s)\n", host);
+  return 1;
+}
+
+int CountCommand(const CommandArgs&) {
+  GetClustCount(&ClustCount);
+  std::printf("%d\n", ClustCount);
+  return 0;
+}
+
 // Matched in this order, exactly; anything else gets the usage text. Each word joins the table
 // when the operation behind it exists.
 struct Command {
@@ -46,8 +72,10 @@ struct Command {
   CommandFn run;
 };
 const Command kCommands[] = {
+    {"-ping", PingCommand},
     {"-timesec", TimeSec},
     {"-timemill", TimeMill},
+    {"-count", CountCommand},
 };
 
 int Dispatch(const OptionWord& word, const CommandArgs& args) {
@@ -97,14 +125,18 @@ int QorMain(int argc, char** argv) {
     return 0;
   }
   getifaddress(CurrentSvr, cnf.netif.c_str());
+  ConnectionPool = word == "-start" || word == "-start_boot" ? 5 : 1;
   if (CheckClustConf(CurrentSvr.c_str(), Clust.clusterid, Clust.role) != kClustConfValid) {
     LogNotice("stopped because cluster not enabled or invalid config!");
     CloseLog();
     return 1;
   }
+  if (!(word == "-dblisten")) ReconnectCluster();
   Clust.hostname.set(hostname);
   Clust.ipaddress.set(CurrentSvr);
-  return Dispatch(word, CommandArgs{argc, argv, hostname});
+  int status = Dispatch(word, CommandArgs{argc, argv, hostname});
+  CloseConnectionPool();
+  return status;
 }
 
 }  // namespace qor

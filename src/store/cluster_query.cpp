@@ -1,0 +1,212 @@
+#include "store/cluster_query.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "base/clock.h"
+#include "base/log.h"
+#include "config/qorconf.h"
+#include "store/pools.h"
+
+namespace qor {
+
+int ClustCount = 0;
+
+namespace {
+
+constexpr const char* kDefaultOrder = "order by role_id, hostname";
+constexpr const char* kRoleOrder = "order by role";
+
+struct Selector {
+  const char* word;
+  const char* where;  // may hold one %d, the status
+  int status;
+  const char* order;
+};
+
+const Selector kSelectors[] = {
+    {"-all", " ", 0, kDefaultOrder},
+    {"-active", "where status = '%d'", kStatusActive, kDefaultOrder},
+    {"-active_all", "where status = '%d'", kStatusActive, kDefaultOrder},
+    {"-inactive", "where status = '%d'", kStatusInactive, kDefaultOrder},
+    {"-not_master", "where role != 'master'", 0, kDefaultOrder},
+    {"-not_slave", "where role != 'slave'", 0, kDefaultOrder},
+    {"-master_slave", "where role != 'member'", 0, kRoleOrder},
+    {"-active_master_slave", "where status =  '%d' and role != 'member'", kStatusActive, kRoleOrder},
+    {"-active_all_master_slave", "where status =  '%d' and role != 'member'", kStatusActive,
+     kRoleOrder},
+    {"-master", "where role = 'master'", 0, kDefaultOrder},
+    {"-slave", "where role = 'slave'", 0, kDefaultOrder},
+    {"-member", "where role = 'member'", 0, kDefaultOrder},
+    {"-target", "where status = '%d' and cpuloadavgpp < '1000' ", kStatusActive,
+     "order by cpuloadavgpp limit 1"},
+};
+
+// The where clause is built in 128 bytes, as it always was; a host name or pattern that does not
+// fit there is refused rather than cut, since a cut pattern would select other rows.
+bool WhereClause(FixedText<128>& where, const char** order, const char* cond) {
+  *order = kDefaultOrder;
+  if (*cond == '\0') {
+    where.clear();
+    return true;
+  }
+  for (const Selector& s : kSelectors) {
+    if (std::strcmp(cond, s.word) != 0) continue;
+    *order = s.order;
+    if (!s.status) return where.set(s.where);
+    // The formats are the table's own literals above, each with exactly one %d.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    return where.format(s.where, s.status);
+#pragma GCC diagnostic pop
+  }
+  char escaped[256];
+  if (std::strncmp(cond, "like_", 5) == 0) {
+    char pattern[128];
+    if (strext(pattern, sizeof pattern, cond, 5, static_cast<int>(std::strlen(cond))) != 0) {
+      return false;
+    }
+    return SqlEscape(escaped, sizeof escaped, pattern) &&
+           where.format("where hostname like '%s' or ipaddress like '%s'", escaped, escaped);
+  }
+  return SqlEscape(escaped, sizeof escaped, cond) &&
+         where.format("where hostname = '%s'", escaped);
+}
+
+int AtoI(const char* s) { return static_cast<int>(std::strtol(s, nullptr, 10)); }
+int64_t AtoL(const char* s) { return std::strtoll(s, nullptr, 10); }
+
+}  // namespace
+
+bool BuildClusterSelect(SqlText& sql, const char* cond) {
+  FixedText<128> where;
+  const char* order = kDefaultOrder;
+  if (!WhereClause(where, &order, cond ? cond : "")) return false;
+  return sql.format("select %s,%s,%s,%s %s %s %s;",
+                    "id,hostname,ipaddress,clusterid,role,role_id,status,dbwrite_count,last_writemill",
+                    "tpl_updatemill,tpl_syncmill,tpl_syncstate",
+                    "cpuinfo,cpus,cpuphycores,cpucores,cpuprocs,cpuloadavg,cpuloadavgpp,containers,"
+                    "updated_at,qortimemill",
+                    "cpuutil,memutil,diskutil,qorver", "from clusters", where.c_str(), order);
+}
+
+void FillClustRecord(ClustRecord& rec, int ncols, const char* const* values, ActInfo& info) {
+  int n = ncols < 26 ? ncols : 26;
+  for (int i = 0; i < n; ++i) {
+    // SQL NULL has no text: it reads as the empty text, which converts to 0.
+    const char* v = values[i] ? values[i] : "";
+    switch (i + 1) {
+      case 1: rec.id = AtoI(v); break;
+      case 2: rec.hostname.set(v); break;
+      case 3: rec.ipaddress.set(v); break;
+      case 4: rec.clusterid.set(v); break;
+      case 5: rec.role.set(v); break;
+      case 6: rec.role_id = AtoI(v); break;
+      case 7:
+        rec.status = AtoI(v);
+        if (rec.status == kStatusActive) ++info.servers;
+        break;
+      case 8: rec.dbwrite_count = static_cast<double>(AtoL(v)); break;
+      case 9: rec.last_writemill = AtoL(v); break;
+      case 10: rec.tpl_updatemill = AtoL(v); break;
+      case 11: rec.tpl_syncmill = AtoL(v); break;
+      case 12: rec.tpl_syncstate = AtoI(v); break;
+      case 13: rec.cpuinfo.set(v); break;
+      case 14: rec.cpus = AtoI(v); break;
+      case 15: rec.cpuphycores = AtoI(v); break;
+      case 16:
+        rec.cpucores = AtoI(v);
+        if (rec.status == kStatusActive) info.cores += rec.cpucores;
+        break;
+      case 17: rec.cpuprocs = AtoI(v); break;
+      case 18: rec.cpuloadavg = static_cast<double>(AtoL(v)); break;
+      case 19: rec.cpuloadavgpp = static_cast<double>(AtoL(v)); break;
+      case 20: rec.containers = AtoI(v); break;
+      case 21: rec.updated_at = ParseUpdatedAt(v); break;
+      case 22: rec.qortimemill = AtoL(v); break;
+      case 23: rec.cpuutil = static_cast<double>(AtoL(v)); break;
+      case 24: rec.memutil = static_cast<double>(AtoL(v)); break;
+      case 25: rec.diskutil = static_cast<double>(AtoL(v)); break;
+      case 26: rec.qorver.set(v); break;
+    }
+  }
+}
+
+int GetClusterSql(const char* dbsvr, const char* dbuser, const char* /*dbpwd*/, const char* cond,
+                  ActInfo* info, ClustRecord** records, int target) {
+  *info = ActInfo{};
+  Trace("_xgetclustersql(1): dbsvr=%s dbuser=%s cond=%s con=%p\n", dbsvr, dbuser, cond, nullptr);
+  SqlText sql;
+  if (!BuildClusterSelect(sql, cond)) {
+    LogError("getclustersql selector too long for %s: %.64s", dbsvr, cond);
+    return kDbQueryFailed;
+  }
+  Trace("_xgetclustersql(2): sql=\n%s\n", sql.c_str());
+  if (Cluster && target != 0 && target != 1) return kDbOk;
+  DbConn conn(PoolByTarget(target));
+  if (!conn.usable()) {
+    LogError("getclustersql db connection error to %s", dbsvr);
+    return kDbNoConnection;
+  }
+  // The arrays hold 64 rows: later rows are neither stored nor counted, so that every reader
+  // that walks entries 0 to count-1 sees only rows of this query.
+  bool overflow = false;
+  int rc = conn.Query(sql.c_str(), [&](int ncols, const char* const* values) {
+    if (info->count >= Maxcluster) {
+      overflow = true;
+      return;
+    }
+    FillClustRecord(*records[info->count], ncols, values, *info);
+    ++info->count;
+  });
+  if (rc != kDbOk) {
+    *info = ActInfo{};
+    LogError("getclustersql db query error to %s", dbsvr);
+    return kDbQueryFailed;
+  }
+  if (overflow) LogError("getclustersql more than %d rows on %s", Maxcluster, dbsvr);
+  return kDbOk;
+}
+
+int strext(char* out, size_t size, const char* src, int start, int len) {
+  if (start < 0 || len < 0 || static_cast<size_t>(len) > std::strlen(src)) return 1;
+  size_t srclen = std::strlen(src);
+  size_t from = static_cast<size_t>(start) < srclen ? static_cast<size_t>(start) : srclen;
+  size_t n = srclen - from < static_cast<size_t>(len) ? srclen - from : static_cast<size_t>(len);
+  CopyText(out, size, std::string_view(src + from, n));
+  return 0;
+}
+
+int GetClustCountSql(const char* /*dbsvr*/, int* count) {
+  DbConn conn(FirstOpenPool());
+  if (!conn.usable()) {
+    LogError("getclustcountsql db connection error");
+    return kDbNoConnection;
+  }
+  int rows = 0;
+  if (conn.Query("select * from clusters;", [&](int, const char* const*) { ++rows; }) != kDbOk) {
+    LogError("getclustcountsql db query error");
+    return kDbQueryFailed;
+  }
+  *count = rows;
+  Trace("_xgetclustcountsql(1): count=%d\n", rows);
+  return kDbOk;
+}
+
+int GetClustCount(int* count) {
+  *count = 0;
+  const char* master = cnf.clustmaster.c_str();
+  const char* slave = cnf.clustslave.c_str();
+  if (ClustRole == kRoleMaster) {
+    GetClustCountSql(master, count);
+  } else if (ClustRole == kRoleSlave) {
+    GetClustCountSql(Ping(master, 1, 3) == 0 ? master : slave, count);
+  } else if (Ping(master, 1, 3) == 0) {
+    GetClustCountSql(master, count);
+  } else if (Ping(slave, 1, 3) == 0) {
+    GetClustCountSql(slave, count);
+  }
+  return 0;
+}
+
+}  // namespace qor

@@ -1,0 +1,38 @@
+// Reads of the clusters table: GetClusterSql turns a selector word, a "like_" pattern or a host
+// name into one SELECT, fills an array of records with the rows and counts them into an ActInfo;
+// GetClustCount counts all rows for the cycle loop and the -count command.
+#pragma once
+
+#include "base/fixed_text.h"
+#include "store/clust_record.h"
+#include "store/sql_text.h"
+
+namespace qor {
+
+// Rows of the table as last counted.
+extern int ClustCount;
+
+using SqlText = FixedText<kSqlMax>;
+
+// The statement for selector cond; false when the where clause would not fit its 127 characters.
+bool BuildClusterSelect(SqlText& sql, const char* cond);
+
+// Fills rec from one result row (columns by position, at most 26 used) and adds an active row to
+// info's servers and cores. SQL NULL reads as the empty text (0 for numbers); texts are cut at 127.
+void FillClustRecord(ClustRecord& rec, int ncols, const char* const* values, ActInfo& info);
+
+// 0 done, 500 no usable connection, 501 the query failed or the selector was refused. target 0:
+// master's pool (slave's if absent), 1: slave's only; others do nothing (cluster mode).
+int GetClusterSql(const char* dbsvr, const char* dbuser, const char* dbpwd, const char* cond,
+                  ActInfo* info, ClustRecord** records, int target);
+
+// Copies at most len characters of src from start on into out (size bytes): 0, or 1 without
+// copying when start or len is negative or len exceeds the length of src.
+int strext(char* out, size_t size, const char* src, int start, int len);
+
+// Rows of the table by the first open pool; the count is written only on success.
+int GetClustCountSql(const char* dbsvr, int* count);
+// The row count by role, pinging the servers it needs; always 0.
+int GetClustCount(int* count);
+
+}  // namespace qor

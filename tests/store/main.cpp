@@ -1,0 +1,28 @@
+// The store suite runs in a private mount namespace of its own whose /dev/log is a catcher, so
+// that tests can assert what the store logs.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "support/store_env.h"
+#include "support/syslog_catcher.h"
+#include "support/temp_dir.h"
+
+namespace qortest {
+SyslogCatcher* g_syslog = nullptr;
+}
+
+int main(int argc, char** argv) {
+  ::testing::InitGoogleTest(&argc, argv);
+  qortest::TempDir dir;
+  qortest::SyslogCatcher catcher(dir.path());
+  std::string err = catcher.ok() ? qortest::IsolateDevLog(dir.path(), catcher.path()) : "no socket";
+  if (!err.empty()) {
+    std::fprintf(stderr, "store tests: cannot isolate /dev/log: %s\n", err.c_str());
+    return 1;
+  }
+  qortest::g_syslog = &catcher;
+  return RUN_ALL_TESTS();
+}

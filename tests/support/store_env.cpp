@@ -1,0 +1,67 @@
+#include "support/store_env.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "config/qorconf.h"
+#include "store/pools.h"
+
+namespace qortest {
+
+std::string Sql(const std::string& side, const std::string& statements) {
+  std::string path = std::string(QOR_TESTDB_DIR) + "/" + side + "/stmt.sql";
+  FILE* f = std::fopen(path.c_str(), "w");
+  if (f == nullptr) {
+    ADD_FAILURE() << "cannot write " << path;
+    return "";
+  }
+  std::fputs(statements.c_str(), f);
+  std::fclose(f);
+  std::string cmd = "mariadb --no-defaults --socket=" + std::string(QOR_TESTDB_DIR) + "/" + side +
+                    "/mysqld.sock -uroot -N -B qor < " + path + " 2>&1";
+  std::string out;
+  FILE* p = popen(cmd.c_str(), "r");
+  char buf[4096];
+  size_t n;
+  while (p && (n = std::fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+  int rc = p ? pclose(p) : -1;
+  if (rc != 0) ADD_FAILURE() << side << ": " << statements << "\n" << out;
+  return out;
+}
+
+void ResetTables() {
+  for (const char* side : {"master", "slave"}) {
+    Sql(side, "delete from clusters; alter table clusters auto_increment=1; delete from containers;");
+  }
+}
+
+void UseTestCluster(const char* role, const char* own) {
+  qor::cnf = qor::Cnf{};
+  qor::Cluster = 1;
+  qor::cnf.cluster = "1";
+  qor::cnf.clustid = "t1";
+  qor::cnf.clustrole = role;
+  qor::cnf.clustmaster = kMasterAddr;
+  qor::cnf.clustslave = kSlaveAddr;
+  qor::cnf.dbsvr = kMasterAddr;
+  qor::cnf.dbpwd = QOR_TESTDB_PASSWORD;
+  std::string r = role;
+  qor::ClustRole = r == "master" ? qor::kRoleMaster
+                   : r == "slave" ? qor::kRoleSlave
+                   : r == "member" ? qor::kRoleMember
+                                   : qor::kRoleOther;
+  qor::CurrentSvr = own;
+}
+
+bool PingSeam::Run(const char* command, size_t lineMax, qor::LineSink sink) {
+  commands.push_back(command);
+  std::string c = command;
+  if (c.rfind("/bin/ping ", 0) == 0) {
+    std::string addr = c.substr(c.rfind(' ') + 1);
+    if (blocked.count(addr)) return true;
+  }
+  return qor::PopenShell().Run(command, lineMax, sink);
+}
+
+}  // namespace qortest

@@ -1,0 +1,39 @@
+// The store's test environment: the two test database servers (master 127.0.0.1, slave
+// 127.0.0.2, started by the suite's fixture), SQL run as their root for setting up and inspecting
+// rows, the configuration of a test cluster, and a shell seam that makes chosen addresses stop
+// answering ping while every other command runs for real.
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "base/shell.h"
+
+namespace qortest {
+
+constexpr const char* kMasterAddr = "127.0.0.1";
+constexpr const char* kSlaveAddr = "127.0.0.2";
+
+// Runs statements as root on the server of side ("master" or "slave") in database qor; returns
+// the tab-separated output without column names. Fails the test on a client error.
+std::string Sql(const std::string& side, const std::string& statements);
+// Empties clusters and containers on both servers.
+void ResetTables();
+
+// Configuration of a cluster node with the test servers as master and slave and the test
+// password; role is a role text ("master", "slave", "member"), own the node's address.
+void UseTestCluster(const char* role, const char* own);
+
+// Pings of the blocked addresses print nothing (no answer); everything else runs via popen.
+class PingSeam : public qor::ShellRunner {
+ public:
+  PingSeam() { qor::SetShellRunner(this); }
+  ~PingSeam() override { qor::SetShellRunner(nullptr); }
+  bool Run(const char* command, size_t lineMax, qor::LineSink sink) override;
+
+  std::set<std::string> blocked;
+  std::vector<std::string> commands;  // every command asked for, in order
+};
+
+}  // namespace qortest
