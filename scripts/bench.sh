@@ -1,7 +1,18 @@
 #!/usr/bin/env bash
-# Runs the measurements kept in bench/: builds first, then prints each figure.
+# Runs the measurements kept in bench/: builds first, then prints each figure. The store
+# figures use two database servers of their own on 127.0.0.3 and 127.0.0.4, stopped at the end.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 bash "$here/install-deps.sh"
 dir=$(bash "$here/build.sh" | tail -n 1)
+pw='Bench Pw&1%'
+
+echo "== configuration read"
 "$dir/bench/qorconf_bench" "${1:-10000}"
+
+echo "== store"
+db="$dir/benchdb"
+trap 'bash "$here/testdb.sh" stop "$db/master"; bash "$here/testdb.sh" stop "$db/slave"' EXIT
+QOR_TEST_DBPWD="$pw" bash "$here/testdb.sh" start 127.0.0.3 "$db/master"
+QOR_TEST_DBPWD="$pw" bash "$here/testdb.sh" start 127.0.0.4 "$db/slave"
+"$dir/bench/store_bench" 127.0.0.3 127.0.0.4 "$pw"

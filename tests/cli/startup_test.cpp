@@ -25,7 +25,7 @@ const char* const kNotice = "stopped because cluster not enabled or invalid conf
 // A master on the loopback interface: valid wherever the tests run.
 const char* const kMasterConf =
     "qor_cluster=1\nqor_clustid=c1\nqor_clustrole=master\nqor_clustmaster=127.0.0.1\n"
-    "qor_clustslave=127.0.0.2\nqor_netif=lo\nqor_dbpwd=Secret\n";
+    "qor_clustslave=127.0.0.2\nqor_netif=lo\nqor_dbpwd='" QOR_TESTDB_PASSWORD "'\n";
 
 class CliStartup : public ::testing::Test {
  protected:

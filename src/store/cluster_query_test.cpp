@@ -1,0 +1,143 @@
+#include "store/cluster_query.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <string>
+
+#include "base/clock.h"
+
+namespace qor {
+namespace {
+
+const std::string kHead =
+    "select id,hostname,ipaddress,clusterid,role,role_id,status,dbwrite_count,last_writemill,"
+    "tpl_updatemill,tpl_syncmill,tpl_syncstate,cpuinfo,cpus,cpuphycores,cpucores,cpuprocs,"
+    "cpuloadavg,cpuloadavgpp,containers,updated_at,qortimemill,cpuutil,memutil,diskutil,qorver "
+    "from clusters ";
+
+TEST(StoreSelect, EverySelectorGivesItsStatementText) {
+  struct Case {
+    const char* cond;
+    const char* tail;
+  } cases[] = {
+      {"-all", "  order by role_id, hostname;"},
+      {"", " order by role_id, hostname;"},
+      {"-active", "where status = '100' order by role_id, hostname;"},
+      {"-active_all", "where status = '100' order by role_id, hostname;"},
+      {"-inactive", "where status = '200' order by role_id, hostname;"},
+      {"-not_master", "where role != 'master' order by role_id, hostname;"},
+      {"-not_slave", "where role != 'slave' order by role_id, hostname;"},
+      {"-master_slave", "where role != 'member' order by role;"},
+      {"-active_master_slave", "where status =  '100' and role != 'member' order by role;"},
+      {"-active_all_master_slave", "where status =  '100' and role != 'member' order by role;"},
+      {"-master", "where role = 'master' order by role_id, hostname;"},
+      {"-slave", "where role = 'slave' order by role_id, hostname;"},
+      {"-member", "where role = 'member' order by role_id, hostname;"},
+      {"-target",
+       "where status = '100' and cpuloadavgpp < '1000'  order by cpuloadavgpp limit 1;"},
+      {"like_node%",
+       "where hostname like 'node%' or ipaddress like 'node%' order by role_id, hostname;"},
+      {"like_", "where hostname like '' or ipaddress like '' order by role_id, hostname;"},
+      {"node-7", "where hostname = 'node-7' order by role_id, hostname;"},
+      {"-Master", "where hostname = '-Master' order by role_id, hostname;"},
+      {"o'brien\\", "where hostname = 'o\\'brien\\\\' order by role_id, hostname;"},
+      {"like_a'%", "where hostname like 'a\\'%' or ipaddress like 'a\\'%' order by role_id, hostname;"},
+  };
+  for (const Case& c : cases) {
+    SqlText sql;
+    ASSERT_TRUE(BuildClusterSelect(sql, c.cond)) << c.cond;
+    EXPECT_EQ(sql.view(), kHead + c.tail) << c.cond;
+  }
+}
+
+TEST(StoreSelect, WhereClauseThatWouldNotFitIsRefused) {
+  // "where hostname like '%s' or ipaddress like '%s'" holds the pattern twice in 127 characters.
+  SqlText sql;
+  EXPECT_TRUE(BuildClusterSelect(sql, ("like_" + std::string(42, 'p')).c_str()));
+  EXPECT_FALSE(BuildClusterSelect(sql, ("like_" + std::string(43, 'p')).c_str()));
+  EXPECT_TRUE(BuildClusterSelect(sql, std::string(108, 'h').c_str()));
+  EXPECT_FALSE(BuildClusterSelect(sql, std::string(109, 'h').c_str()));
+  // Escaping counts against the room: 54 quotes become 108 characters, 55 do not fit.
+  EXPECT_TRUE(BuildClusterSelect(sql, std::string(54, '\'').c_str()));
+  EXPECT_FALSE(BuildClusterSelect(sql, std::string(55, '\'').c_str()));
+  EXPECT_FALSE(BuildClusterSelect(sql, ("like_" + std::string(300, 'p')).c_str()));
+}
+
+TEST(StoreSelect, ColumnsConvertByPosition) {
+  setenv("TZ", "UTC", 1);
+  tzset();
+  const char* row[27] = {"7x",   "host", "10.0.0.1", "c1",     "member", "102",  "100",
+                         "12.9", "-5",   "1700000000123", "0", "300",  "CPU: x", "2",
+                         "8",    "16",   "32",      "0.75",   "1000.00", " 42", "2026-01-02 03:04:05",
+                         "99",   "0.50", "1.00",    "0.99",   "4.0.16", "extra"};
+  ClustRecord rec;
+  ActInfo info;
+  FillClustRecord(rec, 27, row, info);
+  EXPECT_EQ(rec.id, 7);
+  EXPECT_STREQ(rec.hostname.c_str(), "host");
+  EXPECT_STREQ(rec.role.c_str(), "member");
+  EXPECT_EQ(rec.role_id, 102);
+  EXPECT_EQ(rec.dbwrite_count, 12.0);
+  EXPECT_EQ(rec.last_writemill, -5);
+  EXPECT_EQ(rec.tpl_updatemill, 1700000000123);
+  EXPECT_EQ(rec.tpl_syncstate, 300);
+  EXPECT_STREQ(rec.cpuinfo.c_str(), "CPU: x");
+  EXPECT_EQ(rec.cpucores, 16);
+  EXPECT_EQ(rec.cpuloadavg, 0.0);
+  EXPECT_EQ(rec.cpuloadavgpp, 1000.0);
+  EXPECT_EQ(rec.containers, 42);
+  EXPECT_EQ(rec.updated_at, 1767323045);
+  EXPECT_EQ(rec.qortimemill, 99);
+  EXPECT_EQ(rec.cpuutil, 0.0);
+  EXPECT_EQ(rec.memutil, 1.0);
+  EXPECT_EQ(rec.diskutil, 0.0);
+  EXPECT_STREQ(rec.qorver.c_str(), "4.0.16");
+  EXPECT_EQ(info.servers, 1);
+  EXPECT_EQ(info.cores, 16);
+
+  // An inactive row counts no server or cores; NULL reads as empty text and 0; long text is cut.
+  std::string longName(200, 'n');
+  const char* nulls[26] = {nullptr, longName.c_str(), nullptr, nullptr, nullptr, nullptr, "200"};
+  ClustRecord other;
+  other.role.set("stale");
+  FillClustRecord(other, 26, nulls, info);
+  EXPECT_EQ(other.id, 0);
+  EXPECT_EQ(other.hostname.size(), 127u);
+  EXPECT_STREQ(other.role.c_str(), "");
+  EXPECT_EQ(other.updated_at, 0);
+  EXPECT_EQ(info.servers, 1);
+  EXPECT_EQ(info.cores, 16);
+}
+
+TEST(StoreSelect, UpdatedAtIsLocalTimeWithoutDaylightSaving) {
+  setenv("TZ", "Europe/Berlin", 1);
+  tzset();
+  // Summer time is in force in July, but the stored text is read as standard time (UTC+1).
+  EXPECT_EQ(ParseUpdatedAt("2026-07-01 12:00:00"), 1782903600);
+  EXPECT_EQ(ParseUpdatedAt("2026-01-01 12:00:00"), 1767265200);
+  EXPECT_EQ(ParseUpdatedAt("garbage"), 0);
+  setenv("TZ", "UTC", 1);
+  tzset();
+}
+
+TEST(StoreSelect, StrextCopiesAWindowOrRefuses) {
+  struct Case {
+    const char* src;
+    int start, len;
+    int rc;
+    const char* out;
+  } cases[] = {
+      {"like_node%", 5, 10, 0, "node%"}, {"abcdef", 1, 3, 0, "bcd"}, {"abc", 0, 3, 0, "abc"},
+      {"abc", 5, 2, 0, ""},              {"abc", -1, 2, 1, "keep"},  {"abc", 0, -1, 1, "keep"},
+      {"abc", 0, 4, 1, "keep"},
+  };
+  for (const Case& c : cases) {
+    char out[16] = "keep";
+    EXPECT_EQ(strext(out, sizeof out, c.src, c.start, c.len), c.rc) << c.src << c.start << c.len;
+    EXPECT_STREQ(out, c.out) << c.src << c.start << c.len;
+  }
+}
+
+}  // namespace
+}  // namespace qor
