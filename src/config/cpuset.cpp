@@ -24,7 +24,9 @@ void InitCpusets() {
 
 namespace {
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsDigit(char c) {
+  return c >= '0' && c <= '9';
+}
 
 void SetPair(CpusetText* sets, const char* a, const char* b) {
   sets[0].set(a);
@@ -36,7 +38,8 @@ void SetPair(CpusetText* sets, const char* a, const char* b) {
 // slots stay bounded and the caller sees 1.
 int CollectSets(CpusetText* cpusets, const char* spec, bool groups, int* count) {
   FixedText<128> current;
-  bool inside = !groups;
+  // The group form's walk starts past its opening "[", so both forms start inside a set.
+  bool inside = true;
   const char* p = groups ? spec + 1 : spec;
   for (; *p; ++p) {
     char c = *p;
@@ -48,7 +51,9 @@ int CollectSets(CpusetText* cpusets, const char* spec, bool groups, int* count) 
     if (closes) {
       if (*count >= kCpusetSlots) return 1;
       cpusets[*count].set(current);
-      if (groups) Trace("_xgetcpuset(2): j=%d cpusets[%d]=%s\n", static_cast<int>(p - spec), *count, current.c_str());
+      if (groups)
+        Trace("_xgetcpuset(2): j=%d cpusets[%d]=%s\n", static_cast<int>(p - spec), *count,
+              current.c_str());
       ++*count;
       current.clear();
       inside = !groups;
@@ -134,6 +139,8 @@ int charsplit(char* text, const char* delimiters, char** parts, int maxParts) {
     if (!*p) break;
     parts[n++] = p;
     while (*p && !std::strchr(delimiters, *p)) ++p;
+    // Ends the piece here: the last piece stored must not run on over the unsplit rest.
+    if (*p) *p++ = '\0';
   }
   return n;
 }
@@ -206,7 +213,7 @@ int coreint(const char* range) {
   int n = charsplit(work.data(), "-", parts, kMaxSplitParts);
   // A piece without a second number names one processor (the 9 of 0-7,9), so it counts 1.
   if (n < 2) return 1;
-  return std::atoi(parts[1]) - std::atoi(parts[0]) + 1;
+  return ClampToInt(static_cast<double>(std::atoi(parts[1])) - std::atoi(parts[0]) + 1);
 }
 
 void cnfcore() {
@@ -225,7 +232,7 @@ void cnfcore() {
     // Empty pieces (",,") are not stored by the split; only stored pieces are summed.
     if (pieces > split) pieces = split;
   }
-  int total = 0;
+  long long total = 0;
   if (dashes) {
     if (commas) {
       Trace("_cnfcore(2):arrlen=%d coreflg=%d\n", pieces, 1);
@@ -235,8 +242,8 @@ void cnfcore() {
       total = coreint(text2.c_str());
     }
   }
-  if (total != 0) Cpu.cores = total;
-  Trace("_cnfcore(4):Cpu.cores=%d corecpu=%d\n", Cpu.cores, total);
+  if (total != 0) Cpu.cores = ClampToInt(static_cast<double>(total));
+  Trace("_cnfcore(4):Cpu.cores=%d corecpu=%d\n", Cpu.cores, ClampToInt(static_cast<double>(total)));
 }
 
 }  // namespace qor

@@ -3,6 +3,8 @@
 // InitCpusets must run once before the first configuration read.
 #pragma once
 
+#include <climits>
+
 #include "base/fixed_text.h"
 
 namespace qor {
@@ -32,6 +34,15 @@ int coreint(const char* range);
 // maxParts pieces and returns how many it stored.
 int charsplit(char* text, const char* delimiters, char** parts, int maxParts);
 constexpr int kMaxSplitParts = 128;
+
+// Processor counts and the limits derived from them come from configured text, so they are
+// computed wide and held to int here instead of overflowing; NaN gives 0.
+inline int ClampToInt(double v) {
+  if (v != v) return 0;
+  if (v >= static_cast<double>(INT_MAX)) return INT_MAX;
+  if (v <= static_cast<double>(INT_MIN)) return INT_MIN;
+  return static_cast<int>(v);
+}
 
 // Number of occurrences of delimiter in text, as the platform's shell count has always given it.
 int charnum(const char* text, char delimiter);

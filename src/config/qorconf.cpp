@@ -267,13 +267,15 @@ bool ApplyLine(char* raw, char* lower) {
   return false;
 }
 
+// Wide arithmetic: a configured range such as 0-99999999999 must not overflow int.
 void DeriveLimits() {
-  cnf.maxlimit = Cpu.cores * 4;
-  cnf.maxlimitlo = cnf.maxlimit * 80 / 100;
+  cnf.maxlimit = ClampToInt(4.0 * Cpu.cores);
+  const long long maxlimit = cnf.maxlimit;
+  cnf.maxlimitlo = static_cast<int>(maxlimit * 80 / 100);
   if (cnf.limitend > 0.0f) {
-    cnf.maxlimithi = static_cast<int>(100.0 * cnf.limitend * cnf.maxlimit / 100.0 + 0.5);
+    cnf.maxlimithi = ClampToInt(100.0 * cnf.limitend * cnf.maxlimit / 100.0 + 0.5);
   } else {
-    cnf.maxlimithi = static_cast<int>(cnf.maxlimit * 110 / 100 + 0.5);
+    cnf.maxlimithi = ClampToInt(maxlimit * 110 / 100 + 0.5);
   }
 }
 
