@@ -16,7 +16,10 @@
 #include "metrics/ifaddress.h"
 #include "store/clust_record.h"
 #include "store/cluster_query.h"
+#include "store/lookups.h"
 #include "store/pools.h"
+#include "cli/admin.h"
+#include "cli/status.h"
 #include "cli/usage.h"
 
 namespace qor {
@@ -65,6 +68,43 @@ int CountCommand(const CommandArgs&) {
   return 0;
 }
 
+// The host operand of the row commands; without one there is nothing to act on, so the usage
+// text is printed and no database is reached.
+const char* HostOperand(const CommandArgs& a) {
+  return a.argc >= 3 && a.argv[2][0] != '\0' ? a.argv[2] : nullptr;
+}
+
+template <AdminOp op, bool onMaster>
+int Admin(const CommandArgs& a) {
+  const char* host = op == AdminOp::kRemoveAll ? "-all" : HostOperand(a);
+  if (host == nullptr) {
+    Usage();
+    return 0;
+  }
+  return RunAdmin(op, onMaster, host);
+}
+
+template <int mode>
+int Conf(const CommandArgs&) {
+  return ShowConf(mode);
+}
+
+template <int full>
+int Listing(const CommandArgs&) {
+  return ShowTwoDatabases(full);
+}
+
+int DbListen(const CommandArgs&) { return ShowThisMysqlListen(); }
+int Target(const CommandArgs&) { return ShowTarget(); }
+int IsMaster(const CommandArgs& a) { return ShowIsMaster(a.hostname); }
+
+// The clear operation is for servers outside a cluster, and only cluster servers pass the
+// configuration gate, so the command is always refused here.
+int Clear(const CommandArgs&) {
+  std::puts("_not standalone. cluster!");
+  return 1;
+}
+
 // Matched in this order, exactly; anything else gets the usage text. Each word joins the table
 // when the operation behind it exists.
 struct Command {
@@ -75,7 +115,29 @@ const Command kCommands[] = {
     {"-ping", PingCommand},
     {"-timesec", TimeSec},
     {"-timemill", TimeMill},
+    {"-rm_from_master", Admin<AdminOp::kRemove, true>},
+    {"-rm_from_slave", Admin<AdminOp::kRemove, false>},
+    {"-rm_all_from_master", Admin<AdminOp::kRemoveAll, true>},
+    {"-rm_all_from_slave", Admin<AdminOp::kRemoveAll, false>},
+    {"-set_old_on_master", Admin<AdminOp::kSetOld, true>},
+    {"-set_old_on_slave", Admin<AdminOp::kSetOld, false>},
+    {"-set_tplold_on_master", Admin<AdminOp::kSetTplOld, true>},
+    {"-set_tplold_on_slave", Admin<AdminOp::kSetTplOld, false>},
+    {"-dblisten", DbListen},
     {"-count", CountCommand},
+    {"-l", Listing<0>},
+    {"-lf", Listing<1>},
+    {"-target", Target},
+    {"-cluster", Conf<kShowCluster>},
+    {"-conf", Conf<kShowConf>},
+    {"-role", Conf<kShowRole>},
+    {"-master", Conf<kShowMaster>},
+    {"-ismaster", IsMaster},
+    {"-slave", Conf<kShowSlave>},
+    {"-members", Conf<kShowMembers>},
+    {"-all", Conf<kShowAll>},
+    {"-all_not_master", Conf<kShowAllNotMaster>},
+    {"-clear", Clear},
 };
 
 int Dispatch(const OptionWord& word, const CommandArgs& args) {
@@ -132,6 +194,8 @@ int QorMain(int argc, char** argv) {
     return 1;
   }
   if (!(word == "-dblisten")) ReconnectCluster();
+  CheckCluster(&MasterAlive, &SlaveAlive, Cluster, cnf.clustmaster.c_str(),
+               cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), ClustsTemp);
   Clust.hostname.set(hostname);
   Clust.ipaddress.set(CurrentSvr);
   int status = Dispatch(word, CommandArgs{argc, argv, hostname});

@@ -9,6 +9,8 @@
 
 namespace qor {
 
+FixedText<128> QorVersion;
+
 int getqorver(FixedText<128>& out) {
   LineReader in(kEnvFile);
   if (!in.ok()) return 1;

@@ -9,4 +9,7 @@ namespace qor {
 // line beginning with QOR_VERSION.
 int getqorver(FixedText<128>& out);
 
+// The node's platform version, read when the daemon starts; written into the full row updates.
+extern FixedText<128> QorVersion;
+
 }  // namespace qor

@@ -91,7 +91,11 @@ TEST(MetricsLoad, PerProcessor) {
 // GetCpuData measures the real machine; the tests only rely on relations between its figures.
 class MetricsCpuData : public ::testing::Test {
  protected:
-  void SetUp() override { cnf = BandConf(); }
+  // A member counts no own lumo containers, so no database is asked whatever other tests left.
+  void SetUp() override {
+    cnf = BandConf();
+    qor::ClustRole = qor::kRoleMember;
+  }
   void TearDown() override {
     Cpu = savedCpu_;
     cnf = savedCnf_;

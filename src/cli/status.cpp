@@ -1,0 +1,105 @@
+#include "cli/status.h"
+
+#include <cstdio>
+
+#include "base/fatal.h"
+#include "base/shell.h"
+#include "config/qorconf.h"
+#include "store/cluster_query.h"
+#include "store/lookups.h"
+#include "store/pools.h"
+
+namespace qor {
+
+namespace {
+
+// The addresses of the rows selector finds in the master's database, one per line; the message
+// and 1 when there are none (or, for a single-row question, not exactly one).
+int ShowAddresses(const char* selector, bool exactlyOne, const char* none) {
+  ActInfo info;
+  GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), selector, &info,
+                ClustsOnMaster, 0);
+  if (exactlyOne ? info.count != 1 : info.count < 1) {
+    std::puts(none);
+    return 1;
+  }
+  for (int i = 0; i < info.count; ++i) std::puts(ClustsOnMaster[i]->ipaddress.c_str());
+  return 0;
+}
+
+}  // namespace
+
+int ShowConf(int mode) {
+  switch (mode) {
+    case kShowConf:
+      std::printf("QOR_CLUSTER       : %s\n", cnf.cluster.c_str());
+      std::printf("QOR_CLUSTID       : %s\n", cnf.clustid.c_str());
+      std::printf("QOR_CLUSTROLE     : %s\n", cnf.clustrole.c_str());
+      std::printf("QOR_CLUSTMASTER   : %s\n", cnf.clustmaster.c_str());
+      std::printf("QOR_CLUSTSLAVE    : %s\n", cnf.clustslave.c_str());
+      std::printf("QOR_CLUSTRATE     : %f\n", static_cast<double>(cnf.clustrate));
+      return 0;
+    case kShowRole:
+      std::puts(cnf.clustrole.c_str());
+      return 0;
+    case kShowCluster:
+      std::puts(cnf.cluster.c_str());
+      return 0;
+    case kShowMaster:
+      return ShowAddresses("-master", true, "no master server on master's db.");
+    case kShowSlave:
+      return ShowAddresses("-slave", true, "no slave server on master's db.");
+    case kShowMembers:
+      return ShowAddresses("-member", false, "no member servers on master's db.");
+    case kShowAll:
+      return ShowAddresses("-all", false, "no servers on master's db.");
+    case kShowAllNotMaster:
+      return ShowAddresses("-not_master", false, "no servers on master's db.");
+    default:
+      return 1;
+  }
+}
+
+int ShowThisMysqlListen() {
+  const char* command = "ss -atn | grep ':3306' | grep 'LISTEN'";
+  bool started = RunShell(command, 128, [](char* line) { std::fputs(line, stdout); });
+  if (!started) FatalCommand(command);
+  return 0;
+}
+
+int ShowTwoDatabases(int full) {
+  const char* sides[2][2] = {
+      {"1.-- on master db ---------------------------------", cnf.clustmaster.c_str()},
+      {"2.-- on slave db ----------------------------------", cnf.clustslave.c_str()},
+  };
+  for (const auto& side : sides) {
+    std::puts(side[0]);
+    if (Ping(side[1], 1, 3) == 0) {
+      ShowClusterList(side[1], full);
+    } else {
+      std::printf("%s is not running!\n", side[1]);
+    }
+  }
+  return 0;
+}
+
+int ShowTarget() {
+  if (ClustRole == kRoleMaster) {
+    GetTarget(cnf.clustmaster.c_str(), ClustsOnMaster);
+    std::printf("Master: Cluster Target -> %s\n", Clusttarget.c_str());
+  } else if (ClustRole == kRoleSlave) {
+    GetTarget(cnf.clustslave.c_str(), ClustsOnSlave);
+    std::printf("Slave: Cluster Target -> %s\n", Clusttarget.c_str());
+  } else {
+    std::puts("Can not get cluster target on member servers!");
+  }
+  return 0;
+}
+
+int ShowIsMaster(const char* hostname) {
+  bool master = IsClustMaster(cnf.clustmaster.c_str(), hostname, ClustsTemp) == 0;
+  std::puts(master ? "1" : "0");
+  return master ? 0 : 1;
+}
+
+}  // namespace qor

@@ -1,0 +1,253 @@
+#include "store/cluster_writes.h"
+
+#include <cstring>
+
+#include "base/log.h"
+#include "config/qorconf.h"
+#include "config/qorver.h"
+#include "metrics/utilisation.h"
+#include "store/pools.h"
+
+namespace qor {
+
+namespace {
+
+// An escaped record text: 127 characters at most, so at most 254 after escaping.
+struct Lit {
+  explicit Lit(const char* v) { ok = SqlEscape(buf, sizeof buf, v); }
+  const char* c_str() const { return buf; }
+  char buf[512];
+  bool ok;
+};
+
+long L(int64_t v) { return static_cast<long>(v); }
+
+// Runs one write on a live connection of pool, logging stmtErr when the statement fails; false
+// when the pool gave no live connection (nothing was run).
+bool TryWrite(QzPool* pool, const char* sql, const char* stmtErr) {
+  DbConn conn(pool);
+  if (!conn.usable()) return false;
+  if (!conn.Execute(sql)) LogError("%s", stmtErr);
+  return true;
+}
+
+// One write with its connection-error message and 500 when no live connection was had.
+int Write(QzPool* pool, const char* sql, const char* connErr, const char* stmtErr) {
+  if (TryWrite(pool, sql, stmtErr)) return kDbOk;
+  LogError("%s", connErr);
+  return kDbNoConnection;
+}
+
+// A statement that could not be built is refused with the operation's name; nothing is run.
+int Refuse(const char* op, const char* what) {
+  LogError("%s refused: value too long (%.64s)", op, what);
+  return kDbQueryFailed;
+}
+
+// The cluster database name stands unquoted in "from %s.clusters": only a plain name may.
+bool PlainName(const char* name) {
+  if (*name == '\0') return false;
+  for (const char* p = name; *p; ++p) {
+    bool ok = (*p >= 'a' && *p <= 'z') || (*p >= 'A' && *p <= 'Z') || (*p >= '0' && *p <= '9') ||
+              *p == '_' || *p == '$';
+    if (!ok) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool InsertStatement(SqlText& sql, const ClustRecord& rec, int64_t mill) {
+  Lit host(rec.hostname.c_str()), ip(rec.ipaddress.c_str()), cid(rec.clusterid.c_str()),
+      role(rec.role.c_str()), cpu(rec.cpuinfo.c_str());
+  return host.ok && ip.ok && cid.ok && role.ok && cpu.ok &&
+         sql.format(
+             "insert into clusters (hostname,ipaddress,clusterid,role,role_id,status,dbwrite_count,"
+             "last_writemill,cpuinfo,cpus,cpuphycores,cpucores,cpuprocs,cpuloadavg,cpuloadavgpp,"
+             "containers,tpl_updatemill,tpl_syncmill,tpl_syncstate,created_at,updated_at,"
+             "qortimemill) values ('%s','%s','%s','%s','%d','%d','0','0','%s','%d','%d','%d','%d',"
+             "'%0.2f','%0.2f','%d','0','0','0',now(),now(),'%ld');",
+             host.c_str(), ip.c_str(), cid.c_str(), role.c_str(), RoleIdOf(rec.role.c_str()),
+             rec.status, cpu.c_str(), rec.cpus, rec.cpuphycores, rec.cpucores, rec.cpuprocs,
+             rec.cpuloadavg, rec.cpuloadavgpp, rec.containers, L(mill));
+}
+
+bool UpdateStatement(SqlText& sql, const ClustRecord& r, int withlastwrite, int full) {
+  if (full == 1) {
+    Lit host(r.hostname.c_str()), ip(r.ipaddress.c_str()), cid(r.clusterid.c_str()),
+        role(r.role.c_str()), ver(QorVersion.c_str());
+    if (!(host.ok && ip.ok && cid.ok && role.ok && ver.ok)) return false;
+    if (withlastwrite == 1) {
+      return sql.format(
+          "update clusters set updated_at=now(), hostname='%s', ipaddress='%s', clusterid='%s', "
+          "role='%s', role_id='%d', status='%d', last_writemill='%ld', cpus='%d', "
+          "cpuphycores='%d', cpucores='%d', cpuprocs='%d', cpuloadavg='%0.2f', "
+          "cpuloadavgpp='%0.2f', containers='%d',cpuutil='%0.2f',memutil='%0.2f',"
+          "diskutil='%0.2f',tpl_updatemill='%ld',  tpl_syncmill='%ld', tpl_syncstate='%d', "
+          "qorver='%s' where id='%d';",
+          host.c_str(), ip.c_str(), cid.c_str(), role.c_str(), r.role_id, r.status,
+          L(r.last_writemill), r.cpus, r.cpuphycores, r.cpucores, r.cpuprocs, r.cpuloadavg,
+          r.cpuloadavgpp, r.containers, CpuUtil, MemUtil, DiskUtil, L(r.tpl_updatemill),
+          L(r.tpl_syncmill), r.tpl_syncstate, ver.c_str(), r.id);
+    }
+    return sql.format(
+        "update clusters set updated_at=now(), hostname='%s', ipaddress='%s', clusterid='%s', "
+        "role='%s', role_id='%d', status='%d', cpus='%d', cpuphycores='%d', cpucores='%d', "
+        "cpuprocs='%d', cpuloadavg='%0.2f', cpuloadavgpp='%0.2f', containers='%d',"
+        "cpuutil='%0.2f',memutil='%0.2f',diskutil='%0.2f',tpl_updatemill='%ld',  "
+        "tpl_syncmill='%ld', tpl_syncstate='%d', qorver='%s' where id='%d';",
+        host.c_str(), ip.c_str(), cid.c_str(), role.c_str(), r.role_id, r.status, r.cpus,
+        r.cpuphycores, r.cpucores, r.cpuprocs, r.cpuloadavg, r.cpuloadavgpp, r.containers,
+        CpuUtil, MemUtil, DiskUtil, L(r.tpl_updatemill), L(r.tpl_syncmill), r.tpl_syncstate,
+        ver.c_str(), r.id);
+  }
+  if (withlastwrite == 1) {
+    return sql.format(
+        "update clusters set updated_at=now(), status='%d', last_writemill='%ld', "
+        "cpuloadavg='%0.2f', cpuloadavgpp='%0.2f', containers='%d',tpl_updatemill='%ld',  "
+        "tpl_syncmill='%ld', tpl_syncstate='%d' where id='%d';",
+        r.status, L(r.last_writemill), r.cpuloadavg, r.cpuloadavgpp, r.containers,
+        L(r.tpl_updatemill), L(r.tpl_syncmill), r.tpl_syncstate, r.id);
+  }
+  return sql.format(
+      "update clusters set updated_at=now(), status='%d', cpuloadavg='%0.2f', "
+      "cpuloadavgpp='%0.2f', containers='%d',tpl_syncstate='%d' where id='%d';",
+      r.status, r.cpuloadavg, r.cpuloadavgpp, r.containers, r.tpl_syncstate, r.id);
+}
+
+// The where clause is built in 128 bytes, as it always was; a host that does not fit is refused.
+bool RemoveStatement(SqlText& sql, const char* selector) {
+  if (!PlainName(cnf.cldbname.c_str())) return false;
+  FixedText<128> where;
+  if (!std::strcmp(selector, "-all")) {
+    where.set(" ");
+  } else if (!std::strcmp(selector, "-alldummy")) {
+    where.set("where hostname like 'qordummyd%'");
+  } else if (*selector != '\0') {
+    char escaped[256];
+    if (!SqlEscape(escaped, sizeof escaped, selector) ||
+        !where.format("where hostname = '%s'", escaped)) {
+      return false;
+    }
+  }
+  FixedText<128> from;
+  return from.format("from %s.clusters", cnf.cldbname.c_str()) &&
+         sql.format("delete %s %s;", from.c_str(), where.c_str());
+}
+
+bool SweepStatement(SqlText& sql, int minutes) {
+  FixedText<160> where;
+  return where.format(
+             "where role!='master' and role!='slave' and updated_at < current_timestamp + "
+             "interval -%d minute",
+             minutes) &&
+         sql.format("delete from clusters %s", where.c_str());
+}
+
+int InsertClusterSql(const char* dbsvr, int64_t mill, int target, ClustRecord rec) {
+  rec.role_id = RoleIdOf(rec.role.c_str());
+  SqlText sql;
+  if (!InsertStatement(sql, rec, mill)) return Refuse("insertclustersql", rec.hostname.c_str());
+  (void)dbsvr;
+  Trace("_xinsertclustersql: sql=\n%s\n", sql.c_str());
+  return Write(PoolByTarget(target), sql.c_str(), "insertclustersql db connection error",
+               "insertclustersql db insert error");
+}
+
+int UpdateClusterSql(const char* dbsvr, ClustRecord** records, int index, int withlastwrite,
+                     int full, int target) {
+  ClustRecord& rec = *records[index];
+  rec.role_id = RoleIdOf(rec.role.c_str());
+  Trace("_xupdateclustersql(1): dbsvr=%s cnf.dbuser=%s cnf.cldbname=%s\n", dbsvr,
+        cnf.dbuser.c_str(), cnf.cldbname.c_str());
+  SqlText sql;
+  if (!UpdateStatement(sql, rec, withlastwrite, full)) {
+    return Refuse("updateclustersql", rec.hostname.c_str());
+  }
+  Trace("_xupdateclustersql(2): sql=\n%s\n", sql.c_str());
+  return Write(PoolByTarget(target), sql.c_str(), "updateclustersql db connection error",
+               "updateclustersql db update error");
+}
+
+int SetStatusClusterSql(const char* dbsvr, int id, int status) {
+  Trace("_xsetstatussql(1) dbsvr=%s cnf.dbuser=%s cnf.cldbname=%s\n", dbsvr, cnf.dbuser.c_str(),
+        cnf.cldbname.c_str());
+  SqlText sql;
+  sql.format("update clusters set updated_at = now(), status = '%d' where id = '%d';", status, id);
+  Trace("_xsetstatussql(2): sql=\n%s\n", sql.c_str());
+  return Write(PoolByAddress(dbsvr), sql.c_str(), "setstatusclustersql db connection error",
+               "setstatusclustersql db update error");
+}
+
+int SetOldClusterSvrSql(const char* dbsvr, const char* host) {
+  Trace("_xsetoldclustersvrsql(1) dbsvr=%s host=%s\n", dbsvr, host);
+  Lit h(host);
+  SqlText sql;
+  if (!h.ok || !sql.format("update clusters set updated_at=now(), status = '%d', last_writemill "
+                           "= '0' where hostname = '%s';",
+                           kStatusOld, h.c_str())) {
+    return Refuse("setoldclustersvrsql", host);
+  }
+  Trace("_xsetoldclustersvrsql(2): sql=\n%s\n", sql.c_str());
+  return Write(FirstOpenPool(), sql.c_str(), "setoldclustersvrsql db connection error",
+               "setoldclustersvrsql db update error");
+}
+
+int SetTplOldClusterSvrSql(const char* dbsvr, const char* host) {
+  Trace("_xsettploldclustersvrsql(1) dbsvr=%s host=%s\n", dbsvr, host);
+  Lit h(host);
+  SqlText sql;
+  if (!h.ok || !sql.format("update clusters set updated_at=now(), tpl_syncstate = '%d', "
+                           "tpl_syncmill = '0' where hostname = '%s';",
+                           kTplOld, h.c_str())) {
+    return Refuse("settploldclustersvrsql", host);
+  }
+  Trace("_xsettploldclustersvrsql(2): sql=\n%s\n", sql.c_str());
+  return Write(FirstOpenPool(), sql.c_str(), "settploldclustersvrsql db connection error",
+               "settploldclustersvrsql db update error");
+}
+
+int UpdateTplsyncSql(const char* dbsvr, const char* host, int64_t syncmill, int state) {
+  Trace("_xupdatetplsyncsql(1) dbsvr=%s host=%s\n", dbsvr, host);
+  Lit h(host);
+  SqlText sql;
+  if (!h.ok || !sql.format("update clusters set updated_at=now(), tpl_syncstate = '%d', "
+                           "tpl_syncmill = '%ld' where hostname = '%s';",
+                           state, L(syncmill), h.c_str())) {
+    return Refuse("updatetplsyncsql", host);
+  }
+  Trace("_xupdatetplsyncssql(2): sql=\n%s\n", sql.c_str());
+  return Write(FirstOpenPool(), sql.c_str(), "updatetplsyncsql db connection error",
+               "updatetplsyncsql db update error");
+}
+
+int RemoveClusterSvrsSql(const char* dbsvr, const char* selector) {
+  (void)dbsvr;
+  SqlText sql;
+  if (!RemoveStatement(sql, selector)) return Refuse("removeclustersvrssql", selector);
+  Trace("_xremoveclustersvrssql(1): sqltmp=\n%s\n", sql.c_str());
+  return Write(FirstOpenPool(), sql.c_str(), "removeclustersvrssql db connection error",
+               "removeclustersvrssql db delete error");
+}
+
+int ClearClusterSql(const char* dbsvr) {
+  (void)dbsvr;
+  return Write(FirstOpenPool(), "truncate table clusters;", "clearclustersql db connection error",
+               "clearclustersql db truncate error");
+}
+
+int SweepClustersql(const char* dbsvr) {
+  (void)dbsvr;
+  SqlText sql;
+  SweepStatement(sql, cnf.clustsweep);
+  Trace("_xdeleteclusterssql(2):%s\n", sql.c_str());
+  // A failed delete is logged and the daemon goes on: the next slow-work pass sweeps again.
+  const char* failed = "deleteclusterssql db delete error";
+  // In a cluster the slave's pool stands in when the master's gives no live connection.
+  if (TryWrite(mpool, sql.c_str(), failed)) return kDbOk;
+  if (Cluster && TryWrite(spool, sql.c_str(), failed)) return kDbOk;
+  LogError("deleteclusterssql db connection error");
+  return kDbNoConnection;
+}
+
+}  // namespace qor

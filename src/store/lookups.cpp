@@ -1,0 +1,108 @@
+#include "store/lookups.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "base/log.h"
+#include "config/qorconf.h"
+#include "store/cluster_query.h"
+#include "store/pools.h"
+
+namespace qor {
+
+int MasterAlive = 0;
+int SlaveAlive = 0;
+FixedText<128> Clusttarget;
+
+int CheckCluster(int* masterAlive, int* slaveAlive, int cluster, const char* master,
+                 const char* slave, const char* user, const char* password,
+                 ClustRecord** records) {
+  *masterAlive = 0;
+  *slaveAlive = 0;
+  if (cluster == 0) return 1;
+  ActInfo info;
+  if (Ping(master, 1, 3) == 0) {
+    GetClusterSql(master, user, password, "-active_all_master_slave", &info, records, 0);
+  } else {
+    GetClusterSql(slave, user, password, "-active_all_master_slave", &info, records, 1);
+  }
+  if (info.count == 2) {
+    *masterAlive = 1;
+    *slaveAlive = 1;
+    return 0;
+  }
+  if (info.count == 1) {
+    bool isMaster = records[0]->role == "master";
+    *masterAlive = isMaster ? 1 : 0;
+    *slaveAlive = isMaster ? 0 : 1;
+    return 0;
+  }
+  return 1;
+}
+
+int IsClustMaster(const char* server, const char* selector, ClustRecord** records) {
+  ActInfo info;
+  GetClusterSql(server, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), selector, &info, records, 0);
+  if (info.count != 1) return 1;
+  return records[0]->role == "master" ? 0 : 1;
+}
+
+int GetClust(int count, ClustRecord** records, int index) {
+  Trace("_xgetclust(1): count=%d i=%d\n", count, index);
+  if (count < 1) return 1;
+  GetQorconf();
+  const ClustRecord& r = *records[index];
+  // The utilisation figures, the version and the insert clock of Clust stay as they are.
+  ClustRecord keep = Clust;
+  Clust = r;
+  Clust.cpuutil = keep.cpuutil;
+  Clust.memutil = keep.memutil;
+  Clust.diskutil = keep.diskutil;
+  Clust.qorver = keep.qorver;
+  Clust.qortimemill = keep.qortimemill;
+  return 0;
+}
+
+int GetTarget(const char* server, ClustRecord** records) {
+  Trace("_xgettarget(1): starting...");
+  ActInfo info;
+  GetClusterSql(server, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-target", &info, records, 0);
+  GetClust(info.count, records, 0);
+  Clusttarget.set(records[0]->ipaddress);
+  Trace("_xgettarget(2): clusttarget -> %s\n", Clusttarget.c_str());
+  return info.count == 1 ? 0 : 1;
+}
+
+void ShowClusterList(const char* server, int full) {
+  if (!Cluster) {
+    std::printf("_Cluster disabled -> %d\n", Cluster);
+    return;
+  }
+  int target = 0;
+  if (!(mpool != nullptr && cnf.clustmaster == server) && spool != nullptr &&
+      cnf.clustslave == server) {
+    target = 1;
+  }
+  ActInfo info;
+  GetClusterSql(server, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all", &info, ClustsOnMaster,
+                target);
+  std::puts(full ? "[id] host ip clustid role stat lastwrt tplsyncstat tplupd tplsync loadavgpp "
+                   "containers updated cores cpu mem disk qorver"
+                 : "[id] host ip clustid role stat lastwrt tplsyncstat tplupd tplsync loadavgpp "
+                   "containers updated");
+  for (int i = 0; i < info.count; ++i) {
+    const ClustRecord& r = *ClustsOnMaster[i];
+    std::printf("[%d] %s %s %s %s %d %ld %d %ld %ld %0.2f %d %ld", r.id, r.hostname.c_str(),
+                r.ipaddress.c_str(), r.clusterid.c_str(), r.role.c_str(), r.status,
+                static_cast<long>(r.last_writemill), r.tpl_syncstate,
+                static_cast<long>(r.tpl_updatemill), static_cast<long>(r.tpl_syncmill),
+                r.cpuloadavgpp, r.containers, static_cast<long>(r.updated_at));
+    if (full) {
+      std::printf(" %d %0.2f %0.2f %0.2f %s", r.cpucores, r.cpuutil, r.memutil, r.diskutil,
+                  r.qorver.c_str());
+    }
+    std::printf("\n");
+  }
+}
+
+}  // namespace qor
