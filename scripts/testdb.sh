@@ -85,7 +85,9 @@ stop() {
 case "${1:-}" in
   start) start "$2" "$3" ;;
   stop) stop "$2" ;;
-  start-pair) start 127.0.0.1 "$2/master"; start 127.0.0.2 "$2/slave" ;;
+  start-pair)
+    # Both or neither: a pair that failed half-way leaves no server behind.
+    (start 127.0.0.1 "$2/master" && start 127.0.0.2 "$2/slave") || { stop "$2/master"; stop "$2/slave"; exit 1; } ;;
   stop-pair) stop "$2/master"; stop "$2/slave" ;;
   sql) dir=$2; shift 2; client "$dir" "$@" ;;
   *) echo "usage: $0 start ADDR DIR | stop DIR | start-pair DIR | stop-pair DIR | sql DIR [ARGS]" >&2; exit 2 ;;

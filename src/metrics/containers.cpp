@@ -62,8 +62,10 @@ int GetLumoContainerSql() {
   }
   // The statement goes to the database as data, so "%%" stays "%%" there, as it always has.
   Trace("_xgetlumocontainersql(1): sql=\n%s\n", sql.c_str());
+  // Only a cluster node without any pool gives up silently; standalone mode counts on the
+  // master's pool and reports its absence like any unusable connection.
   QzPool* pool = FirstOpenPool();
-  if (pool == nullptr) return 0;
+  if (Cluster && pool == nullptr) return 0;
   DbConn conn(pool);
   if (!conn.usable()) {
     LogError("getlumocontainersql db connection error");

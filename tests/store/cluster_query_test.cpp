@@ -1,0 +1,346 @@
+// GetClusterSql against the master's real database: which rows each selector returns and in what
+// order, how the columns land in the records, and what happens to values that do not fit.
+#include "store/cluster_query.h"
+
+#include <time.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "config/qorconf.h"
+#include "store/pools.h"
+#include "store_fixture.h"
+
+namespace qortest {
+namespace {
+
+using qor::ActInfo;
+using qor::ClustsTemp;
+
+// A cluster whose rows are inserted out of order. "odd" carries a role text outside the three
+// codes (role_id 0), so "order by role" and "order by role_id" disagree about it; "other" has no
+// address and the nameless row no host name, for the like_ selectors.
+const std::vector<Row> kCluster = {
+    {"zeta", "node.example", "member", 102, 200, 128, "0.30"},
+    {"node_c", "10.0.0.3", "member", 102, 200, 16, "0.50"},
+    {"other", "", "member", 102, 100, 1, "0.60"},
+    {"shost", "127.0.0.2", "slave", 101, 100, 4, "0.99"},
+    {"node_a", "10.0.0.1", "member", 102, 100, 2, "1000.00"},
+    {"", "10.0.0.8", "member", 102, 200, 64, "0.20"},
+    {"mhost", "127.0.0.1", "master", 100, 100, 8, "0.75"},
+    {"node_b", "10.0.0.2", "member", 102, 300, 32, "0.10"},
+    {"odd", "10.0.0.9", "standby", 0, 200, 3, "5.00"},
+};
+
+struct SelectorCase {
+  const char* cond;
+  std::vector<std::string> hosts;
+  int servers;
+  int cores;
+};
+
+void PrintTo(const SelectorCase& c, std::ostream* os) {
+  *os << "cond \"" << c.cond << "\"";
+}
+
+const std::vector<std::string> kAll = {"odd",    "mhost",  "shost", "",    "node_a",
+                                       "node_b", "node_c", "other", "zeta"};
+
+const SelectorCase kSelectorCases[] = {
+    {"-all", kAll, 4, 15},
+    {"", kAll, 4, 15},
+    {"-active", {"mhost", "shost", "node_a", "other"}, 4, 15},
+    {"-active_all", {"mhost", "shost", "node_a", "other"}, 4, 15},
+    {"-inactive", {"odd", "", "node_c", "zeta"}, 0, 0},
+    {"-not_master", {"odd", "shost", "", "node_a", "node_b", "node_c", "other", "zeta"}, 3, 7},
+    {"-not_slave", {"odd", "mhost", "", "node_a", "node_b", "node_c", "other", "zeta"}, 3, 11},
+    {"-master_slave", {"mhost", "shost", "odd"}, 2, 12},
+    {"-active_master_slave", {"mhost", "shost"}, 2, 12},
+    {"-active_all_master_slave", {"mhost", "shost"}, 2, 12},
+    {"-master", {"mhost"}, 1, 8},
+    {"-slave", {"shost"}, 1, 4},
+    {"-member", {"", "node_a", "node_b", "node_c", "other", "zeta"}, 2, 3},
+    // Lowest stored load among active rows below 1000: 0.60 beats 0.75 and 0.99 only on the
+    // decimals, which the records no longer hold.
+    {"-target", {"other"}, 1, 1},
+    {"like_node%", {"node_a", "node_b", "node_c", "zeta"}, 1, 2},
+    {"like_", {"", "other"}, 1, 1},
+    {"node_b", {"node_b"}, 0, 0},
+    {"node_", {}, 0, 0},
+    {"-bogus", {}, 0, 0},
+};
+
+class StoreSelectors : public StoreTest, public ::testing::WithParamInterface<SelectorCase> {};
+
+TEST_P(StoreSelectors, ReturnRowsInOrder) {
+  const SelectorCase& c = GetParam();
+  Sql("master", InsertRows(kCluster));
+  Connect();
+  ActInfo info{7, 7, 7};
+  ASSERT_EQ(Select(c.cond, &info), qor::kDbOk);
+  EXPECT_EQ(Hosts(info, ClustsTemp), c.hosts);
+  EXPECT_EQ(info.count, static_cast<int>(c.hosts.size()));
+  EXPECT_EQ(info.servers, c.servers);
+  EXPECT_EQ(info.cores, c.cores);
+  EXPECT_TRUE(Logs().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Store, StoreSelectors, ::testing::ValuesIn(kSelectorCases));
+
+using StoreClusterQuery = StoreTest;
+
+TEST_F(StoreClusterQuery, TargetNoneWhenEveryActiveServerIsFull) {
+  Sql("master", InsertRows(kCluster) +
+                    "update clusters set cpuloadavgpp = if(hostname = 'mhost', 1500.25, 1000) "
+                    "where status = 100;");
+  Connect();
+  ActInfo info{7, 7, 7};
+  EXPECT_EQ(Select("-target", &info), qor::kDbOk);
+  EXPECT_EQ(info.count, 0);
+  EXPECT_EQ(info.servers, 0);
+  EXPECT_EQ(info.cores, 0);
+}
+
+// Sets TZ for one test and puts the old value back.
+class ScopedTz {
+ public:
+  explicit ScopedTz(const char* tz) {
+    const char* old = std::getenv("TZ");
+    had_ = old != nullptr;
+    if (had_) old_ = old;
+    setenv("TZ", tz, 1);
+    tzset();
+  }
+  ~ScopedTz() {
+    if (had_) {
+      setenv("TZ", old_.c_str(), 1);
+    } else {
+      unsetenv("TZ");
+    }
+    tzset();
+  }
+
+ private:
+  bool had_ = false;
+  std::string old_;
+};
+
+int64_t Utc(int year, int month, int day, int hour, int minute) {
+  struct tm tm = {};
+  tm.tm_year = year - 1900;
+  tm.tm_mon = month - 1;
+  tm.tm_mday = day;
+  tm.tm_hour = hour;
+  tm.tm_min = minute;
+  return static_cast<int64_t>(timegm(&tm));
+}
+
+TEST_F(StoreClusterQuery, ColumnsConvertIntoTheRecord) {
+  // Central European time, summer time from March to October.
+  ScopedTz tz("CET-1CEST,M3.5.0,M10.5.0/3");
+  const std::string model = std::string(127, 'm') + "X";
+  const std::string version(200, 'v');
+  Sql("master",
+      "insert into clusters (hostname, ipaddress, clusterid, role, role_id, status, "
+      "dbwrite_count, last_writemill, tpl_updatemill, tpl_syncmill, tpl_syncstate, cpuinfo, cpus, "
+      "cpuphycores, cpucores, cpuprocs, cpuloadavg, cpuloadavgpp, containers, updated_at, "
+      "qortimemill, cpuutil, memutil, diskutil, qorver) values "
+      "('conv', '10.1.1.1', 'c-7', 'member', 102, 100, 12345678901, 1700000000123, "
+      "1700000000456, 1700000000789, 300, 'Model X @ 2.0GHz', 2, 12, 24, 48, 3.75, 0.75, 17, "
+      "'2023-07-01 12:00:00', 1690000000999, 0.99, 1.00, 12.50, '4.0.16'), "
+      "('full', '10.1.1.2', 'c-7', 'member', 102, 200, 0, 0, 0, 0, 0, '" +
+          model + "', 1, 1, 1, 1, 0, 1000.00, 0, '2023-01-15 08:30:00', 0, 0, 0, 0, '" + version +
+          "');");
+  int id = std::atoi(Sql("master", "select id from clusters where hostname = 'conv';").c_str());
+  ASSERT_GT(id, 0);
+  Connect();
+  ClustsTemp[2]->hostname = "untouched";
+  ActInfo info;
+  ASSERT_EQ(Select("-all", &info), qor::kDbOk);
+  ASSERT_EQ(info.count, 2);
+  EXPECT_EQ(info.servers, 1);
+  EXPECT_EQ(info.cores, 24);
+
+  const qor::ClustRecord& r = *ClustsTemp[0];
+  EXPECT_EQ(r.id, id);
+  EXPECT_STREQ(r.hostname.c_str(), "conv");
+  EXPECT_STREQ(r.ipaddress.c_str(), "10.1.1.1");
+  EXPECT_STREQ(r.clusterid.c_str(), "c-7");
+  EXPECT_STREQ(r.role.c_str(), "member");
+  EXPECT_EQ(r.role_id, 102);
+  EXPECT_EQ(r.status, 100);
+  EXPECT_EQ(r.dbwrite_count, 12345678901.0);
+  EXPECT_EQ(r.last_writemill, 1700000000123);
+  EXPECT_EQ(r.tpl_updatemill, 1700000000456);
+  EXPECT_EQ(r.tpl_syncmill, 1700000000789);
+  EXPECT_EQ(r.tpl_syncstate, 300);
+  EXPECT_STREQ(r.cpuinfo.c_str(), "Model X @ 2.0GHz");
+  EXPECT_EQ(r.cpus, 2);
+  EXPECT_EQ(r.cpuphycores, 12);
+  EXPECT_EQ(r.cpucores, 24);
+  EXPECT_EQ(r.cpuprocs, 48);
+  EXPECT_EQ(r.cpuloadavg, 3.0);
+  EXPECT_EQ(r.cpuloadavgpp, 0.0);
+  EXPECT_EQ(r.containers, 17);
+  // Noon in July is summer time there, but is read as standard time (UTC+1): 11:00 UTC.
+  EXPECT_EQ(r.updated_at, Utc(2023, 7, 1, 11, 0));
+  EXPECT_EQ(r.qortimemill, 1690000000999);
+  EXPECT_EQ(r.cpuutil, 0.0);
+  EXPECT_EQ(r.memutil, 1.0);
+  EXPECT_EQ(r.diskutil, 12.0);
+  EXPECT_STREQ(r.qorver.c_str(), "4.0.16");
+
+  const qor::ClustRecord& full = *ClustsTemp[1];
+  EXPECT_EQ(full.cpuloadavgpp, 1000.0);
+  EXPECT_EQ(full.updated_at, Utc(2023, 1, 15, 7, 30));
+  // Texts of 128 characters and more are cut to 127 without touching their neighbours.
+  EXPECT_EQ(std::string(full.cpuinfo.c_str()), model.substr(0, 127));
+  EXPECT_EQ(full.cpus, 1);
+  EXPECT_EQ(std::string(full.qorver.c_str()), version.substr(0, 127));
+  EXPECT_STREQ(ClustsTemp[2]->hostname.c_str(), "untouched");
+}
+
+TEST_F(StoreClusterQuery, OnlySixtyFourRowsAreStoredAndCounted) {
+  std::vector<Row> rows;
+  for (int i = 0; i < 70; ++i) {
+    char host[8];
+    std::snprintf(host, sizeof host, "h%02d", i);
+    rows.push_back({host, "10.3.0.1", "member", 102, 100, 1, "0.50"});
+  }
+  Sql("master", InsertRows(rows));
+  Connect();
+  ActInfo info;
+  ASSERT_EQ(Select("-all", &info), qor::kDbOk);
+  EXPECT_EQ(info.count, 64);
+  EXPECT_EQ(info.servers, 64);
+  EXPECT_EQ(info.cores, 64);
+  EXPECT_STREQ(ClustsTemp[63]->hostname.c_str(), "h63");
+  EXPECT_EQ(Logs(), std::vector<std::string>{"getclustersql more than 64 rows on 127.0.0.1"});
+}
+
+TEST_F(StoreClusterQuery, HostNamesWithQuotesInjectNothing) {
+  Sql("master", "insert into clusters (hostname) values ('alpha'), ('beta'), ('o\\'brien\\\\x');");
+  const std::string before = Sql("master", "select id, hostname from clusters order by id;");
+  Connect();
+  ActInfo info;
+  ASSERT_EQ(Select("o'brien\\x", &info), qor::kDbOk);
+  EXPECT_EQ(Hosts(info, ClustsTemp), std::vector<std::string>{"o'brien\\x"});
+  for (const char* hostile : {"x' or '1'='1", "x\\' or 1=1 -- ", "'; delete from clusters; -- ",
+                              "\\", "alpha\\", "like_%' or '1'='1"}) {
+    SCOPED_TRACE(hostile);
+    info = ActInfo{7, 7, 7};
+    EXPECT_EQ(Select(hostile, &info), qor::kDbOk);
+    EXPECT_EQ(info.count, 0);
+  }
+  EXPECT_EQ(Sql("master", "select id, hostname from clusters order by id;"), before);
+  EXPECT_TRUE(Logs().empty());
+}
+
+// The where clause has 127 characters: a pattern appears twice in it and fits up to 42.
+TEST_F(StoreClusterQuery, SelectorsTooLongForTheWhereClauseAreRefused) {
+  Sql("master", InsertRows({{std::string(42, 'n'), "10.4.0.1", "member", 102, 100, 1, "0"}}));
+  Connect();
+  ActInfo info;
+  EXPECT_EQ(Select(("like_" + std::string(42, 'n')).c_str(), &info), qor::kDbOk);
+  EXPECT_EQ(info.count, 1);
+
+  // Without pools a statement that reached the connection step would give 500.
+  qor::CloseConnectionPool();
+  for (const std::string& cond :
+       {"like_" + std::string(43, 'n'), std::string(200, 'h'), std::string(60, '\'')}) {
+    SCOPED_TRACE(cond);
+    info = ActInfo{7, 7, 7};
+    EXPECT_EQ(Select(cond.c_str(), &info), qor::kDbQueryFailed);
+    EXPECT_EQ(info.count, 0);
+    std::vector<std::string> logs = Logs();
+    ASSERT_EQ(logs.size(), 1u);
+    EXPECT_EQ(logs[0].rfind("getclustersql selector too long for 127.0.0.1", 0), 0u) << logs[0];
+  }
+}
+
+// Column types other than the schema's are set up on the master for these tests only; the
+// table is rebuilt from the repository's schema before and after each.
+class StoreOddColumns : public StoreTest {
+ protected:
+  void SetUp() override {
+    RestoreSchema();
+    StoreTest::SetUp();
+  }
+  void TearDown() override {
+    StoreTest::TearDown();
+    RestoreSchema();
+  }
+  static void RestoreSchema() {
+    Sql("master",
+        "drop table if exists clusters; source " + std::string(QOR_SOURCE_DIR) + "/db/schema.sql;");
+  }
+};
+
+TEST_F(StoreOddColumns, NullAndLooseNumbersFollowAtoiRules) {
+  Sql("master",
+      "alter table clusters modify hostname varchar(255) null, modify role_id varchar(32) null, "
+      "modify status varchar(32) null, modify dbwrite_count varchar(32) null, "
+      "modify last_writemill varchar(32) null, modify cpucores varchar(32) null, "
+      "modify cpuloadavgpp varchar(32) null, modify updated_at datetime null, "
+      "modify qorver varchar(255) null;"
+      "insert into clusters (id, hostname, role_id, status, dbwrite_count, last_writemill, "
+      "cpucores, cpuloadavgpp, updated_at, qorver) values "
+      "(1, null, null, '100', null, null, null, null, null, null), "
+      "(2, 'blanks', ' 42abc', '  100', '  77 apples', '-12x', ' 6 cores', '12.9e3', "
+      "'2023-01-15 08:30:00', 'v'), "
+      "(3, 'junk', '+5', 'x100', 'abc', '', '9', '.5', '2023-01-15 08:30:00', 'v');");
+  Connect();
+  // Values of an earlier query must not survive in fields whose column is NULL.
+  for (int i = 0; i < 3; ++i) {
+    ClustsTemp[i]->hostname = "stale";
+    ClustsTemp[i]->role_id = 999;
+    ClustsTemp[i]->cpucores = 999;
+    ClustsTemp[i]->updated_at = 999;
+    ClustsTemp[i]->qorver = "stale";
+  }
+  ActInfo info;
+  ASSERT_EQ(Select("-all", &info), qor::kDbOk);
+  ASSERT_EQ(info.count, 3);
+  EXPECT_EQ(info.servers, 2);
+  EXPECT_EQ(info.cores, 6);
+
+  struct Expected {
+    int id;
+    const char* hostname;
+    int role_id, status;
+    double dbwrite_count;
+    int64_t last_writemill;
+    int cpucores;
+    double cpuloadavgpp;
+    bool dated;
+    const char* qorver;
+  };
+  const Expected expected[] = {
+      {1, "", 0, 100, 0, 0, 0, 0, false, ""},
+      {2, "blanks", 42, 100, 77, -12, 6, 12, true, "v"},
+      {3, "junk", 5, 0, 0, 0, 9, 0, true, "v"},
+  };
+  for (const Expected& e : expected) {
+    const qor::ClustRecord* r = nullptr;
+    for (int i = 0; i < info.count; ++i) {
+      if (ClustsTemp[i]->id == e.id) r = ClustsTemp[i];
+    }
+    SCOPED_TRACE(e.id);
+    ASSERT_NE(r, nullptr);
+    EXPECT_STREQ(r->hostname.c_str(), e.hostname);
+    EXPECT_EQ(r->role_id, e.role_id);
+    EXPECT_EQ(r->status, e.status);
+    EXPECT_EQ(r->dbwrite_count, e.dbwrite_count);
+    EXPECT_EQ(r->last_writemill, e.last_writemill);
+    EXPECT_EQ(r->cpucores, e.cpucores);
+    EXPECT_EQ(r->cpuloadavgpp, e.cpuloadavgpp);
+    EXPECT_EQ(r->updated_at != 0, e.dated);
+    EXPECT_STREQ(r->qorver.c_str(), e.qorver);
+  }
+}
+
+}  // namespace
+}  // namespace qortest

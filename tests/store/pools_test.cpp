@@ -1,0 +1,204 @@
+// The pools against the two real servers: when ReconnectCluster builds, keeps and drops them and
+// what it logs, and which database each target reaches.
+#include "store/pools.h"
+
+#include <algorithm>
+#include <ostream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "config/qorconf.h"
+#include "store/cluster_query.h"
+#include "store_fixture.h"
+
+namespace qortest {
+namespace {
+
+using qor::mpool;
+using qor::spool;
+
+struct SideCase {
+  const char* role;  // "master" or "slave"
+  const char* address;
+  const char* pool;  // "mpool" or "spool"
+  int connectionPool;
+};
+
+void PrintTo(const SideCase& c, std::ostream* os) {
+  *os << c.role << " with ConnectionPool " << c.connectionPool;
+}
+
+class StoreReconnect : public StoreTest, public ::testing::WithParamInterface<SideCase> {
+ protected:
+  QzPool*& Pool() { return std::string(GetParam().role) == "master" ? mpool : spool; }
+  QzPool*& OtherPool() { return std::string(GetParam().role) == "master" ? spool : mpool; }
+};
+
+// The notices ReconnectCluster logs while building the slave's pool in a running daemon.
+std::vector<std::string> SlaveNotices() {
+  return {"reconnect_mysql(3) cluster=1 mpool=" + Handle(mpool) + " spool=(nil) (5)",
+          "reconnect_mysql(4) starting cluster=1 mpool=" + Handle(mpool) +
+              " spool=" + Handle(spool) + " toadr=127.0.0.2(5)"};
+}
+
+TEST_P(StoreReconnect, DropsASilentServersPoolAndRebuildsItWhenItAnswers) {
+  const SideCase& c = GetParam();
+  const bool daemon = c.connectionPool == 5;
+  qor::ConnectionPool = c.connectionPool;
+
+  qor::ReconnectCluster();
+  ASSERT_NE(mpool, nullptr);
+  ASSERT_NE(spool, nullptr);
+  std::vector<std::string> built;
+  if (daemon) {
+    built = {"reconnect_mysql(1) cluster=1 mpool=(nil) spool=(nil) (5)",
+             "reconnect_mysql(2) starting cluster=1 mpool=" + Handle(mpool) +
+                 " spool=(nil) toadr=127.0.0.1(5)"};
+    for (const std::string& n : SlaveNotices()) built.push_back(n);
+  }
+  EXPECT_EQ(Logs(), built);
+  EXPECT_EQ(Pinged(seam.commands), (std::vector<std::string>{"127.0.0.1", "127.0.0.2"}));
+
+  // Both answering: only pings, the same pools.
+  QzPool* const m = mpool;
+  QzPool* const s = spool;
+  seam.commands.clear();
+  qor::ReconnectCluster();
+  EXPECT_EQ(mpool, m);
+  EXPECT_EQ(spool, s);
+  EXPECT_TRUE(Logs().empty());
+  EXPECT_EQ(Pinged(seam.commands), (std::vector<std::string>{"127.0.0.1", "127.0.0.2"}));
+
+  QzPool* const other = OtherPool();
+  const std::string failed =
+      std::string("Ping ") + c.role + "(" + c.address + ") failed in ReconnectCluster. ";
+  seam.blocked = {c.address};
+  seam.commands.clear();
+  qor::ReconnectCluster();
+  EXPECT_EQ(Pool(), nullptr);
+  EXPECT_EQ(OtherPool(), other);
+  EXPECT_EQ(Logs(), std::vector<std::string>{failed + "Made " + c.pool + " null"});
+  EXPECT_EQ(static_cast<int>(std::count(seam.commands.begin(), seam.commands.end(),
+                                        std::string("/bin/ping -c 1 -w 1 ") + c.address)),
+            3);
+
+  qor::ReconnectCluster();
+  EXPECT_EQ(Pool(), nullptr);
+  EXPECT_EQ(Logs(), std::vector<std::string>{failed + c.pool + " is already null"});
+
+  seam.blocked.clear();
+  qor::ReconnectCluster();
+  ASSERT_NE(Pool(), nullptr);
+  EXPECT_EQ(OtherPool(), other);
+  std::vector<std::string> rebuilt;
+  if (daemon && std::string(c.role) == "slave") rebuilt = SlaveNotices();
+  if (daemon && std::string(c.role) == "master") {
+    rebuilt = {"reconnect_mysql(1) cluster=1 mpool=(nil) spool=" + Handle(spool) + " (5)",
+               "reconnect_mysql(2) starting cluster=1 mpool=" + Handle(mpool) +
+                   " spool=" + Handle(spool) + " toadr=127.0.0.1(5)"};
+  }
+  EXPECT_EQ(Logs(), rebuilt);
+
+  // The rebuilt pool reaches its database.
+  qor::ActInfo info;
+  EXPECT_EQ(Select("-all", &info, std::string(c.role) == "master" ? 0 : 1), qor::kDbOk);
+}
+
+INSTANTIATE_TEST_SUITE_P(Store, StoreReconnect,
+                         ::testing::Values(SideCase{"slave", kSlaveAddr, "spool", 5},
+                                           SideCase{"master", kMasterAddr, "mpool", 5},
+                                           SideCase{"slave", kSlaveAddr, "spool", 1},
+                                           SideCase{"master", kMasterAddr, "mpool", 1}));
+
+using StorePools = StoreTest;
+
+TEST_F(StorePools, WrongPasswordLeavesThePoolsEmpty) {
+  qor::cnf.dbpwd = "wrong";
+  qor::ReconnectCluster();
+  EXPECT_EQ(mpool, nullptr);
+  EXPECT_EQ(spool, nullptr);
+  EXPECT_EQ(Logs(), (std::vector<std::string>{"Connection Failure mpool to 127.0.0.1",
+                                              "Connection Failure spool to 127.0.0.2"}));
+}
+
+TEST_F(StorePools, StandaloneBuildsTheMasterPoolWithoutPing) {
+  qor::Cluster = 0;
+  qor::cnf.cluster = "0";
+  qor::cnf.dbsvr = kMasterAddr;
+  qor::ConnectionPool = 5;
+  // Standalone mode does not ask: a silent address changes nothing.
+  seam.blocked = {kMasterAddr, kSlaveAddr};
+  qor::ReconnectCluster();
+  ASSERT_NE(mpool, nullptr);
+  EXPECT_EQ(spool, nullptr);
+  EXPECT_EQ(Logs(),
+            (std::vector<std::string>{"reconnect_mysql(5) cluster=0 mpool=(nil) spool=(nil) (5)",
+                                      "reconnect_mysql(6) starting cluster=0 mpool=" +
+                                          Handle(mpool) + " spool=(nil) toadr=127.0.0.1(5)"}));
+  QzPool* const m = mpool;
+  qor::ReconnectCluster();
+  EXPECT_EQ(mpool, m);
+  EXPECT_TRUE(Logs().empty());
+  EXPECT_TRUE(seam.commands.empty());
+}
+
+struct ChoiceCase {
+  const char* name;
+  bool standalone;
+  std::set<std::string> down;  // addresses silent while the pools are built
+  int target;
+  int rc;
+  std::vector<std::string> hosts;
+};
+
+void PrintTo(const ChoiceCase& c, std::ostream* os) {
+  *os << c.name;
+}
+
+class StorePoolChoice : public StoreTest, public ::testing::WithParamInterface<ChoiceCase> {};
+
+TEST_P(StorePoolChoice, TargetPicksTheDatabase) {
+  const ChoiceCase& c = GetParam();
+  Sql("master", InsertRows({{"on-master", "127.0.0.1", "master", 100, 100, 1, "0"}}));
+  Sql("slave", InsertRows({{"on-slave", "127.0.0.2", "slave", 101, 100, 1, "0"}}));
+  if (c.standalone) {
+    qor::Cluster = 0;
+    qor::cnf.cluster = "0";
+  }
+  Connect(c.down);
+  qor::ClustsTemp[0]->hostname = "untouched";
+  qor::ActInfo info{7, 7, 7};
+  EXPECT_EQ(Select("-all", &info, c.target), c.rc);
+  EXPECT_EQ(Hosts(info, qor::ClustsTemp), c.hosts);
+  EXPECT_EQ(info.servers, static_cast<int>(c.hosts.size()));
+  std::vector<std::string> logs = Logs();
+  if (c.rc == qor::kDbNoConnection) {
+    EXPECT_EQ(logs, std::vector<std::string>{"getclustersql db connection error to 127.0.0.1"});
+  } else {
+    EXPECT_TRUE(logs.empty());
+  }
+  if (c.hosts.empty()) {
+    EXPECT_STREQ(qor::ClustsTemp[0]->hostname.c_str(), "untouched");
+  }
+}
+
+const std::set<std::string> kNone;
+const std::set<std::string> kMasterDown = {kMasterAddr};
+const std::set<std::string> kSlaveDown = {kSlaveAddr};
+const std::set<std::string> kBothDown = {kMasterAddr, kSlaveAddr};
+
+INSTANTIATE_TEST_SUITE_P(
+    Store, StorePoolChoice,
+    ::testing::Values(ChoiceCase{"target 0 with both pools", false, kNone, 0, 0, {"on-master"}},
+                      ChoiceCase{"target 0 without mpool", false, kMasterDown, 0, 0, {"on-slave"}},
+                      ChoiceCase{"target 1 with both pools", false, kNone, 1, 0, {"on-slave"}},
+                      ChoiceCase{"target 1 without spool", false, kSlaveDown, 1, 500, {}},
+                      ChoiceCase{"target 0 without pools", false, kBothDown, 0, 500, {}},
+                      ChoiceCase{"target 2 in a cluster", false, kNone, 2, 0, {}},
+                      ChoiceCase{"target -1 in a cluster", false, kNone, -1, 0, {}},
+                      ChoiceCase{"standalone target 1", true, kNone, 1, 0, {"on-master"}},
+                      ChoiceCase{"standalone target 2", true, kNone, 2, 0, {"on-master"}}));
+
+}  // namespace
+}  // namespace qortest

@@ -1,0 +1,74 @@
+#include "store_fixture.h"
+
+#include <cstdio>
+
+#include "base/shell.h"
+#include "config/qorconf.h"
+#include "store/cluster_query.h"
+#include "store/pools.h"
+
+namespace qortest {
+
+void StoreTest::SetUp() {
+  qor::CloseConnectionPool();
+  qor::ConnectionPool = 1;
+  qor::InitClusterMem();
+  UseTestCluster("master", kMasterAddr);
+  ResetTables();
+  Logs();
+}
+
+void StoreTest::TearDown() {
+  qor::CloseConnectionPool();
+  qor::ConnectionPool = 1;
+  qor::SetShellRunner(nullptr);
+  ResetTables();
+}
+
+void StoreTest::Connect(const std::set<std::string>& down) {
+  seam.blocked = down;
+  qor::ReconnectCluster();
+  seam.commands.clear();
+  Logs();
+}
+
+int StoreTest::Select(const char* cond, qor::ActInfo* info, int target) {
+  return qor::GetClusterSql(kMasterAddr, "qordirect", QOR_TESTDB_PASSWORD, cond, info,
+                            qor::ClustsTemp, target);
+}
+
+std::vector<std::string> Hosts(const qor::ActInfo& info, qor::ClustRecord* const* records) {
+  std::vector<std::string> hosts;
+  for (int i = 0; i < info.count; ++i) hosts.emplace_back(records[i]->hostname.c_str());
+  return hosts;
+}
+
+std::vector<std::string> Pinged(const std::vector<std::string>& commands) {
+  const std::string ping = "/bin/ping -c 1 -w 1 ";
+  std::vector<std::string> addresses;
+  for (const std::string& c : commands) {
+    if (c.rfind(ping, 0) == 0) addresses.push_back(c.substr(ping.size()));
+  }
+  return addresses;
+}
+
+std::string Handle(const void* p) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%p", p);
+  return text;
+}
+
+std::string InsertRows(const std::vector<Row>& rows) {
+  std::string sql =
+      "insert into clusters (hostname, ipaddress, role, role_id, status, cpucores, cpuloadavgpp) "
+      "values ";
+  for (size_t i = 0; i < rows.size(); ++i) {
+    const Row& r = rows[i];
+    sql += (i ? ", ('" : "('") + r.hostname + "', '" + r.ipaddress + "', '" + r.role + "', " +
+           std::to_string(r.role_id) + ", " + std::to_string(r.status) + ", " +
+           std::to_string(r.cpucores) + ", " + r.cpuloadavgpp + ")";
+  }
+  return sql + ";";
+}
+
+}  // namespace qortest
