@@ -34,13 +34,13 @@ void SetPair(CpusetText* sets, const char* a, const char* b) {
 }
 
 // Collects the sets of the list ("0-3,4-7") or group ("[0,1][2,3]") form into cpusets. A set
-// that would not fit its 127 characters, or a 13th set, makes the specification malformed: the
+// that would not fit its 127 characters, or a 13th set, makes the processor-set text malformed: the
 // slots stay bounded and the caller sees 1.
-int CollectSets(CpusetText* cpusets, const char* spec, bool groups, int* count) {
+int CollectSets(CpusetText* cpusets, const char* sets, bool groups, int* count) {
   FixedText<128> current;
   // The group form's walk starts past its opening "[", so both forms start inside a set.
   bool inside = true;
-  const char* p = groups ? spec + 1 : spec;
+  const char* p = groups ? sets + 1 : sets;
   for (; *p; ++p) {
     char c = *p;
     if (groups && !inside) {
@@ -52,7 +52,7 @@ int CollectSets(CpusetText* cpusets, const char* spec, bool groups, int* count) 
       if (*count >= kCpusetSlots) return 1;
       cpusets[*count].set(current);
       if (groups)
-        Trace("_xgetcpuset(2): j=%d cpusets[%d]=%s\n", static_cast<int>(p - spec), *count,
+        Trace("_xgetcpuset(2): j=%d cpusets[%d]=%s\n", static_cast<int>(p - sets), *count,
               current.c_str());
       ++*count;
       current.clear();
@@ -78,30 +78,30 @@ int CollectSets(CpusetText* cpusets, const char* spec, bool groups, int* count) 
 
 }  // namespace
 
-int getcpuset(CpusetText* cpusets, const char* spec, int* cpusetnum, int proccount) {
-  Trace("_xgetcpuset(1): cpuset=%s *cpusetnum=%d proccount=%d\n", spec, *cpusetnum, proccount);
-  if (spec == nullptr || *spec == '\0') {
+int getcpuset(CpusetText* cpusets, const char* sets, int* cpusetnum, int proccount) {
+  Trace("_xgetcpuset(1): cpuset=%s *cpusetnum=%d proccount=%d\n", sets, *cpusetnum, proccount);
+  if (sets == nullptr || *sets == '\0') {
     *cpusetnum = 0;
     return 1;
   }
-  if (!std::strcmp(spec, "0") || !std::strcmp(spec, "all") || !std::strcmp(spec, "auto")) {
+  if (!std::strcmp(sets, "0") || !std::strcmp(sets, "all") || !std::strcmp(sets, "auto")) {
     *cpusetnum = 0;
     return 0;
   }
-  if (!std::strcmp(spec, "ext36")) {
+  if (!std::strcmp(sets, "ext36")) {
     SetPair(cpusets, "0-17,36-53", "18-35,54-71");
     *cpusetnum = 2;
     return 0;
   }
-  if (!std::strcmp(spec, "ext44")) {
+  if (!std::strcmp(sets, "ext44")) {
     SetPair(cpusets, "0-21,44-65", "22-43,66-87");
     *cpusetnum = 2;
     return 0;
   }
-  bool listForm = IsDigit(spec[0]);
-  if (!listForm && spec[0] != '[') return 1;
+  bool listForm = IsDigit(sets[0]);
+  if (!listForm && sets[0] != '[') return 1;
   int count = 0;
-  if (CollectSets(cpusets, spec, !listForm, &count) != 0) return 1;
+  if (CollectSets(cpusets, sets, !listForm, &count) != 0) return 1;
   for (int i = 0; i < count; ++i) Trace("_xgetcpuset(3): cpusets[%d]=%s\n", i, cpusets[i].c_str());
 
   int last = proccount - 1;
@@ -115,19 +115,19 @@ int getcpuset(CpusetText* cpusets, const char* spec, int* cpusetnum, int proccou
     if (last < first && listForm) {
       cpusets[i].clear();
       *cpusetnum = i + 1;
-      Trace("_xgetcpuset(5): cpuset=%s *cpusetnum=%d proccount=%d\n", spec, *cpusetnum, proccount);
+      Trace("_xgetcpuset(5): cpuset=%s *cpusetnum=%d proccount=%d\n", sets, *cpusetnum, proccount);
       return 0;
     }
     if (last <= end) {
       cpusets[i].format("%d-%d", first, last);
       if (i + 1 < kCpusetSlots) cpusets[i + 1].clear();
       *cpusetnum = i + 1;
-      Trace("_xgetcpuset(6): cpuset=%s *cpusetnum=%d proccount=%d\n", spec, *cpusetnum, proccount);
+      Trace("_xgetcpuset(6): cpuset=%s *cpusetnum=%d proccount=%d\n", sets, *cpusetnum, proccount);
       return 0;
     }
   }
   *cpusetnum = count;
-  Trace("_xgetcpuset(6): cpuset=%s *cpusetnum=%d proccount=%d\n", spec, *cpusetnum, proccount);
+  Trace("_xgetcpuset(6): cpuset=%s *cpusetnum=%d proccount=%d\n", sets, *cpusetnum, proccount);
   return 0;
 }
 

@@ -21,8 +21,8 @@ extern CpusetText Mems[kCpusetSlots];
 
 void InitCpusets();
 
-// 0 when spec was understood, 1 when it is empty or malformed. proccount: logical processors.
-int getcpuset(CpusetText* cpusets, const char* spec, int* cpusetnum, int proccount);
+// 0 when sets was understood, 1 when it is empty or malformed. proccount: logical processors.
+int getcpuset(CpusetText* cpusets, const char* sets, int* cpusetnum, int proccount);
 
 // Recomputes Cpu.cores from cnf.cpuset when it names ranges.
 void cnfcore();

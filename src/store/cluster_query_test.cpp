@@ -64,52 +64,6 @@ TEST(StoreSelect, WhereClauseThatWouldNotFitIsRefused) {
   EXPECT_FALSE(BuildClusterSelect(sql, ("like_" + std::string(300, 'p')).c_str()));
 }
 
-TEST(StoreSelect, ColumnsConvertByPosition) {
-  setenv("TZ", "UTC", 1);
-  tzset();
-  const char* row[27] = {"7x",   "host", "10.0.0.1", "c1",     "member", "102",  "100",
-                         "12.9", "-5",   "1700000000123", "0", "300",  "CPU: x", "2",
-                         "8",    "16",   "32",      "0.75",   "1000.00", " 42", "2026-01-02 03:04:05",
-                         "99",   "0.50", "1.00",    "0.99",   "4.0.16", "extra"};
-  ClustRecord rec;
-  ActInfo info;
-  FillClustRecord(rec, 27, row, info);
-  EXPECT_EQ(rec.id, 7);
-  EXPECT_STREQ(rec.hostname.c_str(), "host");
-  EXPECT_STREQ(rec.role.c_str(), "member");
-  EXPECT_EQ(rec.role_id, 102);
-  EXPECT_EQ(rec.dbwrite_count, 12.0);
-  EXPECT_EQ(rec.last_writemill, -5);
-  EXPECT_EQ(rec.tpl_updatemill, 1700000000123);
-  EXPECT_EQ(rec.tpl_syncstate, 300);
-  EXPECT_STREQ(rec.cpuinfo.c_str(), "CPU: x");
-  EXPECT_EQ(rec.cpucores, 16);
-  EXPECT_EQ(rec.cpuloadavg, 0.0);
-  EXPECT_EQ(rec.cpuloadavgpp, 1000.0);
-  EXPECT_EQ(rec.containers, 42);
-  EXPECT_EQ(rec.updated_at, 1767323045);
-  EXPECT_EQ(rec.qortimemill, 99);
-  EXPECT_EQ(rec.cpuutil, 0.0);
-  EXPECT_EQ(rec.memutil, 1.0);
-  EXPECT_EQ(rec.diskutil, 0.0);
-  EXPECT_STREQ(rec.qorver.c_str(), "4.0.16");
-  EXPECT_EQ(info.servers, 1);
-  EXPECT_EQ(info.cores, 16);
-
-  // An inactive row counts no server or cores; NULL reads as empty text and 0; long text is cut.
-  std::string longName(200, 'n');
-  const char* nulls[26] = {nullptr, longName.c_str(), nullptr, nullptr, nullptr, nullptr, "200"};
-  ClustRecord other;
-  other.role.set("stale");
-  FillClustRecord(other, 26, nulls, info);
-  EXPECT_EQ(other.id, 0);
-  EXPECT_EQ(other.hostname.size(), 127u);
-  EXPECT_STREQ(other.role.c_str(), "");
-  EXPECT_EQ(other.updated_at, 0);
-  EXPECT_EQ(info.servers, 1);
-  EXPECT_EQ(info.cores, 16);
-}
-
 TEST(StoreSelect, UpdatedAtIsLocalTimeWithoutDaylightSaving) {
   setenv("TZ", "Europe/Berlin", 1);
   tzset();
