@@ -1,5 +1,5 @@
 // Processor sets: turns the configured qor_cpuset text into the list of sets and, for range
-// specifications, the processor count that replaces the detected core count.
+// texts, the processor count that replaces the detected core count.
 // InitCpusets must run once before the first configuration read.
 #pragma once
 
