@@ -43,7 +43,7 @@ TEST_F(ConfigCpusetTest, GetcpusetBuildsSetsAndClipsThemToTheProcessors) {
   const std::vector<std::string> twelve = {"0", "1", "2", "3", "4",  "5",
                                            "6", "7", "8", "9", "10", "11"};
   struct Case {
-    std::string sets;
+    std::string text;
     int procs, ret, num;
     std::vector<std::string> sets;
   } cases[] = {
@@ -84,10 +84,10 @@ TEST_F(ConfigCpusetTest, GetcpusetBuildsSetsAndClipsThemToTheProcessors) {
     CpusetText slots[kCpusetSlots];
     for (CpusetText& s : slots) s = "old";
     int num = 7;
-    EXPECT_EQ(getcpuset(slots, c.sets.c_str(), &num, c.procs), c.ret) << c.sets;
-    EXPECT_EQ(num, c.num) << c.sets;
+    EXPECT_EQ(getcpuset(slots, c.text.c_str(), &num, c.procs), c.ret) << c.text;
+    EXPECT_EQ(num, c.num) << c.text;
     for (size_t i = 0; i < kCpusetSlots; ++i) {
-      EXPECT_EQ(slots[i].view(), i < c.sets.size() ? c.sets[i] : "old") << c.sets << " #" << i;
+      EXPECT_EQ(slots[i].view(), i < c.sets.size() ? c.sets[i] : "old") << c.text << " #" << i;
     }
   }
 }
