@@ -33,4 +33,6 @@ void Trace(const char* fmt, ...) {
 
 void CloseLog() { closelog(); }
 
+void OpenDaemonLog() { openlog("qorclustd", LOG_PID, LOG_DAEMON); }
+
 }  // namespace qor

@@ -12,5 +12,7 @@ void LogError(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 // Printed only in debug mode; every trace text begins with "_x" (or "_" for a few old ones).
 void Trace(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 void CloseLog();
+// The daemon's own identity: "qorclustd" with the process id, facility daemon.
+void OpenDaemonLog();
 
 }  // namespace qor

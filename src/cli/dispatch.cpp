@@ -14,11 +14,15 @@
 #include "config/qorconf.h"
 #include "metrics/cpuinfo.h"
 #include "metrics/ifaddress.h"
+#include "membership/heartbeat.h"
 #include "store/clust_record.h"
 #include "store/cluster_query.h"
 #include "store/lookups.h"
 #include "store/pools.h"
 #include "cli/admin.h"
+#include "cli/daemon.h"
+#include "cli/progname.h"
+#include "cli/schedule.h"
 #include "cli/status.h"
 #include "cli/usage.h"
 
@@ -94,6 +98,45 @@ int Listing(const CommandArgs&) {
   return ShowTwoDatabases(full);
 }
 
+// The daemon words. DaemonMain returns only on its stop paths; the process then exits 0.
+int Start(const CommandArgs&) {
+  CheckRunning(0);
+  LogNotice("%s daemon starting with -start...\n", Progname);
+  DaemonMain();
+  return 0;
+}
+
+int StartBoot(const CommandArgs&) {
+  CheckRunning(1);
+  LogNotice("%s daemon starting with -start_boot...\n", Progname);
+  DaemonMain();
+  return 0;
+}
+
+int StartNocheck(const CommandArgs&) {
+  std::printf("%s daemon starting with interval=%ld(sec)...\n", Progname,
+              static_cast<long>(Interval));
+  DaemonMain();
+  return 0;
+}
+
+int Stop(const CommandArgs&) {
+  if (checkroot() != 0) {
+    std::puts("Please sudo this!");
+    return 0;
+  }
+  std::puts("qorclustd daemon stopping...");
+  return StopDaemon();
+}
+
+int Proc(const CommandArgs&) { return ShowThisProc(); }
+
+// One heartbeat writing the whole row, then what the two databases hold.
+int Update(const CommandArgs&) {
+  UpdateCluster(1);
+  return ShowTwoDatabases(0);
+}
+
 int DbListen(const CommandArgs&) { return ShowThisMysqlListen(); }
 int Target(const CommandArgs&) { return ShowTarget(); }
 int IsMaster(const CommandArgs& a) { return ShowIsMaster(a.hostname); }
@@ -123,8 +166,15 @@ const Command kCommands[] = {
     {"-set_old_on_slave", Admin<AdminOp::kSetOld, false>},
     {"-set_tplold_on_master", Admin<AdminOp::kSetTplOld, true>},
     {"-set_tplold_on_slave", Admin<AdminOp::kSetTplOld, false>},
+    {"-start", Start},
+    {"-start_boot", StartBoot},
+    {"-start_nocheck", StartNocheck},
+    {"-stop", Stop},
+    {"-ps", Proc},
+    {"-proc", Proc},
     {"-dblisten", DbListen},
     {"-count", CountCommand},
+    {"-update", Update},
     {"-l", Listing<0>},
     {"-lf", Listing<1>},
     {"-target", Target},

@@ -9,17 +9,11 @@
 namespace qortest {
 namespace {
 
-std::string ConfFor(const char* role, const char* netif) {
-  return std::string("qor_cluster=1\nqor_clustid=c1\nqor_clustrole=") + role +
-         "\nqor_clustmaster=127.0.0.1\nqor_clustslave=127.0.0.2\nqor_netif=" + netif +
-         "\nqor_dbpwd='" QOR_TESTDB_PASSWORD "'\n";
-}
-
 class CliStoreWords : public ::testing::Test {
  protected:
   void SetUp() override {
     ResetTables();
-    box.Write(".qorconf", ConfFor("master", "lo"));
+    box.Write(".qorconf", TestClusterConf("master", "lo"));
   }
   void TearDown() override { ResetTables(); }
   Sandbox box;
@@ -36,7 +30,10 @@ TEST_F(CliStoreWords, PingAnswersWithItsTriesAndRefusals) {
       {{"-ping", "127.0.0.1", "2"}, 0, "ping OK! (127.0.0.1)\n", 0},
       {{"-ping", "127.0.0.1", "0"}, 1, "ping NG! (127.0.0.1)\n", 0},
       {{"-ping", "127.0.0.1", "1", "extra"}, 1, "ping NG! (127.0.0.1)\n", 0},
-      {{"-ping", "127.0.0.1;touch /tmp/qorping"}, 1, "ping NG! (127.0.0.1;touch /tmp/qorping)\n", 1},
+      {{"-ping", "127.0.0.1;touch /tmp/qorping"},
+       1,
+       "ping NG! (127.0.0.1;touch /tmp/qorping)\n",
+       1},
   };
   for (const Case& c : cases) {
     RunResult r = box.Run(c.args);

@@ -1,7 +1,6 @@
 // What every read reports when its database lacks the table or has stopped. The shared pair
 // keeps running: a third server of this test's own on 127.0.0.3 plays the slave and is stopped
 // during the test.
-#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
@@ -14,36 +13,6 @@
 
 namespace qortest {
 namespace {
-
-constexpr const char* kThirdAddr = "127.0.0.3";
-
-// The third server, started by the test database script and always stopped by it.
-class ThirdServer {
- public:
-  ThirdServer() { started_ = Script("start " + std::string(kThirdAddr) + " " + Dir()); }
-  ~ThirdServer() { Stop(); }
-  ThirdServer(const ThirdServer&) = delete;
-  ThirdServer& operator=(const ThirdServer&) = delete;
-
-  bool started() const { return started_; }
-  bool Stop() {
-    if (!started_) return true;
-    started_ = false;
-    return Script("stop " + Dir());
-  }
-
- private:
-  static std::string Dir() { return std::string(QOR_TESTDB_DIR) + "/third"; }
-  static bool Script(const std::string& args) {
-    // The script creates the user with this password unless told otherwise.
-    setenv("QOR_TEST_DBPWD", QOR_TESTDB_PASSWORD, 1);
-    std::string cmd = "bash " + std::string(QOR_SOURCE_DIR) + "/scripts/testdb.sh " + args + " >" +
-                      std::string(QOR_TESTDB_DIR) + "/third.log 2>&1";
-    return std::system(cmd.c_str()) == 0;
-  }
-
-  bool started_ = false;
-};
 
 struct Read {
   const char* name;

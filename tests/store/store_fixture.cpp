@@ -1,6 +1,7 @@
 #include "store_fixture.h"
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "base/shell.h"
 #include "config/qorconf.h"
@@ -35,6 +36,32 @@ void StoreTest::Connect(const std::set<std::string>& down) {
 int StoreTest::Select(const char* cond, qor::ActInfo* info, int target) {
   return qor::GetClusterSql(kMasterAddr, "qordirect", QOR_TESTDB_PASSWORD, cond, info,
                             qor::ClustsTemp, target);
+}
+
+namespace {
+
+std::string ThirdDir() {
+  return std::string(QOR_TESTDB_DIR) + "/third";
+}
+
+bool ThirdScript(const std::string& args) {
+  // The script creates the user with this password unless told otherwise.
+  setenv("QOR_TEST_DBPWD", QOR_TESTDB_PASSWORD, 1);
+  std::string cmd = "bash " + std::string(QOR_SOURCE_DIR) + "/scripts/testdb.sh " + args + " >" +
+                    std::string(QOR_TESTDB_DIR) + "/third.log 2>&1";
+  return std::system(cmd.c_str()) == 0;
+}
+
+}  // namespace
+
+ThirdServer::ThirdServer() {
+  started_ = ThirdScript("start " + std::string(kThirdAddr) + " " + ThirdDir());
+}
+
+bool ThirdServer::Stop() {
+  if (!started_) return true;
+  started_ = false;
+  return ThirdScript("stop " + ThirdDir());
 }
 
 std::vector<std::string> Hosts(const qor::ActInfo& info, qor::ClustRecord* const* records) {

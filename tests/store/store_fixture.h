@@ -33,6 +33,23 @@ class StoreTest : public ::testing::Test {
   PingSeam seam;
 };
 
+// A third server of one test's own on 127.0.0.3, started by the test database script and always
+// stopped by it, for tests that stop a database while the shared pair keeps running.
+constexpr const char* kThirdAddr = "127.0.0.3";
+class ThirdServer {
+ public:
+  ThirdServer();
+  ~ThirdServer() { Stop(); }
+  ThirdServer(const ThirdServer&) = delete;
+  ThirdServer& operator=(const ThirdServer&) = delete;
+
+  bool started() const { return started_; }
+  bool Stop();
+
+ private:
+  bool started_ = false;
+};
+
 // Host names of entries 0 to info.count-1 of records.
 std::vector<std::string> Hosts(const qor::ActInfo& info, qor::ClustRecord* const* records);
 // Addresses of the ping commands in commands, in order.

@@ -1,6 +1,7 @@
 #include "support/store_env.h"
 
 #include <gtest/gtest.h>
+#include <time.h>
 
 #include <cstdio>
 
@@ -32,7 +33,8 @@ std::string Sql(const std::string& side, const std::string& statements) {
 
 void ResetTables() {
   for (const char* side : {"master", "slave"}) {
-    Sql(side, "delete from clusters; alter table clusters auto_increment=1; delete from containers;");
+    Sql(side,
+        "delete from clusters; alter table clusters auto_increment=1; delete from containers;");
   }
 }
 
@@ -47,11 +49,25 @@ void UseTestCluster(const char* role, const char* own) {
   qor::cnf.dbsvr = kMasterAddr;
   qor::cnf.dbpwd = QOR_TESTDB_PASSWORD;
   std::string r = role;
-  qor::ClustRole = r == "master" ? qor::kRoleMaster
-                   : r == "slave" ? qor::kRoleSlave
+  qor::ClustRole = r == "master"   ? qor::kRoleMaster
+                   : r == "slave"  ? qor::kRoleSlave
                    : r == "member" ? qor::kRoleMember
                                    : qor::kRoleOther;
   qor::CurrentSvr = own;
+}
+
+std::string TestClusterConf(const char* role, const char* netif, const char* master,
+                            const char* slave) {
+  return std::string("qor_cluster=1\nqor_clustid=c1\nqor_clustrole=") + role +
+         "\nqor_clustmaster=" + master + "\nqor_clustslave=" + slave + "\nqor_netif=" + netif +
+         "\nqor_dbpwd='" QOR_TESTDB_PASSWORD "'\n";
+}
+
+int64_t LocalStandardTime(const char* text) {
+  struct tm tm = {};
+  strptime(text, "%Y-%m-%d %H:%M:%S", &tm);
+  tm.tm_isdst = 0;
+  return static_cast<int64_t>(mktime(&tm));
 }
 
 bool PingSeam::Run(const char* command, size_t lineMax, qor::LineSink sink) {

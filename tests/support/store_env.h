@@ -4,6 +4,7 @@
 // answering ping while every other command runs for real.
 #pragma once
 
+#include <cstdint>
 #include <set>
 #include <string>
 #include <vector>
@@ -24,6 +25,15 @@ void ResetTables();
 // Configuration of a cluster node with the test servers as master and slave and the test
 // password; role is a role text ("master", "slave", "member"), own the node's address.
 void UseTestCluster(const char* role, const char* own);
+
+// The configuration file of a node of the test cluster, for the real binary: netif names the
+// interface whose address is the node's own ("lo" gives 127.0.0.1, "0" no address).
+std::string TestClusterConf(const char* role, const char* netif, const char* master = kMasterAddr,
+                            const char* slave = kSlaveAddr);
+
+// An updated_at text ("%Y-%m-%d %H:%M:%S") as the program reads it: local time with daylight
+// saving time taken as not in force, in seconds since the epoch.
+int64_t LocalStandardTime(const char* text);
 
 // Pings of the blocked addresses print nothing (no answer); everything else runs via popen.
 class PingSeam : public qor::ShellRunner {

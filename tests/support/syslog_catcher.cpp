@@ -1,6 +1,7 @@
 #include "support/syslog_catcher.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
@@ -53,18 +54,45 @@ SyslogCatcher::SyslogCatcher(const std::string& dir) : path_(dir + "/log.sock") 
 }
 
 SyslogCatcher::~SyslogCatcher() {
+  stop_ = true;
+  if (drainer_.joinable()) drainer_.join();
   if (fd_ >= 0) close(fd_);
   unlink(path_.c_str());
 }
 
-void SyslogCatcher::Take(std::vector<std::string>* texts, std::vector<std::string>* raw) {
+void SyslogCatcher::StartDraining() {
+  if (fd_ < 0 || drainer_.joinable()) return;
+  drainer_ = std::thread([this] {
+    while (!stop_) Drain(true);
+  });
+}
+
+// Moves what the socket holds into got_; with wait, first waits up to 100 ms for a datagram.
+void SyslogCatcher::Drain(bool wait) {
+  if (wait) {
+    pollfd p{fd_, POLLIN, 0};
+    if (poll(&p, 1, 100) <= 0) return;
+  }
   char msg[8192];
-  while (fd_ >= 0) {
+  for (;;) {
     ssize_t n = recv(fd_, msg, sizeof msg, MSG_DONTWAIT);
-    if (n <= 0) break;
-    std::string r(msg, static_cast<size_t>(n));
+    if (n <= 0) return;
+    std::lock_guard<std::mutex> lock(mu_);
+    got_.emplace_back(msg, static_cast<size_t>(n));
+  }
+}
+
+void SyslogCatcher::Take(std::vector<std::string>* texts, std::vector<std::string>* raw) {
+  if (fd_ < 0) return;
+  if (!drainer_.joinable()) Drain(false);
+  std::vector<std::string> got;
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    got.swap(got_);
+  }
+  for (std::string& r : got) {
     if (texts) texts->push_back(StripHead(r));
-    if (raw) raw->push_back(r);
+    if (raw) raw->push_back(std::move(r));
   }
 }
 

@@ -3,7 +3,10 @@
 // isolate themselves to read what the code under test logs.
 #pragma once
 
+#include <atomic>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace qortest {
@@ -17,14 +20,25 @@ class SyslogCatcher {
   SyslogCatcher& operator=(const SyslogCatcher&) = delete;
 
   bool ok() const { return fd_ >= 0; }
+  // Reads continuously from a thread of its own from now on. The socket queues only a few
+  // datagrams (net.unix.max_dgram_qlen), and a writer whose datagram does not fit blocks: a
+  // daemon that logs every cycle needs a reader that keeps up. Start it only after the process
+  // has made its namespaces (a second thread forbids that).
+  void StartDraining();
   const std::string& path() const { return path_; }
   // Everything received so far: message texts (after "ident[pid]: ") and the raw datagrams.
   void Take(std::vector<std::string>* texts, std::vector<std::string>* raw = nullptr);
   std::vector<std::string> Take();
 
  private:
+  void Drain(bool wait);
+
   int fd_ = -1;
   std::string path_;
+  std::mutex mu_;
+  std::vector<std::string> got_;
+  std::atomic<bool> stop_{false};
+  std::thread drainer_;
 };
 
 // In the calling process (which must be the only thread, and root): a private mount namespace

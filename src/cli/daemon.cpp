@@ -1,0 +1,213 @@
+#include "cli/daemon.h"
+
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "base/fatal.h"
+#include "base/log.h"
+#include "base/process.h"
+#include "base/shell.h"
+#include "cli/progname.h"
+#include "cli/schedule.h"
+#include "config/qorconf.h"
+#include "config/qorver.h"
+#include "membership/heartbeat.h"
+#include "metrics/utilisation.h"
+#include "store/cluster_query.h"
+#include "store/pools.h"
+
+namespace qor {
+
+namespace {
+
+const char* const kWeekdays[7] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+
+// Forks; the parent leaves at once with 0, the child goes on. _exit, so that nothing the parent
+// holds (stdio buffers, the library's connections) is flushed or closed twice.
+void ForkAway() {
+  std::fflush(nullptr);
+  pid_t pid = fork();
+  if (pid < 0) std::exit(1);
+  if (pid > 0) _exit(0);
+}
+
+void Daemonise() {
+  ForkAway();
+  if (setsid() < 0) std::exit(1);
+  signal(SIGCHLD, SIG_IGN);
+  signal(SIGHUP, SIG_IGN);
+  ForkAway();
+  umask(0);
+  if (chdir("/tmp") != 0) {
+    // Nothing depends on the working directory; the daemon goes on where it is.
+  }
+  // The pools of the start-up hold descriptors that are about to be closed: free them first, so
+  // that the reconnect below builds fresh ones instead of keeping dead connections.
+  CloseConnectionPool();
+  close(0);
+  close(1);
+  close(2);
+  for (long fd = sysconf(_SC_OPEN_MAX); fd >= 1; --fd) close(static_cast<int>(fd));
+  OpenDaemonLog();
+  setpriority(PRIO_PROCESS, 0, -20);
+}
+
+// The configuration re-check of the cycle: 1 when the daemon must stop.
+int Recheck(int64_t* prevTotal, int64_t* prevIdle) {
+  GetQorconf();
+  if (CheckClustConf(CurrentSvr.c_str(), Clust.clusterid, Clust.role) != kClustConfValid) {
+    LogError("stopped because cluster not enabled or invalid config!");
+    CloseLog();
+    CloseConnectionPool();
+    return 1;
+  }
+  // Releasing reserved container rows without a container (CheckAllRsvContainers) joins here.
+  int64_t total = 0, idle = 0;
+  if (getcpuidle(&total, &idle) == 0) {
+    CpuUtil = CpuUtilBetween(*prevTotal, *prevIdle, total, idle);
+    *prevTotal = total;
+    *prevIdle = idle;
+  } else {
+    CpuUtil = 0.0;
+  }
+  MemUtil = getmemutil();
+  DiskUtil = getdiskutil("/");
+  return 0;
+}
+
+void SlowWork(const LoopCounters& c, int64_t* sequence) {
+  time_t now = time(nullptr);
+  struct tm tm;
+  localtime_r(&now, &tm);
+  bool masterPass = ClustRole == kRoleMaster && Tplsync == 0;
+  LogNotice(masterPass ? "master running mpool=%p spool=%p basecounter=%d checkcounter=%d "
+                         "actinterval=%d clustsweep=%d datetime=%04d/%02d/%02d(%s) "
+                         "%02d:%02d:%02d (%ld)"
+                       : "slave/member rsync started mpool=%p spool=%p basecounter=%d "
+                         "checkcounter=%d actinterval=%d clustsweep=%d "
+                         "datetime=%04d/%02d/%02d(%s) %02d:%02d:%02d (%ld)",
+            static_cast<void*>(mpool), static_cast<void*>(spool), c.basecounter, c.checkcounter,
+            kActInterval, cnf.clustsweep, tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday,
+            kWeekdays[tm.tm_wday % 7], tm.tm_hour, tm.tm_min, tm.tm_sec,
+            static_cast<long>((*sequence)++));
+  // The template and whitelist pull (RsyncLicWlistTpl) joins here, for every role.
+  if (!masterPass) Tplsync = 0;
+  // The role work joins here: on the master and the slave the release of stale browser and
+  // desktop container rows (DeleteLumoBRSql) and the profile synchronisations.
+  // The sweep of silent members (SweepCluster, when cnf.clustsweep > 0) joins here.
+}
+
+}  // namespace
+
+int DaemonMain() {
+  Daemonise();
+  LoopCounters counters;
+  int64_t sequence = 0;
+  GetQorconf();
+  LogNotice("started with actinterval=%d clustrole=%d cnf.clustcontrol=%d", kActInterval,
+            ClustRole, cnf.clustcontrol);
+  if (CheckClustConf(CurrentSvr.c_str(), Clust.clusterid, Clust.role) != kClustConfValid) {
+    LogNotice("stopped because cluster not enabled or invalid config!");
+    CloseLog();
+    CloseConnectionPool();
+    return 1;
+  }
+  ConnectionPool = 5;
+  ReconnectCluster();
+  LogNotice("(cluster=%d) db cennection mpool=%p spool=%p", Cluster, static_cast<void*>(mpool),
+            static_cast<void*>(spool));
+  // Releasing reserved container rows without a container (CheckAllRsvContainers) joins here.
+  int64_t prevTotal = 0, prevIdle = 0;
+  getcpuidle(&prevTotal, &prevIdle);
+  getqorver(QorVersion);
+  MemUtil = getmemutil();
+  DiskUtil = getdiskutil("/");
+  counters.full = 1;
+  for (;;) {
+    if (ConnectionPool != 5) ConnectionPool = 5;
+    ReconnectCluster();
+    GetClustCount(&ClustCount);
+    UpdateCluster(counters.full);
+    counters.full = 0;
+    // Monitoring of the other servers (MonitorCluster(0)) joins the cycle here.
+    CyclePlan plan = PlanCycle(counters, Tplsync);
+    if (plan.recheck && Recheck(&prevTotal, &prevIdle) != 0) return 1;
+    if (plan.slow) SlowWork(counters, &sequence);
+    FinishCycle(counters, plan);
+    sleep(static_cast<unsigned>(Interval));
+  }
+}
+
+int CheckRunning(int boot) {
+  if (checkroot() != 0) {
+    std::puts("Please sudo this!");
+    CloseConnectionPool();
+    std::exit(1);
+  }
+  if (setuid(0) != 0) {
+    LogNotice("setuid failed cur_uid=%d cur_gid=%d", static_cast<int>(getuid()),
+              static_cast<int>(getgid()));
+    CloseConnectionPool();
+    std::exit(1);
+  }
+  const char* command = "ps aux | grep 'qorclustd -start' | grep -v grep | wc -l";
+  Trace("_checkrunning: cmd=%s\n", command);
+  char first[128] = {};
+  bool got = false;
+  if (!RunShell(command, sizeof first, [&](char* line) {
+        if (!got) CopyText(first, sizeof first, line);
+        got = true;
+      })) {
+    FatalCommand(command);
+  }
+  int count = std::atoi(first);
+  Trace("_checkrunning: result=%d, buf=%s\n", count, first);
+  bool alone = (boot == 1 && count == 1) || (boot == 0 && count == 2);
+  LogNotice("_checkrunning: boot=%d result=%d exist=%d\n", boot, count, alone ? 0 : 1);
+  if (alone) return 0;
+  std::printf("%s already running! (result=%d)\n", Progname, count);
+  LogNotice("%s already running!\n", Progname);
+  CloseConnectionPool();
+  std::exit(1);
+}
+
+int StopDaemon() {
+  const char* command = "ps ax | grep 'qorclustd -start' | grep -v grep";
+  int lastLength = 0;
+  // Whole lines: a long command line read in 127-character pieces would turn the start of a
+  // later piece into a process id, and that process would be killed.
+  bool started = RunShell(command, kShellLineMax, [&](char* line) {
+    char digits[kShellLineMax];
+    size_t n = 0;
+    for (const char* p = line; *p; ++p) {
+      if (*p != ' ' && *p != '\n') digits[n++] = *p;
+    }
+    digits[n] = '\0';
+    lastLength = static_cast<int>(std::strlen(digits));
+    int pid = std::atoi(digits);
+    std::printf("pid=%d\n", pid);
+    if (pid > 0) kill(pid, SIGKILL);
+  });
+  if (!started) FatalCommand(command);
+  LogNotice("stopped by command (%d)", lastLength);
+  CloseLog();
+  return 0;
+}
+
+int ShowThisProc() {
+  const char* command = "ps aux | grep 'qorclustd -start' | grep -v grep";
+  if (!RunShell(command, 128, [](char* line) { std::fputs(line, stdout); })) {
+    FatalCommand(command);
+  }
+  return 0;
+}
+
+}  // namespace qor

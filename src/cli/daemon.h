@@ -1,0 +1,19 @@
+// The daemon process: double fork into its own session, then the endless cycle of heartbeat,
+// monitoring, configuration re-check and slow work. Also the running check, the stop command and
+// the process listing, which find daemons by "qorclustd -start" in the process table.
+#pragma once
+
+namespace qor {
+
+// Never returns in the invoking process (it exits 0 at the first fork). In the daemon it returns
+// 1 only when the configuration is, or becomes, invalid.
+int DaemonMain();
+// 0 when no other daemon runs (boot 1: the count must be exactly 1, boot 0: exactly 2); every
+// other case ends the process with status 1.
+int CheckRunning(int boot);
+// SIGKILL to every running daemon; 0.
+int StopDaemon();
+// Prints the running daemons' process lines; 0.
+int ShowThisProc();
+
+}  // namespace qor

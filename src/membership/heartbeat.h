@@ -1,0 +1,34 @@
+// The heartbeat: once per cycle this node writes its own row into the master's and the slave's
+// databases by the rules of its role, inserting it where it is missing. UpdateCluster is the
+// entry point; call it after the pools are opened (ReconnectCluster) and, in the daemon, after
+// GetClustCount. Single-threaded; each call re-reads the configuration.
+#pragma once
+
+#include "store/clust_record.h"
+
+namespace qor {
+
+// Results of the heartbeats.
+constexpr int kHeartbeatDone = 0;
+constexpr int kHeartbeatStopped = 1;
+
+// Counters of the last read from the master's database.
+extern ActInfo mactinfo;
+// Counters of the last read from the slave's database.
+extern ActInfo sactinfo;
+// 1 when a heartbeat asks the cycle loop for a template pull now; the loop sets it back to 0.
+extern int Tplsync;
+
+// full: 1 writes the whole row, 0 the short form. The role writer's result, or 1 for a role
+// that is none of master, slave and member.
+int UpdateCluster(int full);
+int UpdateMaster(int full);
+int UpdateSlave(int full);
+int UpdateMember(int full);
+
+// The measuring part every role writer shares: Timemill, host name, own address, cluster id and
+// role text (as configured before the re-read), the container count of containersOf, the
+// processor figures, then the configuration re-read.
+void FillOwnRecord(const char* containersOf);
+
+}  // namespace qor

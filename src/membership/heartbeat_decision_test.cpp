@@ -1,0 +1,259 @@
+#include "membership/heartbeat_decision.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+namespace qor {
+namespace {
+
+ClustRecord Row(int status, int64_t lastwrite, int tplstate = kTplSynced) {
+  ClustRecord r;
+  r.status = status;
+  r.last_writemill = lastwrite;
+  r.tpl_syncstate = tplstate;
+  return r;
+}
+
+TEST(MembershipRules, InsertGuardAndOneRowReads) {
+  EXPECT_TRUE(InsertAllowed(0));
+  EXPECT_TRUE(InsertAllowed(64));
+  EXPECT_FALSE(InsertAllowed(65));
+  EXPECT_EQ(ClassifyOne(0), OneRow::kMissing);
+  EXPECT_EQ(ClassifyOne(1), OneRow::kFound);
+  EXPECT_EQ(ClassifyOne(2), OneRow::kDuplicates);
+}
+
+TEST(MembershipRules, PairReadByCountAndRole) {
+  ClustRecord slaveRow;
+  slaveRow.role = "slave";
+  struct {
+    int count;
+    const char* ownRole;
+    PairRows want;
+  } cases[] = {
+      {0, "slave", PairRows::kNeither},    {1, "slave", PairRows::kOwnOnly},
+      {1, "master", PairRows::kOtherOnly}, {2, "master", PairRows::kBoth},
+      {3, "master", PairRows::kNeither},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(ClassifyPair(c.count, slaveRow, c.ownRole), c.want)
+        << c.count << " rows, own role " << c.ownRole;
+  }
+}
+
+TEST(MembershipRules, OwnValueCopyKeepsTheRowsOwnFields) {
+  ClustRecord own;
+  own.hostname = "node1";
+  own.ipaddress = "10.0.0.5";
+  own.clusterid = "c9";
+  own.role = "master";
+  own.cpuinfo = "Model X";
+  own.cpus = 2;
+  own.cpuphycores = 16;
+  own.cpucores = 12;
+  own.cpuprocs = 32;
+  own.cpuloadavg = 1.25;
+  own.cpuloadavgpp = 0.5;
+  own.containers = 99;
+  own.status = kStatusActive;
+
+  ClustRecord row = Row(kStatusOld, 777, kTplOld);
+  row.id = 41;
+  row.hostname = "oldhost";
+  row.role = "slave";
+  row.role_id = 101;
+  row.tpl_updatemill = 11;
+  row.tpl_syncmill = 12;
+  row.qorver = "3.0";
+  CopyOwnValues(row, own, 7);
+
+  EXPECT_EQ(row.hostname, "node1");
+  EXPECT_EQ(row.ipaddress, "10.0.0.5");
+  EXPECT_EQ(row.clusterid, "c9");
+  EXPECT_EQ(row.cpuinfo, "Model X");
+  EXPECT_EQ(row.cpus, 2);
+  EXPECT_EQ(row.cpuphycores, 16);
+  EXPECT_EQ(row.cpucores, 12);
+  EXPECT_EQ(row.cpuprocs, 32);
+  EXPECT_EQ(row.cpuloadavg, 1.25);
+  EXPECT_EQ(row.cpuloadavgpp, 0.5);
+  EXPECT_EQ(row.containers, 7) << "the count passed, not the record's";
+  // The role slot, its state and its template fields belong to the row.
+  EXPECT_EQ(row.id, 41);
+  EXPECT_EQ(row.role, "slave");
+  EXPECT_EQ(row.role_id, 101);
+  EXPECT_EQ(row.status, kStatusOld);
+  EXPECT_EQ(row.last_writemill, 777);
+  EXPECT_EQ(row.tpl_updatemill, 11);
+  EXPECT_EQ(row.tpl_syncmill, 12);
+  EXPECT_EQ(row.tpl_syncstate, kTplOld);
+  EXPECT_EQ(row.qorver, "3.0");
+}
+
+// Mm, Ms: master's and slave's rows in the master's database; Sm: the master's row in the
+// slave's database (used when slaveRows is 1).
+struct MasterCase {
+  const char* name;
+  int mmStatus;
+  int64_t mmWrite, msWrite;
+  bool answered;
+  int slaveRows;
+  int smStatus;
+  int64_t smWrite;
+  MasterAction action;
+  int status;
+  int64_t lastwrite;
+  int withlastwrite;
+  MasterNote note;
+};
+
+constexpr int A = kStatusActive, I = kStatusInactive, O = kStatusOld;
+constexpr MasterAction kBoth = MasterAction::kWriteBoth, kAlone = MasterAction::kWriteMasterOnly;
+
+const MasterCase kMasterCases[] = {
+    {"all equal, inactive becomes active", I, 4000, 4000, true, 1, A, 4000, kBoth, A, 4000, 0,
+     MasterNote::kNone},
+    {"all equal, active stays", A, 4000, 4000, true, 1, A, 4000, kBoth, A, 4000, 0,
+     MasterNote::kNone},
+    {"judged current but already old stays old", O, 4000, 4000, true, 1, A, 4000, kBoth, O, 4000, 0,
+     MasterNote::kNone},
+    {"current, the slave's copy lags: last write carried", A, 7000, 5000, true, 1, A, 6000, kBoth,
+     A, 7000, 1, MasterNote::kNone},
+    {"slave's copy at 300 wins over a current database", A, 9000, 1000, true, 1, O, 9000, kBoth, O,
+     0, 1, MasterNote::kSlaveCopyOld},
+    {"slave's copy written later", A, 5000, 1000, true, 1, A, 6000, kBoth, O, 0, 1,
+     MasterNote::kBehindSlaveCopy},
+    {"slave's row written later", A, 5000, 7000, true, 1, A, 5000, kBoth, O, 0, 1,
+     MasterNote::kBehindSlaveRow},
+    {"slave's database lacks the row: inserted with the status as read", I, 1234, 99, true, 0, 0, 0,
+     MasterAction::kInsertIntoSlave, I, 1234, 1, MasterNote::kNone},
+    {"two master rows on the slave's database", A, 1, 1, true, 2, 0, 0, MasterAction::kLeaveBoth, A,
+     1, 0, MasterNote::kNone},
+    {"five master rows on the slave's database", A, 1, 1, true, 5, 0, 0, MasterAction::kLeaveBoth,
+     A, 1, 0, MasterNote::kNone},
+    {"slave silent, current: inactive becomes active", I, 7000, 5000, false, 0, 0, 0, kAlone, A,
+     7000, 0, MasterNote::kNone},
+    {"slave silent, equal and old stays old", O, 5000, 5000, false, 0, 0, 0, kAlone, O, 5000, 0,
+     MasterNote::kNone},
+    {"slave silent, behind the slave's row", A, 5000, 7000, false, 0, 0, 0, kAlone, O, 0, 1,
+     MasterNote::kBehindAlone},
+};
+
+TEST(MembershipMasterRow, TransitionTable) {
+  for (const MasterCase& c : kMasterCases) {
+    ClustRecord Mm = Row(c.mmStatus, c.mmWrite), Ms = Row(A, c.msWrite);
+    ClustRecord Sm = Row(c.smStatus, c.smWrite);
+    MasterRowDecision d = DecideMasterRow(Mm, Ms, c.answered && c.slaveRows == 1 ? &Sm : nullptr,
+                                          c.answered, c.slaveRows);
+    EXPECT_EQ(d.action, c.action) << c.name;
+    EXPECT_EQ(d.status, c.status) << c.name;
+    EXPECT_EQ(d.last_writemill, c.lastwrite) << c.name;
+    EXPECT_EQ(d.withlastwrite, c.withlastwrite) << c.name;
+    EXPECT_EQ(d.note, c.note) << c.name;
+  }
+}
+
+struct SlavePairCase {
+  const char* name;
+  int msStatus;
+  int64_t mmWrite, msWrite;
+  int tplstate;
+  int status;
+  bool note, tplsync;
+};
+
+TEST(MembershipSlaveRow, PairOnTheMastersDatabase) {
+  const SlavePairCase cases[] = {
+      {"inactive, equal last writes: active", I, 4000, 4000, kTplSynced, A, true, false},
+      {"inactive, ahead of the master row: active", I, 4000, 4001, kTplSynced, A, true, false},
+      {"inactive, behind the master row: stays", I, 4000, 3999, kTplSynced, I, false, false},
+      {"active stays quiet", A, 0, 0, kTplSynced, A, false, false},
+      {"old stays old", O, 0, 0, kTplSynced, O, false, false},
+      {"template copy declared old", A, 0, 0, kTplOld, A, false, true},
+      {"template never synchronised is no request", A, 0, 0, kTplNever, A, false, false},
+  };
+  for (const SlavePairCase& c : cases) {
+    SlavePairDecision d =
+        DecideSlavePair(Row(A, c.mmWrite), Row(c.msStatus, c.msWrite, c.tplstate));
+    EXPECT_EQ(d.status, c.status) << c.name;
+    EXPECT_EQ(d.noteReactivated, c.note) << c.name;
+    EXPECT_EQ(d.tplsync, c.tplsync) << c.name;
+  }
+}
+
+struct SlaveAloneCase {
+  const char* name;
+  bool hasMasterRow;
+  int64_t smWrite;
+  int ssStatus;
+  int64_t ssWrite;
+  int status;
+  int64_t lastwrite;
+  int withlastwrite;
+  SlaveNote note;
+};
+
+TEST(MembershipSlaveRow, OwnDatabaseWhileTheMasterIsSilent) {
+  const SlaveAloneCase cases[] = {
+      {"master row written later: database old", true, 9000, A, 4000, O, 0, 1,
+       SlaveNote::kBehindMasterRow},
+      {"inactive and current: active", true, 4000, I, 4000, A, 4000, 0, SlaveNote::kNone},
+      {"ahead and old stays old", true, 4000, O, 5000, O, 5000, 0, SlaveNote::kNone},
+      {"old and behind is declared again", true, 9000, O, 4000, O, 0, 1,
+       SlaveNote::kBehindMasterRow},
+      {"no master row: active becomes old", false, 0, A, 4000, O, 0, 1, SlaveNote::kNoMasterRow},
+      {"no master row: inactive becomes old", false, 0, I, 0, O, 0, 1, SlaveNote::kNoMasterRow},
+      {"no master row, already old: plain write", false, 0, O, 55, O, 55, 0, SlaveNote::kNone},
+  };
+  for (const SlaveAloneCase& c : cases) {
+    ClustRecord Sm = Row(A, c.smWrite);
+    SlaveAloneDecision d =
+        DecideSlaveAlone(c.hasMasterRow ? &Sm : nullptr, Row(c.ssStatus, c.ssWrite));
+    EXPECT_EQ(d.status, c.status) << c.name;
+    EXPECT_EQ(d.last_writemill, c.lastwrite) << c.name;
+    EXPECT_EQ(d.withlastwrite, c.withlastwrite) << c.name;
+    EXPECT_EQ(d.note, c.note) << c.name;
+  }
+}
+
+TEST(MembershipMemberRow, CopyOnTheMastersDatabase) {
+  const struct {
+    int status, tplstate, want;
+    bool tplsync;
+  } cases[] = {
+      {I, kTplSynced, A, false}, {A, kTplSynced, A, false}, {O, kTplSynced, O, false},
+      {A, kTplOld, A, true},     {I, kTplOld, A, true},
+  };
+  for (const auto& c : cases) {
+    MemberMasterDecision d = DecideMemberOnMaster(Row(c.status, 0, c.tplstate));
+    EXPECT_EQ(d.status, c.want) << "status " << c.status << " tpl " << c.tplstate;
+    EXPECT_EQ(d.tplsync, c.tplsync) << "status " << c.status << " tpl " << c.tplstate;
+  }
+}
+
+TEST(MembershipMemberRow, CopyOnTheSlavesDatabase) {
+  const struct {
+    const char* name;
+    int slaveStatus;
+    bool masterRead;
+    int masterStatus;
+    int want;
+    bool copyTemplate;
+  } cases[] = {
+      {"master's copy wins", I, true, A, A, true},
+      {"master's old copy wins over active", A, true, O, O, true},
+      {"master's active copy wins over old", O, true, A, A, true},
+      {"master's database not read: inactive becomes active", I, false, 0, A, false},
+      {"master's database not read: old stays", O, false, 0, O, false},
+  };
+  for (const auto& c : cases) {
+    ClustRecord M = Row(c.masterStatus, 0);
+    MemberSlaveDecision d = DecideMemberOnSlave(Row(c.slaveStatus, 0), c.masterRead ? &M : nullptr);
+    EXPECT_EQ(d.status, c.want) << c.name;
+    EXPECT_EQ(d.copyTemplate, c.copyTemplate) << c.name;
+  }
+}
+
+}  // namespace
+}  // namespace qor

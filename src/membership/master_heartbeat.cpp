@@ -1,0 +1,144 @@
+// UpdateMaster: the master keeps the row with the role text "master" in step in both databases
+// and judges from last_writemill whether its own database fell behind (status 300).
+#include <cstdio>
+
+#include "base/clock.h"
+#include "base/log.h"
+#include "config/qorconf.h"
+#include "membership/heartbeat.h"
+#include "membership/heartbeat_decision.h"
+#include "metrics/containers.h"
+#include "store/cluster_query.h"
+#include "store/cluster_writes.h"
+#include "store/pools.h"
+
+namespace qor {
+
+namespace {
+
+void LogMasterNote(MasterNote note, const ClustRecord& Mm, const ClustRecord& Ms) {
+  switch (note) {
+    case MasterNote::kNone:
+      return;
+    case MasterNote::kSlaveCopyOld:
+      LogNotice("updatemaster(5) lastwritemill -> %ld %ld", Mm.last_writemill, Ms.last_writemill);
+      return;
+    case MasterNote::kBehindSlaveCopy:
+      LogNotice("updatemaster(6) lastwritemill -> %ld %ld", Mm.last_writemill, Ms.last_writemill);
+      return;
+    case MasterNote::kBehindSlaveRow:
+      LogNotice("updatemaster(7) lastwritemill -> %ld %ld", Mm.last_writemill, Ms.last_writemill);
+      return;
+    case MasterNote::kBehindAlone:
+      LogNotice("updatemaster(10) lastwritemill -> %ld %ld", Mm.last_writemill, Ms.last_writemill);
+      LogError("DB_OLD_STAT_1: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", Mm.hostname.c_str(),
+               Mm.ipaddress.c_str(), Mm.hostname.c_str(), Mm.last_writemill, Ms.hostname.c_str(),
+               Ms.last_writemill);
+      return;
+  }
+}
+
+// The master's database holds the master's and the slave's rows: the slave's database decides
+// with it when its server answers.
+int WritePair(int full) {
+  const char* master = cnf.clustmaster.c_str();
+  const char* slave = cnf.clustslave.c_str();
+  ClustRecord& Mm = *ClustsOnMaster[0];
+  const ClustRecord& Ms = *ClustsOnMaster[1];
+  CopyOwnValues(Mm, Clust, Containers);
+  bool answered = Ping(slave, 1, 3) == 0;
+  if (answered) {
+    GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master", &sactinfo, ClustsOnSlave,
+                  1);
+  }
+  // Only a read of this cycle says anything about the slave's copy.
+  const ClustRecord* Sm = answered && sactinfo.count == 1 ? ClustsOnSlave[0] : nullptr;
+  MasterRowDecision d = DecideMasterRow(Mm, Ms, Sm, answered, sactinfo.count);
+  LogMasterNote(d.note, Mm, Ms);
+  Mm.status = d.status;
+  Mm.last_writemill = d.last_writemill;
+  switch (d.action) {
+    case MasterAction::kWriteMasterOnly:
+      UpdateClusterSql(master, ClustsOnMaster, 0, d.withlastwrite, full, 0);
+      return kHeartbeatDone;
+    case MasterAction::kWriteBoth:
+      UpdateClusterSql(master, ClustsOnMaster, 0, d.withlastwrite, full, 0);
+      Mm.id = Sm->id;
+      UpdateClusterSql(slave, ClustsOnMaster, 0, d.withlastwrite, full, 1);
+      return kHeartbeatDone;
+    case MasterAction::kInsertIntoSlave:
+      if (!InsertAllowed(ClustCount)) {
+        LogError("updatemaster(8): not insert because clustcount=%d is over!\n", ClustCount);
+        return kHeartbeatStopped;
+      }
+      Clust.status = Mm.status;
+      Trace("_xupdatemaster(9): insert into %s with status=%d ...\n", slave, Clust.status);
+      InsertClusterSql(slave, Timemill, 1, Clust);
+      UpdateClusterSql(master, ClustsOnMaster, 0, d.withlastwrite, full, 0);
+      return kHeartbeatDone;
+    case MasterAction::kLeaveBoth:
+      // Inserting here would add a row every cycle, which ClustCount (the master's) never stops.
+      LogError("updatemaster(16) %d master rows found on %s, both databases left unchanged",
+               sactinfo.count, slave);
+      return kHeartbeatStopped;
+  }
+  return kHeartbeatDone;
+}
+
+}  // namespace
+
+int UpdateMaster(int full) {
+  if (!Cluster) {
+    LogNotice("updatemaster(1) this is not cluster!");
+    return kHeartbeatStopped;
+  }
+  FillOwnRecord(cnf.clustmaster.c_str());
+  Trace("_xupdatemaster(2): host=%s ip=%s clusterid=%s role=%s\n", Clust.hostname.c_str(),
+        Clust.ipaddress.c_str(), Clust.clusterid.c_str(), Clust.role.c_str());
+  Trace("_xupdatemaster(2): cpus=%d phycores=%d cores=%d procs=%d\n", Clust.cpus, Clust.cpuphycores,
+        Clust.cpucores, Clust.cpuprocs);
+  Trace("_xupdatemaster(2): loadavg=%0.2f pp=%0.2f containers=%d updated=%ld\n", Clust.cpuloadavg,
+        Clust.cpuloadavgpp, Clust.containers, Timemill);
+  if (ClustRole != kRoleMaster) {
+    std::puts("Not Master Role error!");
+    LogError("updatemaster(15) not master role error!\n");
+    return kHeartbeatStopped;
+  }
+  Trace("_xupdatemaster(3): host=%s clustrole=%s(%d) starting...\n", Clust.hostname.c_str(),
+        cnf.clustrole.c_str(), ClustRole);
+
+  const char* master = cnf.clustmaster.c_str();
+  GetClusterSql(master, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave", &mactinfo,
+                ClustsOnMaster, 0);
+  Trace("_xupdatemaster(4): mactinfo.count=%d\n", mactinfo.count);
+  switch (ClassifyPair(mactinfo.count, *ClustsOnMaster[0], "master")) {
+    case PairRows::kBoth:
+      return WritePair(full);
+    case PairRows::kOwnOnly:
+      // Without the slave's row there is nothing to judge against: no read of the slave's side.
+      CopyOwnValues(*ClustsOnMaster[0], Clust, Containers);
+      UpdateClusterSql(master, ClustsOnMaster, 0, 0, full, 0);
+      return kHeartbeatDone;
+    case PairRows::kOtherOnly:
+      if (!InsertAllowed(ClustCount)) {
+        LogError("updatemaster(11): not insert because clustcount=%d is over!\n", ClustCount);
+        return kHeartbeatStopped;
+      }
+      Clust.status = kStatusActive;
+      Trace("_xupdatemaster(12): insert into %s with status=%d ...\n", master, Clust.status);
+      InsertClusterSql(master, Timemill, 0, Clust);
+      return kHeartbeatDone;
+    case PairRows::kNeither:
+      if (!InsertAllowed(ClustCount)) {
+        LogError("updatemaster(13): not insert because clustcount=%d is over!\n", ClustCount);
+        return kHeartbeatStopped;
+      }
+      Clust.status = kStatusActive;
+      Trace("_xupdatemaster(14): insert into %s with status=%d ...\n", master, Clust.status);
+      InsertClusterSql(master, Timemill, 0, Clust);
+      return kHeartbeatDone;
+  }
+  return kHeartbeatDone;
+}
+
+}  // namespace qor

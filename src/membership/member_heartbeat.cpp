@@ -1,0 +1,127 @@
+// UpdateMember: a member writes its row, found by its host name, into each database whose server
+// answers; where the two copies disagree on the status, the master's copy wins.
+#include <cstdio>
+
+#include "base/clock.h"
+#include "base/log.h"
+#include "config/qorconf.h"
+#include "membership/heartbeat.h"
+#include "membership/heartbeat_decision.h"
+#include "metrics/containers.h"
+#include "store/cluster_query.h"
+#include "store/cluster_writes.h"
+#include "store/pools.h"
+
+namespace qor {
+
+namespace {
+
+void CopyOwnMemberValues(ClustRecord& row) {
+  CopyOwnValues(row, Clust, Containers);
+  row.role.set("member");
+}
+
+// The member's row in the master's database. M: the row as written there, left nullptr when it
+// was inserted instead. 0 to go on with the slave's database, 1 to stop.
+int WriteOnMaster(int full, const ClustRecord** M) {
+  const char* master = cnf.clustmaster.c_str();
+  const char* host = Clust.hostname.c_str();
+  GetClusterSql(master, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), host, &mactinfo, ClustsOnMaster, 0);
+  Trace("_xupdatemember(4): mactinfo.count=%d\n", mactinfo.count);
+  switch (ClassifyOne(mactinfo.count)) {
+    case OneRow::kFound: {
+      ClustRecord& row = *ClustsOnMaster[0];
+      CopyOwnMemberValues(row);
+      MemberMasterDecision d = DecideMemberOnMaster(row);
+      row.status = d.status;
+      if (d.tplsync) Tplsync = 1;
+      Trace("_xupdatemember(5): clustonmaster[0]->status=%d updating...\n", row.status);
+      UpdateClusterSql(master, ClustsOnMaster, 0, 0, full, 0);
+      *M = &row;
+      return kHeartbeatDone;
+    }
+    case OneRow::kMissing:
+      if (!InsertAllowed(ClustCount)) {
+        LogError("updatemember(6): not insert because clustcount=%d is over!\n", ClustCount);
+        return kHeartbeatStopped;
+      }
+      Clust.status = kStatusActive;
+      Trace("_xupdatemember(7): insert into %s with status=%d ...\n", master, Clust.status);
+      InsertClusterSql(master, Timemill, 0, Clust);
+      return kHeartbeatDone;
+    case OneRow::kDuplicates:
+      std::printf("Multiple %s found at CheckCluster on Master\n", host);
+      LogError("updatemember(8) multiple %s found on Master\n", host);
+      return kHeartbeatStopped;
+  }
+  return kHeartbeatDone;
+}
+
+int WriteOnSlave(int full, const ClustRecord* M) {
+  const char* slave = cnf.clustslave.c_str();
+  const char* host = Clust.hostname.c_str();
+  GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), host, &sactinfo, ClustsOnSlave, 1);
+  switch (ClassifyOne(sactinfo.count)) {
+    case OneRow::kFound: {
+      ClustRecord& S = *ClustsOnSlave[0];
+      CopyOwnMemberValues(S);
+      MemberSlaveDecision d = DecideMemberOnSlave(S, M);
+      S.status = d.status;
+      if (d.copyTemplate) {
+        S.tpl_updatemill = M->tpl_updatemill;
+        S.tpl_syncmill = M->tpl_syncmill;
+        S.tpl_syncstate = M->tpl_syncstate;
+      }
+      Trace("_xupdatemember(9): clustonslave[0]->status=%d updating...\n", S.status);
+      UpdateClusterSql(slave, ClustsOnSlave, 0, 0, full, 1);
+      return kHeartbeatDone;
+    }
+    case OneRow::kMissing:
+      if (!InsertAllowed(ClustCount)) {
+        LogError("updatemember(10): not insert because clustcount=%d is over!\n", ClustCount);
+        return kHeartbeatStopped;
+      }
+      Clust.status = kStatusActive;
+      Trace("_xupdatemember(11): insert into %s with status=%d ...\n", slave, Clust.status);
+      InsertClusterSql(slave, Timemill, 1, Clust);
+      return kHeartbeatDone;
+    case OneRow::kDuplicates:
+      std::printf("Multiple %s found on Slave\n", host);
+      LogError("updatemember(12) multiple %s found on slave\n", host);
+      return kHeartbeatStopped;
+  }
+  return kHeartbeatDone;
+}
+
+}  // namespace
+
+int UpdateMember(int full) {
+  if (!Cluster) {
+    LogNotice("updatemember(1) this is not cluster!");
+    return kHeartbeatStopped;
+  }
+  FillOwnRecord(cnf.dbsvr.c_str());
+  Trace("_xupdatemember(2): host=%s ip=%s clusterid=%s role=%s\n", Clust.hostname.c_str(),
+        Clust.ipaddress.c_str(), Clust.clusterid.c_str(), Clust.role.c_str());
+  Trace("_xupdatemember(2): cpus=%d phycores=%d cores=%d procs=%d\n", Clust.cpus, Clust.cpuphycores,
+        Clust.cpucores, Clust.cpuprocs);
+  Trace("_xupdatemember(2): loadavg=%0.2f pp=%0.2f containers=%d updated=%ld\n", Clust.cpuloadavg,
+        Clust.cpuloadavgpp, Clust.containers, Timemill);
+  if (ClustRole != kRoleMember) {
+    std::puts("Not Member Role error!");
+    LogError("updatemember(13) not member role error!\n");
+    return kHeartbeatStopped;
+  }
+  Trace("_xupdatemember(3): host=%s clustrole=%s(%d) starting...\n", Clust.hostname.c_str(),
+        cnf.clustrole.c_str(), ClustRole);
+  // Only this cycle's copy from the master's database may decide the slave's copy.
+  const ClustRecord* M = nullptr;
+  if (Ping(cnf.clustmaster.c_str(), 1, 3) == 0 && WriteOnMaster(full, &M) != kHeartbeatDone) {
+    return kHeartbeatStopped;
+  }
+  // A server that does not answer is skipped without a message.
+  if (Ping(cnf.clustslave.c_str(), 1, 3) == 0) return WriteOnSlave(full, M);
+  return kHeartbeatDone;
+}
+
+}  // namespace qor

@@ -1,0 +1,206 @@
+// UpdateSlave: the slave keeps the row with the role text "slave" in step in both databases and,
+// while the master does not answer, judges whether its own database fell behind (status 300).
+#include <cstdint>
+#include <cstdio>
+
+#include "base/clock.h"
+#include "base/log.h"
+#include "config/qorconf.h"
+#include "membership/heartbeat.h"
+#include "membership/heartbeat_decision.h"
+#include "metrics/containers.h"
+#include "store/cluster_query.h"
+#include "store/cluster_writes.h"
+#include "store/pools.h"
+
+namespace qor {
+
+namespace {
+
+const char* MasterAddr() {
+  return cnf.clustmaster.c_str();
+}
+const char* SlaveAddr() {
+  return cnf.clustslave.c_str();
+}
+
+// The slave's row in the slave's database, read before anything is written so that duplicates
+// there leave both databases unchanged.
+OneRow ReadOwnRowOnSlave() {
+  GetClusterSql(SlaveAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-slave", &sactinfo,
+                ClustsOnSlave, 1);
+  OneRow found = ClassifyOne(sactinfo.count);
+  if (found == OneRow::kDuplicates) {
+    LogError("updateslave(19) %d slave rows found on %s, both databases left unchanged",
+             sactinfo.count, SlaveAddr());
+  }
+  return found;
+}
+
+// The master's database holds both rows: the slave's row there is written first, then its copy.
+int WritePairOnMaster(int full) {
+  const ClustRecord& Mm = *ClustsOnMaster[0];
+  ClustRecord& Ms = *ClustsOnMaster[1];
+  CopyOwnValues(Ms, Clust, Containers);
+  SlavePairDecision d = DecideSlavePair(Mm, Ms);
+  if (d.tplsync) Tplsync = 1;
+  OneRow onSlave = ReadOwnRowOnSlave();
+  if (onSlave == OneRow::kDuplicates) return kHeartbeatStopped;
+  if (d.noteReactivated) LogNotice("updateslave(5) status=%d", Ms.status);
+  Ms.status = d.status;
+  UpdateClusterSql(MasterAddr(), ClustsOnMaster, 1, 0, full, 0);
+  if (onSlave == OneRow::kFound) {
+    const ClustRecord& Ss = *ClustsOnSlave[0];
+    int withlastwrite = LastWriteDiffers(Ms, Ss);
+    Ms.id = Ss.id;
+    UpdateClusterSql(SlaveAddr(), ClustsOnMaster, 1, withlastwrite, full, 1);
+    return kHeartbeatDone;
+  }
+  if (!InsertAllowed(ClustCount)) {
+    LogError("updateslave(6): not insert because clustcount=%d is over!\n", ClustCount);
+    return kHeartbeatStopped;
+  }
+  Clust.status = Ms.status;
+  Trace("_xupdateslave(7): insert into %s with status=%d ...\n", SlaveAddr(), Clust.status);
+  InsertClusterSql(SlaveAddr(), Timemill, 1, Clust);
+  return kHeartbeatDone;
+}
+
+// The master's database holds only the slave's row.
+int WriteOwnOnlyOnMaster(int full) {
+  ClustRecord& row = *ClustsOnMaster[0];
+  CopyOwnValues(row, Clust, Containers);
+  row.status = Reactivated(row.status);
+  OneRow onSlave = ReadOwnRowOnSlave();
+  if (onSlave == OneRow::kDuplicates) return kHeartbeatStopped;
+  UpdateClusterSql(MasterAddr(), ClustsOnMaster, 0, 1, full, 0);
+  if (onSlave == OneRow::kFound) {
+    row.id = ClustsOnSlave[0]->id;
+    UpdateClusterSql(SlaveAddr(), ClustsOnMaster, 0, 0, full, 1);
+    return kHeartbeatDone;
+  }
+  if (!InsertAllowed(ClustCount)) {
+    LogError("updateslave(8): not insert because clustcount=%d is over!\n", ClustCount);
+    return kHeartbeatStopped;
+  }
+  Trace("_xupdateslave(9): insert into %s with status=%d ...\n", SlaveAddr(), Clust.status);
+  Clust.status = kStatusActive;
+  InsertClusterSql(SlaveAddr(), Timemill, 1, Clust);
+  return kHeartbeatDone;
+}
+
+int WriteWithMaster(int full) {
+  GetClusterSql(MasterAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave", &mactinfo,
+                ClustsOnMaster, 0);
+  Trace("_xupdateslave(4): mactinfo.count=%d\n", mactinfo.count);
+  switch (ClassifyPair(mactinfo.count, *ClustsOnMaster[0], "slave")) {
+    case PairRows::kBoth:
+      return WritePairOnMaster(full);
+    case PairRows::kOwnOnly:
+      return WriteOwnOnlyOnMaster(full);
+    case PairRows::kOtherOnly:
+      // The slave's database is not read first: the master's side alone says the row is new.
+      if (!InsertAllowed(ClustCount)) {
+        LogError("updateslave(10): not insert because clustcount=%d is over!\n", ClustCount);
+        return kHeartbeatStopped;
+      }
+      Trace("_xupdateslave(11): insert into %s with status=%d ...\n", MasterAddr(), Clust.status);
+      Clust.status = kStatusActive;
+      InsertClusterSql(MasterAddr(), Timemill, 0, Clust);
+      InsertClusterSql(SlaveAddr(), Timemill, 1, Clust);
+      return kHeartbeatDone;
+    case PairRows::kNeither:
+      if (!InsertAllowed(ClustCount)) {
+        LogError("updateslave(12): not insert because clustcount=%d is over!\n", ClustCount);
+        return kHeartbeatStopped;
+      }
+      Trace("_xupdateslave(13): insert into %s with status=%d ...\n", MasterAddr(), Clust.status);
+      Clust.status = kStatusActive;
+      InsertClusterSql(MasterAddr(), Timemill, 0, Clust);
+      return kHeartbeatDone;
+  }
+  return kHeartbeatDone;
+}
+
+// The slave's row at index of its own database, judged without the master.
+void WriteAlone(int index, const ClustRecord* Sm, int full) {
+  ClustRecord& Ss = *ClustsOnSlave[index];
+  CopyOwnValues(Ss, Clust, Containers);
+  SlaveAloneDecision d = DecideSlaveAlone(Sm, Ss);
+  // The master's database was not read in this cycle: the notices show the two rows as the
+  // slave's database holds them, 0 for a master row it lacks.
+  int64_t masterMill = Sm ? Sm->last_writemill : 0;
+  switch (d.note) {
+    case SlaveNote::kNone:
+      break;
+    case SlaveNote::kBehindMasterRow:
+      LogNotice("updateslave(14) lastwritemill -> %ld %ld", masterMill, Ss.last_writemill);
+      LogError("DB_OLD_STAT_2: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", Ss.hostname.c_str(),
+               Ss.ipaddress.c_str(), Ss.hostname.c_str(), Ss.last_writemill, Sm->hostname.c_str(),
+               Sm->last_writemill);
+      break;
+    case SlaveNote::kNoMasterRow:
+      LogNotice("updateslave(15) lastwritemill -> %ld %ld", masterMill, Ss.last_writemill);
+      LogError("DB_OLD_STAT_3: %s(%s) is now DB_OLD_STAT(%s:%ld)", Ss.hostname.c_str(),
+               Ss.ipaddress.c_str(), Ss.hostname.c_str(), Ss.last_writemill);
+      break;
+  }
+  Ss.status = d.status;
+  Ss.last_writemill = d.last_writemill;
+  UpdateClusterSql(SlaveAddr(), ClustsOnSlave, index, d.withlastwrite, full, 1);
+}
+
+int WriteWithoutMaster(int full) {
+  GetClusterSql(SlaveAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave", &sactinfo,
+                ClustsOnSlave, 1);
+  switch (ClassifyPair(sactinfo.count, *ClustsOnSlave[0], "slave")) {
+    case PairRows::kBoth:
+      WriteAlone(1, ClustsOnSlave[0], full);
+      return kHeartbeatDone;
+    case PairRows::kOwnOnly:
+      WriteAlone(0, nullptr, full);
+      return kHeartbeatDone;
+    case PairRows::kOtherOnly:
+      if (!InsertAllowed(ClustCount)) {
+        LogError("updateslave(16): not insert because clustcount=%d is over!\n", ClustCount);
+        return kHeartbeatStopped;
+      }
+      break;
+    case PairRows::kNeither:
+      if (!InsertAllowed(ClustCount)) {
+        LogError("_xupdateslave(17): not insert because clustcount=%d is over!\n", ClustCount);
+        return kHeartbeatStopped;
+      }
+      break;
+  }
+  Clust.status = kStatusActive;
+  InsertClusterSql(SlaveAddr(), Timemill, 1, Clust);
+  return kHeartbeatDone;
+}
+
+}  // namespace
+
+int UpdateSlave(int full) {
+  if (!Cluster) {
+    LogNotice("updateslave(1) this is not cluster!");
+    return kHeartbeatStopped;
+  }
+  FillOwnRecord(cnf.clustslave.c_str());
+  Trace("_xupdateslave(2): host=%s ip=%s clusterid=%s role=%s\n", Clust.hostname.c_str(),
+        Clust.ipaddress.c_str(), Clust.clusterid.c_str(), Clust.role.c_str());
+  Trace("_xupdateslave(2): cpus=%d phycores=%d cores=%d procs=%d\n", Clust.cpus, Clust.cpuphycores,
+        Clust.cpucores, Clust.cpuprocs);
+  Trace("_xupdateslave(2): loadavg=%0.2f pp=%0.2f containers=%d updated=%ld\n", Clust.cpuloadavg,
+        Clust.cpuloadavgpp, Clust.containers, Timemill);
+  if (ClustRole != kRoleSlave) {
+    std::puts("Not Slave Role error!");
+    LogError("updateslave(18) not slave role error!\n");
+    return kHeartbeatStopped;
+  }
+  Trace("_xupdateslave(3): host=%s clustrole=%s(%d) starting...\n", Clust.hostname.c_str(),
+        cnf.clustrole.c_str(), ClustRole);
+  if (Ping(MasterAddr(), 1, 3) == 0) return WriteWithMaster(full);
+  return WriteWithoutMaster(full);
+}
+
+}  // namespace qor

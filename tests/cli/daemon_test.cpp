@@ -1,0 +1,121 @@
+// The real daemon on a test host of its own (private mount and pid namespaces): started at boot,
+// writing the master's row into both databases, refused a second time, listed, stopped, and
+// stopping itself when its configuration no longer enables the cluster.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "support/ns_host.h"
+#include "support/store_env.h"
+
+namespace qortest {
+namespace {
+
+std::string MasterConf(const char* cluster) {
+  return std::string("qor_cluster=") + cluster +
+         "\nqor_clustid=c1\nqor_clustrole=master\nqor_clustmaster=127.0.0.1\n"
+         "qor_clustslave=127.0.0.2\nqor_netif=lo\nqor_dbpwd='" QOR_TESTDB_PASSWORD "'\n";
+}
+
+// Seconds since the master's row was last written in the database of side, -1 without a row.
+int MasterRowAge(const std::string& side) {
+  std::string out = Sql(side,
+                        "select timestampdiff(second, updated_at, now()) from clusters where "
+                        "role='master' and status='100';");
+  return out.empty() ? -1 : std::atoi(out.c_str());
+}
+
+// Waits (bounded) until pred holds; false when it never did.
+template <class Pred>
+bool WaitFor(int seconds, Pred pred) {
+  for (int i = 0; i < seconds * 4; ++i) {
+    if (pred()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+  }
+  return pred();
+}
+
+int DaemonCount(NsHost& host) {
+  RunResult r = host.Shell("ps aux | grep 'qorclustd -start' | grep -v grep | wc -l");
+  return std::atoi(r.out.c_str());
+}
+
+class CliDaemon : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ResetTables();
+    // A master that finds no slave row in its own database writes only there.
+    Sql("master",
+        "insert into clusters (hostname,ipaddress,clusterid,role,role_id,status) values "
+        "('slavehost','127.0.0.2','c1','slave','101','100');");
+    host.Write(".qorconf", MasterConf("1"));
+    host.Write(".env", "QOR_VERSION=4.2.0\n");
+    ASSERT_TRUE(host.ok());
+  }
+  void TearDown() override { ResetTables(); }
+  NsHost host{HostOptions{"qormaster", false}};
+};
+
+TEST_F(CliDaemon, RunsAtBootIsRefusedTwiceListedAndStopped) {
+  RunResult start = host.Run({"-start_boot"});
+  ASSERT_EQ(start.status, 0) << start.out << start.err;
+  EXPECT_EQ(start.out, "");
+  ASSERT_TRUE(WaitFor(20, [] { return MasterRowAge("master") >= 0 && MasterRowAge("slave") >= 0; }))
+      << "the master's row did not reach both databases";
+  // Fresh in both databases for 10 seconds: the daemon writes every cycle.
+  for (int i = 0; i < 5; ++i) {
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    EXPECT_LE(MasterRowAge("master"), 4);
+    EXPECT_LE(MasterRowAge("slave"), 4);
+  }
+  EXPECT_EQ(Sql("master", "select hostname, role_id from clusters where role='master';"),
+            "qormaster\t100\n");
+
+  RunResult again = host.Run({"-start_boot"});
+  EXPECT_EQ(again.status, 1) << again.err;
+  EXPECT_EQ(again.out, "qorclustd already running! (result=2)\n");
+
+  RunResult ps = host.Run({"-ps"});
+  EXPECT_EQ(ps.status, 0);
+  EXPECT_NE(ps.out.find("qorclustd -start_boot"), std::string::npos) << ps.out;
+
+  RunResult stop = host.Run({"-stop"});
+  EXPECT_EQ(stop.status, 0);
+  EXPECT_EQ(stop.out.rfind("qorclustd daemon stopping...\npid=", 0), 0u) << stop.out;
+  ASSERT_TRUE(WaitFor(5, [&] { return DaemonCount(host) == 0; }));
+  int age = MasterRowAge("master");
+  std::this_thread::sleep_for(std::chrono::seconds(4));
+  EXPECT_GE(MasterRowAge("master"), age + 3) << "the row must stop moving once the daemon is gone";
+
+  bool started = false, notice = false;
+  for (const std::string& line : host.Syslog()) {
+    started |= line == "qorclustd daemon starting with -start_boot...\n";
+    notice |= line.rfind("started with actinterval=300 clustrole=100 cnf.clustcontrol=0", 0) == 0;
+  }
+  EXPECT_TRUE(started);
+  EXPECT_TRUE(notice);
+}
+
+TEST_F(CliDaemon, StopsAtTheNextRecheckWhenTheClusterIsDisabled) {
+  ASSERT_EQ(host.Run({"-start_boot"}).status, 0);
+  ASSERT_TRUE(WaitFor(20, [] { return MasterRowAge("master") >= 0; }));
+  host.Write(".qorconf", MasterConf("0"));
+  // The re-check comes every 60 nominal seconds (30 cycles of work and sleep).
+  ASSERT_TRUE(WaitFor(90, [&] { return DaemonCount(host) == 0; })) << "the daemon did not stop";
+  bool stopped = false;
+  for (size_t i = 0; i < host.SyslogRaw().size(); ++i) {
+    const std::string& raw = host.SyslogRaw()[i];
+    // Facility daemon, error level: <27>.
+    if (raw.rfind("<27>", 0) == 0 &&
+        raw.find("stopped because cluster not enabled or invalid config!") != std::string::npos) {
+      stopped = raw.find("qorclustd[") != std::string::npos;
+    }
+  }
+  EXPECT_TRUE(stopped);
+}
+
+}  // namespace
+}  // namespace qortest

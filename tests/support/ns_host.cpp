@@ -1,0 +1,132 @@
+#include "support/ns_host.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+namespace qortest {
+
+namespace {
+
+constexpr const char* kQorDir = "/var/www/html/qor";
+
+struct HolderArgs {
+  std::string dir;
+  std::string socket;
+  HostOptions opts;
+  int ready;  // write end: one byte when the host is set up, nothing on failure
+};
+
+// pid 1 of the host: sets the host up, then reaps whatever ends inside until it is killed.
+int Holder(void* p) {
+  auto* a = static_cast<HolderArgs*>(p);
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) _exit(120);
+  if (mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0) _exit(121);
+  std::string qor = a->dir + "/qor";
+  if (mount(qor.c_str(), kQorDir, nullptr, MS_BIND, nullptr) != 0) _exit(122);
+  if (!IsolateDevLog(a->dir, a->socket).empty()) _exit(123);
+  if (!a->opts.hostname.empty() &&
+      sethostname(a->opts.hostname.c_str(), a->opts.hostname.size()) != 0) {
+    _exit(124);
+  }
+  if (a->opts.own_network && std::system("ip link set lo up") != 0) _exit(125);
+  char one = 1;
+  if (write(a->ready, &one, 1) != 1) _exit(126);
+  close(a->ready);
+  // Lives until the test kills it, reaping the orphans of the host (a daemon's forked parents)
+  // as a server's init would; it never outlives the test that made it.
+  for (;;) {
+    if (waitpid(-1, nullptr, 0) < 0) usleep(100 * 1000);
+  }
+}
+
+}  // namespace
+
+NsHost::NsHost(const HostOptions& opts) : opts_(opts) {
+  std::filesystem::create_directories(dir_.path() + "/qor");
+  std::filesystem::create_directories(kQorDir);
+  log_ = std::make_unique<SyslogCatcher>(dir_.path());
+  if (!log_->ok()) return;
+  int ready[2];
+  if (pipe2(ready, O_CLOEXEC) != 0) return;
+  HolderArgs args{dir_.path(), log_->path(), opts_, ready[1]};
+  int flags = CLONE_NEWPID | CLONE_NEWNS | SIGCHLD;
+  if (!opts_.hostname.empty()) flags |= CLONE_NEWUTS;
+  if (opts_.own_network) flags |= CLONE_NEWNET;
+  constexpr size_t kStack = 256 * 1024;
+  std::vector<char> stack(kStack);
+  pid_t pid = clone(Holder, stack.data() + kStack, flags, &args);
+  close(ready[1]);
+  if (pid < 0) {
+    close(ready[0]);
+    return;
+  }
+  char byte = 0;
+  ssize_t n = read(ready[0], &byte, 1);
+  close(ready[0]);
+  if (n != 1) {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    return;
+  }
+  holder_ = pid;
+  log_->StartDraining();
+}
+
+NsHost::~NsHost() {
+  if (holder_ > 0) {
+    kill(holder_, SIGKILL);
+    waitpid(holder_, nullptr, 0);
+  }
+}
+
+RunResult NsHost::Enter(const std::vector<std::string>& argv, const RunOptions& opts) {
+  std::vector<std::string> full{"/usr/bin/nsenter", "-t", std::to_string(holder_), "-m", "-p"};
+  if (!opts_.hostname.empty()) full.push_back("-u");
+  if (opts_.own_network) full.push_back("-n");
+  full.push_back("--");
+  full.insert(full.end(), argv.begin(), argv.end());
+  RunResult r = RunProgram(full, opts);
+  r.syslog_raw.clear();
+  std::vector<std::string> raw;
+  log_->Take(&r.syslog, &raw);
+  lines_.insert(lines_.end(), r.syslog.begin(), r.syslog.end());
+  raw_.insert(raw_.end(), raw.begin(), raw.end());
+  r.syslog_raw = raw;
+  return r;
+}
+
+RunResult NsHost::Run(const std::vector<std::string>& args, const RunOptions& opts) {
+  std::vector<std::string> argv{QorclustdPath()};
+  argv.insert(argv.end(), args.begin(), args.end());
+  return Enter(argv, opts);
+}
+
+RunResult NsHost::Shell(const std::string& command, int timeout_sec) {
+  RunOptions opts;
+  opts.timeout_sec = timeout_sec;
+  return Enter({"/bin/sh", "-c", command}, opts);
+}
+
+const std::vector<std::string>& NsHost::Syslog() {
+  log_->Take(&lines_, &raw_);
+  return lines_;
+}
+
+const std::vector<std::string>& NsHost::SyslogRaw() {
+  log_->Take(&lines_, &raw_);
+  return raw_;
+}
+
+}  // namespace qortest

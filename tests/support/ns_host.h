@@ -1,0 +1,64 @@
+// A test host on this machine: a holder process that is pid 1 of its own pid namespace, with its
+// own mount namespace (its /var/www/html/qor bound to a temporary directory, /proc of its own,
+// /dev/log caught) and optionally its own network and UTS namespaces. Commands run inside it
+// through nsenter, so the real binary sees fixed paths and a process table of its own, as on a
+// server. Destroying the host kills its pid 1 and with it everything that runs inside. Needs root.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/sandbox.h"
+#include "support/syslog_catcher.h"
+#include "support/temp_dir.h"
+
+namespace qortest {
+
+struct HostOptions {
+  std::string hostname;  // non-empty: a UTS namespace with this host name
+  bool own_network = false;  // a network namespace with only lo (up)
+};
+
+class NsHost {
+ public:
+  explicit NsHost(const HostOptions& opts = {});
+  ~NsHost();
+  NsHost(const NsHost&) = delete;
+  NsHost& operator=(const NsHost&) = delete;
+
+  bool ok() const { return holder_ > 0; }
+  pid_t holder() const { return holder_; }
+  // Files of the host's platform directory.
+  std::string Write(const std::string& name, const std::string& content) const {
+    return dir_.Write("qor/" + name, content);
+  }
+  // The real binary inside the host.
+  RunResult Run(const std::vector<std::string>& args, const RunOptions& opts = {});
+  // A shell command inside the host.
+  RunResult Shell(const std::string& command, int timeout_sec = 30);
+  // Every syslog line the host's programs wrote so far (message texts, and raw datagrams).
+  const std::vector<std::string>& Syslog();
+  const std::vector<std::string>& SyslogRaw();
+
+ private:
+  RunResult Enter(const std::vector<std::string>& argv, const RunOptions& opts);
+
+  HostOptions opts_;
+  TempDir dir_;
+  std::unique_ptr<SyslogCatcher> log_;
+  std::vector<std::string> lines_, raw_;
+  pid_t holder_ = -1;
+};
+
+// Runs argv (argv[0] a path) with input on standard input, collecting output, bounded by
+// timeout_sec; the child is killed when the time is up.
+RunResult RunProgram(const std::vector<std::string>& argv, const RunOptions& opts);
+// The same, with inChild run in the child before the program is started (namespaces, mounts).
+RunResult RunInChild(const std::vector<std::string>& argv, const RunOptions& opts,
+                     const std::function<void()>& inChild);
+
+}  // namespace qortest
