@@ -16,3 +16,6 @@ trap 'bash "$here/testdb.sh" stop "$db/master"; bash "$here/testdb.sh" stop "$db
 QOR_TEST_DBPWD="$pw" bash "$here/testdb.sh" start 127.0.0.3 "$db/master"
 QOR_TEST_DBPWD="$pw" bash "$here/testdb.sh" start 127.0.0.4 "$db/slave"
 "$dir/bench/store_bench" 127.0.0.3 127.0.0.4 "$pw"
+
+echo "== master cycle"
+"$dir/bench/cycle_bench" 127.0.0.3 127.0.0.4 "$pw"

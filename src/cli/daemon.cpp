@@ -107,10 +107,23 @@ void SlowWork(const LoopCounters& c, int64_t* sequence) {
 
 }  // namespace
 
+int DaemonCycle(DaemonState& s) {
+  if (ConnectionPool != 5) ConnectionPool = 5;
+  ReconnectCluster();
+  GetClustCount(&ClustCount);
+  UpdateCluster(s.counters.full);
+  s.counters.full = 0;
+  // Monitoring of the other servers (MonitorCluster(0)) joins the cycle here.
+  CyclePlan plan = PlanCycle(s.counters, Tplsync);
+  if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) return 1;
+  if (plan.slow) SlowWork(s.counters, &s.sequence);
+  FinishCycle(s.counters, plan);
+  return 0;
+}
+
 int DaemonMain() {
   Daemonise();
-  LoopCounters counters;
-  int64_t sequence = 0;
+  DaemonState state;
   GetQorconf();
   LogNotice("started with actinterval=%d clustrole=%d cnf.clustcontrol=%d", kActInterval,
             ClustRole, cnf.clustcontrol);
@@ -125,23 +138,13 @@ int DaemonMain() {
   LogNotice("(cluster=%d) db cennection mpool=%p spool=%p", Cluster, static_cast<void*>(mpool),
             static_cast<void*>(spool));
   // Releasing reserved container rows without a container (CheckAllRsvContainers) joins here.
-  int64_t prevTotal = 0, prevIdle = 0;
-  getcpuidle(&prevTotal, &prevIdle);
+  getcpuidle(&state.prevTotal, &state.prevIdle);
   getqorver(QorVersion);
   MemUtil = getmemutil();
   DiskUtil = getdiskutil("/");
-  counters.full = 1;
+  state.counters.full = 1;
   for (;;) {
-    if (ConnectionPool != 5) ConnectionPool = 5;
-    ReconnectCluster();
-    GetClustCount(&ClustCount);
-    UpdateCluster(counters.full);
-    counters.full = 0;
-    // Monitoring of the other servers (MonitorCluster(0)) joins the cycle here.
-    CyclePlan plan = PlanCycle(counters, Tplsync);
-    if (plan.recheck && Recheck(&prevTotal, &prevIdle) != 0) return 1;
-    if (plan.slow) SlowWork(counters, &sequence);
-    FinishCycle(counters, plan);
+    if (DaemonCycle(state) != 0) return 1;
     sleep(static_cast<unsigned>(Interval));
   }
 }

@@ -3,7 +3,22 @@
 // the process listing, which find daemons by "qorclustd -start" in the process table.
 #pragma once
 
+#include <cstdint>
+
+#include "cli/schedule.h"
+
 namespace qor {
+
+// What the cycle keeps from one cycle to the next.
+struct DaemonState {
+  LoopCounters counters;
+  int64_t sequence = 0;  // slow-work log lines written so far
+  int64_t prevTotal = 0;  // last processor sample
+  int64_t prevIdle = 0;
+};
+
+// The work of one cycle, from its top to its sleep: 1 when the daemon must stop.
+int DaemonCycle(DaemonState& s);
 
 // Never returns in the invoking process (it exits 0 at the first fork). In the daemon it returns
 // 1 only when the configuration is, or becomes, invalid.
