@@ -23,9 +23,10 @@ mkdir -p /var/www/html/qor
 
 echo "starting the example cluster's two databases..."
 QOR_TEST_DBPWD='Demo%Pass' bash "$root/scripts/testdb.sh" start-pair "$db"
+# The slave's row, as a running slave would have written it: the master then keeps its own row
+# in both databases.
 bash "$root/scripts/testdb.sh" sql "$db/master" qor -e "insert into clusters
   (hostname,ipaddress,clusterid,role,role_id,status) values
-  ('demo-master','127.0.0.1','demo','master',100,100),
   ('demo-slave','127.0.0.2','demo','slave',101,100);"
 echo
 
@@ -38,6 +39,11 @@ run() {
 
 run -v
 run -qorver
-run -timemill
+run -conf
 run -ping 127.0.0.2
-run -countx
+run -update
+run -update
+run -lf
+run -count
+run -target
+run -ismaster

@@ -31,7 +31,8 @@ ShellRunner& PopenShell() { return popen_runner; }
 void SetShellRunner(ShellRunner* runner) { current = runner ? runner : &popen_runner; }
 
 bool IsShellSafeWord(const char* value) {
-  if (value == nullptr || *value == '\0') return false;
+  // A leading '-' would be read as an option by the program the word is handed to.
+  if (value == nullptr || *value == '\0' || *value == '-') return false;
   for (const char* p = value; *p; ++p) {
     unsigned char c = static_cast<unsigned char>(*p);
     if (!std::isalnum(c) && c != '.' && c != '-' && c != '_' && c != ':') return false;

@@ -40,8 +40,8 @@ bool RunShell(const char* command, size_t lineMax, F&& f) {
   return CurrentShell().Run(command, lineMax, sink);
 }
 
-// True when value may stand on a command line unquoted: non-empty and made only of letters,
-// digits, '.', '-', '_' and ':' (addresses and host names).
+// True when value may stand on a command line unquoted: non-empty, not beginning with '-', and
+// made only of letters, digits, '.', '-', '_' and ':' (addresses and host names).
 bool IsShellSafeWord(const char* value);
 
 // Removes the last character of line (the newline a line read ends with), as the program always

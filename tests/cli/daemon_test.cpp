@@ -56,7 +56,12 @@ class CliDaemon : public ::testing::Test {
     ASSERT_TRUE(host.ok());
   }
   void TearDown() override { ResetTables(); }
-  NsHost host{HostOptions{"qormaster", false}};
+  static HostOptions Named(const char* name) {
+    HostOptions o;
+    o.hostname = name;
+    return o;
+  }
+  NsHost host{Named("qormaster")};
 };
 
 TEST_F(CliDaemon, RunsAtBootIsRefusedTwiceListedAndStopped) {

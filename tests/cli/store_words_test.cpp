@@ -65,5 +65,23 @@ TEST_F(CliStoreWords, CountReadsTheTableOfTheRightDatabase) {
       << tracing.out;
 }
 
+TEST_F(CliStoreWords, UpdateWritesOneHeartbeatThenListsBothDatabases) {
+  RunResult r = box.Run({"-update"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  // An empty master's database gets the master's row; the slave's database is not touched yet.
+  std::string row = Sql("master", "select role, role_id, status, ipaddress from clusters;");
+  EXPECT_EQ(row, "master\t100\t100\t127.0.0.1\n");
+  EXPECT_EQ(Sql("slave", "select count(*) from clusters;"), "0\n");
+  const std::string head =
+      "[id] host ip clustid role stat lastwrt tplsyncstat tplupd tplsync loadavgpp containers "
+      "updated\n";
+  size_t m = r.out.find("1.-- on master db ---------------------------------\n" + head + "[1] ");
+  size_t s = r.out.find("2.-- on slave db ----------------------------------\n" + head);
+  EXPECT_NE(m, std::string::npos) << r.out;
+  EXPECT_NE(s, std::string::npos) << r.out;
+  EXPECT_LT(m, s);
+  EXPECT_EQ(r.out.substr(s).find("[1] "), std::string::npos) << "the slave's table is empty";
+}
+
 }  // namespace
 }  // namespace qortest
