@@ -10,7 +10,9 @@
 #include "config/qorconf.h"
 #include "metrics/containers.h"
 #include "metrics/cpuinfo.h"
+#include "membership/heartbeat_decision.h"
 #include "metrics/ifaddress.h"
+#include "store/cluster_query.h"
 
 namespace qor {
 
@@ -56,6 +58,12 @@ void FillOwnRecord(const char* containersOf) {
   Clust.cpuprocs = Cpu.procs;
   Clust.cpuloadavg = static_cast<double>(Cpu.loadavg);
   Clust.cpuloadavgpp = static_cast<double>(Cpu.loadavgpp);
+}
+
+bool GuardInsert(const char* op, int step) {
+  if (InsertAllowed(ClustCount)) return true;
+  LogError("%s(%d): not insert because clustcount=%d is over!\n", op, step, ClustCount);
+  return false;
 }
 
 }  // namespace qor

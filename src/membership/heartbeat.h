@@ -31,4 +31,8 @@ int UpdateMember(int full);
 // processor figures, then the configuration re-read.
 void FillOwnRecord(const char* containersOf);
 
+// The row guard of every insert branch: false, after the branch's error line
+// "<op>(<step>): not insert because clustcount=%d is over!", when the table is full.
+bool GuardInsert(const char* op, int step);
+
 }  // namespace qor

@@ -67,10 +67,7 @@ int WritePair(int full) {
       UpdateClusterSql(slave, ClustsOnMaster, 0, d.withlastwrite, full, 1);
       return kHeartbeatDone;
     case MasterAction::kInsertIntoSlave:
-      if (!InsertAllowed(ClustCount)) {
-        LogError("updatemaster(8): not insert because clustcount=%d is over!\n", ClustCount);
-        return kHeartbeatStopped;
-      }
+      if (!GuardInsert("updatemaster", 8)) return kHeartbeatStopped;
       Clust.status = Mm.status;
       Trace("_xupdatemaster(9): insert into %s with status=%d ...\n", slave, Clust.status);
       InsertClusterSql(slave, Timemill, 1, Clust);
@@ -120,19 +117,13 @@ int UpdateMaster(int full) {
       UpdateClusterSql(master, ClustsOnMaster, 0, 0, full, 0);
       return kHeartbeatDone;
     case PairRows::kOtherOnly:
-      if (!InsertAllowed(ClustCount)) {
-        LogError("updatemaster(11): not insert because clustcount=%d is over!\n", ClustCount);
-        return kHeartbeatStopped;
-      }
+      if (!GuardInsert("updatemaster", 11)) return kHeartbeatStopped;
       Clust.status = kStatusActive;
       Trace("_xupdatemaster(12): insert into %s with status=%d ...\n", master, Clust.status);
       InsertClusterSql(master, Timemill, 0, Clust);
       return kHeartbeatDone;
     case PairRows::kNeither:
-      if (!InsertAllowed(ClustCount)) {
-        LogError("updatemaster(13): not insert because clustcount=%d is over!\n", ClustCount);
-        return kHeartbeatStopped;
-      }
+      if (!GuardInsert("updatemaster", 13)) return kHeartbeatStopped;
       Clust.status = kStatusActive;
       Trace("_xupdatemaster(14): insert into %s with status=%d ...\n", master, Clust.status);
       InsertClusterSql(master, Timemill, 0, Clust);

@@ -41,10 +41,7 @@ int WriteOnMaster(int full, const ClustRecord** M) {
       return kHeartbeatDone;
     }
     case OneRow::kMissing:
-      if (!InsertAllowed(ClustCount)) {
-        LogError("updatemember(6): not insert because clustcount=%d is over!\n", ClustCount);
-        return kHeartbeatStopped;
-      }
+      if (!GuardInsert("updatemember", 6)) return kHeartbeatStopped;
       Clust.status = kStatusActive;
       Trace("_xupdatemember(7): insert into %s with status=%d ...\n", master, Clust.status);
       InsertClusterSql(master, Timemill, 0, Clust);
@@ -77,10 +74,7 @@ int WriteOnSlave(int full, const ClustRecord* M) {
       return kHeartbeatDone;
     }
     case OneRow::kMissing:
-      if (!InsertAllowed(ClustCount)) {
-        LogError("updatemember(10): not insert because clustcount=%d is over!\n", ClustCount);
-        return kHeartbeatStopped;
-      }
+      if (!GuardInsert("updatemember", 10)) return kHeartbeatStopped;
       Clust.status = kStatusActive;
       Trace("_xupdatemember(11): insert into %s with status=%d ...\n", slave, Clust.status);
       InsertClusterSql(slave, Timemill, 1, Clust);

@@ -56,10 +56,7 @@ int WritePairOnMaster(int full) {
     UpdateClusterSql(SlaveAddr(), ClustsOnMaster, 1, withlastwrite, full, 1);
     return kHeartbeatDone;
   }
-  if (!InsertAllowed(ClustCount)) {
-    LogError("updateslave(6): not insert because clustcount=%d is over!\n", ClustCount);
-    return kHeartbeatStopped;
-  }
+  if (!GuardInsert("updateslave", 6)) return kHeartbeatStopped;
   Clust.status = Ms.status;
   Trace("_xupdateslave(7): insert into %s with status=%d ...\n", SlaveAddr(), Clust.status);
   InsertClusterSql(SlaveAddr(), Timemill, 1, Clust);
@@ -79,10 +76,7 @@ int WriteOwnOnlyOnMaster(int full) {
     UpdateClusterSql(SlaveAddr(), ClustsOnMaster, 0, 0, full, 1);
     return kHeartbeatDone;
   }
-  if (!InsertAllowed(ClustCount)) {
-    LogError("updateslave(8): not insert because clustcount=%d is over!\n", ClustCount);
-    return kHeartbeatStopped;
-  }
+  if (!GuardInsert("updateslave", 8)) return kHeartbeatStopped;
   Trace("_xupdateslave(9): insert into %s with status=%d ...\n", SlaveAddr(), Clust.status);
   Clust.status = kStatusActive;
   InsertClusterSql(SlaveAddr(), Timemill, 1, Clust);
@@ -100,20 +94,14 @@ int WriteWithMaster(int full) {
       return WriteOwnOnlyOnMaster(full);
     case PairRows::kOtherOnly:
       // The slave's database is not read first: the master's side alone says the row is new.
-      if (!InsertAllowed(ClustCount)) {
-        LogError("updateslave(10): not insert because clustcount=%d is over!\n", ClustCount);
-        return kHeartbeatStopped;
-      }
+      if (!GuardInsert("updateslave", 10)) return kHeartbeatStopped;
       Trace("_xupdateslave(11): insert into %s with status=%d ...\n", MasterAddr(), Clust.status);
       Clust.status = kStatusActive;
       InsertClusterSql(MasterAddr(), Timemill, 0, Clust);
       InsertClusterSql(SlaveAddr(), Timemill, 1, Clust);
       return kHeartbeatDone;
     case PairRows::kNeither:
-      if (!InsertAllowed(ClustCount)) {
-        LogError("updateslave(12): not insert because clustcount=%d is over!\n", ClustCount);
-        return kHeartbeatStopped;
-      }
+      if (!GuardInsert("updateslave", 12)) return kHeartbeatStopped;
       Trace("_xupdateslave(13): insert into %s with status=%d ...\n", MasterAddr(), Clust.status);
       Clust.status = kStatusActive;
       InsertClusterSql(MasterAddr(), Timemill, 0, Clust);
@@ -161,16 +149,10 @@ int WriteWithoutMaster(int full) {
       WriteAlone(0, nullptr, full);
       return kHeartbeatDone;
     case PairRows::kOtherOnly:
-      if (!InsertAllowed(ClustCount)) {
-        LogError("updateslave(16): not insert because clustcount=%d is over!\n", ClustCount);
-        return kHeartbeatStopped;
-      }
+      if (!GuardInsert("updateslave", 16)) return kHeartbeatStopped;
       break;
     case PairRows::kNeither:
-      if (!InsertAllowed(ClustCount)) {
-        LogError("_xupdateslave(17): not insert because clustcount=%d is over!\n", ClustCount);
-        return kHeartbeatStopped;
-      }
+      if (!GuardInsert("_xupdateslave", 17)) return kHeartbeatStopped;
       break;
   }
   Clust.status = kStatusActive;
