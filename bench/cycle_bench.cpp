@@ -41,7 +41,9 @@ long LastPid() {
   return pid;
 }
 
-size_t HeapInUse() { return mallinfo2().uordblks; }
+size_t HeapInUse() {
+  return mallinfo2().uordblks;
+}
 
 }  // namespace
 
@@ -68,8 +70,9 @@ int main(int argc, char** argv) {
     // The slave's row, so that the master keeps its row in both databases.
     qor::DbConn conn(qor::mpool);
     conn.Execute("delete from clusters;");
-    conn.Execute("insert into clusters (hostname,ipaddress,clusterid,role,role_id,status) "
-                 "values ('benchslave','127.0.0.4','bench','slave','101','100');");
+    conn.Execute(
+        "insert into clusters (hostname,ipaddress,clusterid,role,role_id,status) "
+        "values ('benchslave','127.0.0.4','bench','slave','101','100');");
     qor::DbConn(qor::spool).Execute("delete from clusters;");
   }
   CountingShell shell;
@@ -84,8 +87,8 @@ int main(int argc, char** argv) {
   for (int i = 0; i < 100; ++i) {
     auto t0 = std::chrono::steady_clock::now();
     qor::DaemonCycle(state);
-    ms.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0)
-                     .count());
+    ms.push_back(
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count());
   }
   double commands = static_cast<double>(shell.commands - commands0) / 100;
   double processes = static_cast<double>(LastPid() - pid0) / 100;
@@ -95,8 +98,8 @@ int main(int argc, char** argv) {
   std::sort(ms.begin(), ms.end());
   std::printf("master cycle work time over 100 cycles: median %.1f ms, max %.1f ms\n",
               ms[ms.size() / 2], ms.back());
-  std::printf("per cycle: %.2f pipelines started, %.1f processes spawned (pid counter)\n",
-              commands, processes);
+  std::printf("per cycle: %.2f pipelines started, %.1f processes spawned (pid counter)\n", commands,
+              processes);
   std::printf("heap in use: after 10 cycles %zu bytes, after 1000 cycles %zu bytes\n", heap10,
               heap1000);
   qor::SetShellRunner(nullptr);

@@ -72,10 +72,11 @@ int main(int argc, char** argv) {
     conn.Execute("delete from clusters;");
     for (int i = 0; i < 64; ++i) {
       qor::SqlText sql;
-      sql.format("insert into clusters (hostname,ipaddress,clusterid,role,role_id,status,"
-                 "cpucores,cpuloadavgpp,qorver) values ('node%02d','10.0.0.%d','c1','member',"
-                 "'102','100','8','0.50','4.0.16');",
-                 i, i + 1);
+      sql.format(
+          "insert into clusters (hostname,ipaddress,clusterid,role,role_id,status,"
+          "cpucores,cpuloadavgpp,qorver) values ('node%02d','10.0.0.%d','c1','member',"
+          "'102','100','8','0.50','4.0.16');",
+          i, i + 1);
       conn.Execute(sql.c_str());
     }
   }
@@ -85,12 +86,14 @@ int main(int argc, char** argv) {
   });
   if (info.count != 64) std::fprintf(stderr, "store_bench: read %d rows, not 64\n", info.count);
   Figure reconnect = Measure(100, [] { qor::ReconnectCluster(); });
-  std::printf("GetClusterSql(\"-all\") over %d rows: median %.3f ms, %.1f round trips to the "
-              "server per call\n",
-              info.count, query.median_ms, query.roundtrips);
-  std::printf("ReconnectCluster, both servers answering: median %.3f ms, %.1f round trips to the "
-              "master's database per call\n",
-              reconnect.median_ms, reconnect.roundtrips);
+  std::printf(
+      "GetClusterSql(\"-all\") over %d rows: median %.3f ms, %.1f round trips to the "
+      "server per call\n",
+      info.count, query.median_ms, query.roundtrips);
+  std::printf(
+      "ReconnectCluster, both servers answering: median %.3f ms, %.1f round trips to the "
+      "master's database per call\n",
+      reconnect.median_ms, reconnect.roundtrips);
   qor::DbConn(qor::mpool).Execute("delete from clusters;");
   qor::CloseConnectionPool();
   return 0;

@@ -33,9 +33,9 @@ TEST(BaseShell, OnlyAddressAndHostCharactersAreSafe) {
     const char* value;
     bool safe;
   } cases[] = {
-      {"127.0.0.1", true},  {"db-1.example_x", true}, {"fe80::1", true}, {"", false},
-      {"a b", false},       {"a;rm", false},          {"$(x)", false},   {"a'b", false},
-      {"a\nb", false},      {"a/b", false},           {"-n", false},
+      {"127.0.0.1", true}, {"db-1.example_x", true}, {"fe80::1", true}, {"", false},
+      {"a b", false},      {"a;rm", false},          {"$(x)", false},   {"a'b", false},
+      {"a\nb", false},     {"a/b", false},           {"-n", false},
   };
   for (const Case& c : cases) EXPECT_EQ(IsShellSafeWord(c.value), c.safe) << c.value;
   EXPECT_FALSE(IsShellSafeWord(nullptr));
@@ -75,10 +75,8 @@ TEST(BaseClock, DateFormsHaveTwoDigitFields) {
     int form;
     const char* text;
   } cases[] = {
-      {kDateTime, "2026/03/04 05:06:07"},
-      {kDateStamp, "20260304_050607"},
-      {kDateSlashed, "2026/03/04"},
-      {kDateMonth, "202603"},
+      {kDateTime, "2026/03/04 05:06:07"}, {kDateStamp, "20260304_050607"},
+      {kDateSlashed, "2026/03/04"},       {kDateMonth, "202603"},
       {9, "2026/03/04 05:06:07"},
   };
   time_t t = 1772600767;  // 2026-03-04 05:06:07 UTC

@@ -6,8 +6,12 @@
 
 namespace qor {
 
-void FatalExit() { std::exit(1); }
+void FatalExit() {
+  std::exit(1);
+}
 
-void FatalCommand(const char* what) { err(1, "%s", what); }
+void FatalCommand(const char* what) {
+  err(1, "%s", what);
+}
 
 }  // namespace qor

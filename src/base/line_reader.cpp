@@ -7,7 +7,9 @@
 
 namespace qor {
 
-LineReader::LineReader(const char* path) { fd_ = open(path, O_RDONLY | O_CLOEXEC); }
+LineReader::LineReader(const char* path) {
+  fd_ = open(path, O_RDONLY | O_CLOEXEC);
+}
 
 LineReader::~LineReader() {
   if (fd_ >= 0) close(fd_);

@@ -31,8 +31,12 @@ void Trace(const char* fmt, ...) {
   va_end(ap);
 }
 
-void CloseLog() { closelog(); }
+void CloseLog() {
+  closelog();
+}
 
-void OpenDaemonLog() { openlog("qorclustd", LOG_PID, LOG_DAEMON); }
+void OpenDaemonLog() {
+  openlog("qorclustd", LOG_PID, LOG_DAEMON);
+}
 
 }  // namespace qor

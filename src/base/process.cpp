@@ -4,6 +4,8 @@
 
 namespace qor {
 
-int checkroot() { return getuid() == 0 && geteuid() == 0 ? 0 : 1; }
+int checkroot() {
+  return getuid() == 0 && geteuid() == 0 ? 0 : 1;
+}
 
 }  // namespace qor

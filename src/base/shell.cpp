@@ -26,9 +26,15 @@ ShellRunner* current = &popen_runner;
 
 }  // namespace
 
-ShellRunner& CurrentShell() { return *current; }
-ShellRunner& PopenShell() { return popen_runner; }
-void SetShellRunner(ShellRunner* runner) { current = runner ? runner : &popen_runner; }
+ShellRunner& CurrentShell() {
+  return *current;
+}
+ShellRunner& PopenShell() {
+  return popen_runner;
+}
+void SetShellRunner(ShellRunner* runner) {
+  current = runner ? runner : &popen_runner;
+}
 
 bool IsShellSafeWord(const char* value) {
   // A leading '-' would be read as an option by the program the word is handed to.

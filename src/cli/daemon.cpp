@@ -125,8 +125,8 @@ int DaemonMain() {
   Daemonise();
   DaemonState state;
   GetQorconf();
-  LogNotice("started with actinterval=%d clustrole=%d cnf.clustcontrol=%d", kActInterval,
-            ClustRole, cnf.clustcontrol);
+  LogNotice("started with actinterval=%d clustrole=%d cnf.clustcontrol=%d", kActInterval, ClustRole,
+            cnf.clustcontrol);
   if (CheckClustConf(CurrentSvr.c_str(), Clust.clusterid, Clust.role) != kClustConfValid) {
     LogNotice("stopped because cluster not enabled or invalid config!");
     CloseLog();

@@ -12,7 +12,7 @@ namespace qor {
 // What the cycle keeps from one cycle to the next.
 struct DaemonState {
   LoopCounters counters;
-  int64_t sequence = 0;  // slow-work log lines written so far
+  int64_t sequence = 0;   // slow-work log lines written so far
   int64_t prevTotal = 0;  // last processor sample
   int64_t prevIdle = 0;
 };

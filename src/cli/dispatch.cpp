@@ -3,28 +3,28 @@
 #include <unistd.h>
 
 #include <cinttypes>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "base/clock.h"
 #include "base/log.h"
 #include "base/process.h"
-#include "config/cpuset.h"
-#include "config/qorconf.h"
-#include "metrics/cpuinfo.h"
-#include "metrics/ifaddress.h"
-#include "membership/heartbeat.h"
-#include "store/clust_record.h"
-#include "store/cluster_query.h"
-#include "store/lookups.h"
-#include "store/pools.h"
 #include "cli/admin.h"
 #include "cli/daemon.h"
 #include "cli/progname.h"
 #include "cli/schedule.h"
 #include "cli/status.h"
 #include "cli/usage.h"
+#include "config/cpuset.h"
+#include "config/qorconf.h"
+#include "membership/heartbeat.h"
+#include "metrics/cpuinfo.h"
+#include "metrics/ifaddress.h"
+#include "store/clust_record.h"
+#include "store/cluster_query.h"
+#include "store/lookups.h"
+#include "store/pools.h"
 
 namespace qor {
 
@@ -129,7 +129,9 @@ int Stop(const CommandArgs&) {
   return StopDaemon();
 }
 
-int Proc(const CommandArgs&) { return ShowThisProc(); }
+int Proc(const CommandArgs&) {
+  return ShowThisProc();
+}
 
 // One heartbeat writing the whole row, then what the two databases hold.
 int Update(const CommandArgs&) {
@@ -137,9 +139,15 @@ int Update(const CommandArgs&) {
   return ShowTwoDatabases(0);
 }
 
-int DbListen(const CommandArgs&) { return ShowThisMysqlListen(); }
-int Target(const CommandArgs&) { return ShowTarget(); }
-int IsMaster(const CommandArgs& a) { return ShowIsMaster(a.hostname); }
+int DbListen(const CommandArgs&) {
+  return ShowThisMysqlListen();
+}
+int Target(const CommandArgs&) {
+  return ShowTarget();
+}
+int IsMaster(const CommandArgs& a) {
+  return ShowIsMaster(a.hostname);
+}
 
 // The clear operation is for servers outside a cluster, and only cluster servers pass the
 // configuration gate, so the command is always refused here.
@@ -244,8 +252,8 @@ int QorMain(int argc, char** argv) {
     return 1;
   }
   if (!(word == "-dblisten")) ReconnectCluster();
-  CheckCluster(&MasterAlive, &SlaveAlive, Cluster, cnf.clustmaster.c_str(),
-               cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), ClustsTemp);
+  CheckCluster(&MasterAlive, &SlaveAlive, Cluster, cnf.clustmaster.c_str(), cnf.clustslave.c_str(),
+               cnf.dbuser.c_str(), cnf.dbpwd.c_str(), ClustsTemp);
   Clust.hostname.set(hostname);
   Clust.ipaddress.set(CurrentSvr);
   int status = Dispatch(word, CommandArgs{argc, argv, hostname});

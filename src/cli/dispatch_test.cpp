@@ -11,9 +11,9 @@ TEST(CliDispatch, DebugSuffixIsStrippedFromTheOptionWordOnly) {
     const char* word;
     bool debug;
   } cases[] = {
-      {"-startx", "-start", true},   {"-vx", "-v", true},     {"-x", "-", true},
-      {"-start", "-start", false},   {"x", "x", false},       {"-", "-", false},
-      {"-lfxx", "-lfx", true},       {"", "", false},         {"start_x", "start_x", false},
+      {"-startx", "-start", true}, {"-vx", "-v", true}, {"-x", "-", true},
+      {"-start", "-start", false}, {"x", "x", false},   {"-", "-", false},
+      {"-lfxx", "-lfx", true},     {"", "", false},     {"start_x", "start_x", false},
   };
   for (const Case& c : cases) {
     OptionWord w;

@@ -1,3 +1,5 @@
 #include "cli/dispatch.h"
 
-int main(int argc, char** argv) { return qor::QorMain(argc, argv); }
+int main(int argc, char** argv) {
+  return qor::QorMain(argc, argv);
+}

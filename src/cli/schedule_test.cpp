@@ -29,12 +29,13 @@ TEST(CliSchedule, CyclesOfTheFirstPasses) {
     bool recheck, slow;
     int full, checkcounter, basecounter;
   } cases[] = {
-      {1, false, false, 1, 0, 0},    {2, false, false, 0, 2, 1},
-      {30, false, false, 0, 58, 29}, {31, true, false, 0, 60, 30},
-      {32, false, false, 1, 62, 31}, {61, true, false, 0, 120, 60},
+      {1, false, false, 1, 0, 0},       {2, false, false, 0, 2, 1},
+      {30, false, false, 0, 58, 29},    {31, true, false, 0, 60, 30},
+      {32, false, false, 1, 62, 31},    {61, true, false, 0, 120, 60},
       {150, false, false, 0, 298, 149}, {151, true, true, 0, 300, 150},
-      {152, false, false, 1, 2, 1},  {181, true, false, 0, 60, 30}, {182, false, false, 1, 62, 31},
-      {301, true, true, 0, 300, 150}, {302, false, false, 1, 2, 1},
+      {152, false, false, 1, 2, 1},     {181, true, false, 0, 60, 30},
+      {182, false, false, 1, 62, 31},   {301, true, true, 0, 300, 150},
+      {302, false, false, 1, 2, 1},
   };
   for (const Case& c : cases) {
     const Seen& x = s[static_cast<size_t>(c.cycle - 1)];

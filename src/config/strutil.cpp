@@ -50,12 +50,14 @@ int isnumber(const char* text) {
 }
 
 char* strtolower(char* text) {
-  for (char* p = text; p && *p; ++p) *p = static_cast<char>(std::tolower(static_cast<unsigned char>(*p)));
+  for (char* p = text; p && *p; ++p)
+    *p = static_cast<char>(std::tolower(static_cast<unsigned char>(*p)));
   return text;
 }
 
 char* strtoupper(char* text) {
-  for (char* p = text; p && *p; ++p) *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
+  for (char* p = text; p && *p; ++p)
+    *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
   return text;
 }
 

@@ -8,9 +8,9 @@
 #include "base/log.h"
 #include "config/processors.h"
 #include "config/qorconf.h"
+#include "membership/heartbeat_decision.h"
 #include "metrics/containers.h"
 #include "metrics/cpuinfo.h"
-#include "membership/heartbeat_decision.h"
 #include "metrics/ifaddress.h"
 #include "store/cluster_query.h"
 

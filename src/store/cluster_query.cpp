@@ -32,7 +32,8 @@ const Selector kSelectors[] = {
     {"-not_master", "where role != 'master'", 0, kDefaultOrder},
     {"-not_slave", "where role != 'slave'", 0, kDefaultOrder},
     {"-master_slave", "where role != 'member'", 0, kRoleOrder},
-    {"-active_master_slave", "where status =  '%d' and role != 'member'", kStatusActive, kRoleOrder},
+    {"-active_master_slave", "where status =  '%d' and role != 'member'", kStatusActive,
+     kRoleOrder},
     {"-active_all_master_slave", "where status =  '%d' and role != 'member'", kStatusActive,
      kRoleOrder},
     {"-master", "where role = 'master'", 0, kDefaultOrder},
@@ -54,7 +55,7 @@ bool WhereClause(FixedText<128>& where, const char** order, const char* cond) {
     if (std::strcmp(cond, s.word) != 0) continue;
     *order = s.order;
     if (!s.status) return where.set(s.where);
-    // The formats are the table's own literals above, each with exactly one %d.
+      // The formats are the table's own literals above, each with exactly one %d.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     return where.format(s.where, s.status);
@@ -69,12 +70,15 @@ bool WhereClause(FixedText<128>& where, const char** order, const char* cond) {
     return SqlEscape(escaped, sizeof escaped, pattern) &&
            where.format("where hostname like '%s' or ipaddress like '%s'", escaped, escaped);
   }
-  return SqlEscape(escaped, sizeof escaped, cond) &&
-         where.format("where hostname = '%s'", escaped);
+  return SqlEscape(escaped, sizeof escaped, cond) && where.format("where hostname = '%s'", escaped);
 }
 
-int AtoI(const char* s) { return static_cast<int>(std::strtol(s, nullptr, 10)); }
-int64_t AtoL(const char* s) { return std::strtoll(s, nullptr, 10); }
+int AtoI(const char* s) {
+  return static_cast<int>(std::strtol(s, nullptr, 10));
+}
+int64_t AtoL(const char* s) {
+  return std::strtoll(s, nullptr, 10);
+}
 
 }  // namespace
 
@@ -82,12 +86,13 @@ bool BuildClusterSelect(SqlText& sql, const char* cond) {
   FixedText<128> where;
   const char* order = kDefaultOrder;
   if (!WhereClause(where, &order, cond ? cond : "")) return false;
-  return sql.format("select %s,%s,%s,%s %s %s %s;",
-                    "id,hostname,ipaddress,clusterid,role,role_id,status,dbwrite_count,last_writemill",
-                    "tpl_updatemill,tpl_syncmill,tpl_syncstate",
-                    "cpuinfo,cpus,cpuphycores,cpucores,cpuprocs,cpuloadavg,cpuloadavgpp,containers,"
-                    "updated_at,qortimemill",
-                    "cpuutil,memutil,diskutil,qorver", "from clusters", where.c_str(), order);
+  return sql.format(
+      "select %s,%s,%s,%s %s %s %s;",
+      "id,hostname,ipaddress,clusterid,role,role_id,status,dbwrite_count,last_writemill",
+      "tpl_updatemill,tpl_syncmill,tpl_syncstate",
+      "cpuinfo,cpus,cpuphycores,cpucores,cpuprocs,cpuloadavg,cpuloadavgpp,containers,"
+      "updated_at,qortimemill",
+      "cpuutil,memutil,diskutil,qorver", "from clusters", where.c_str(), order);
 }
 
 void FillClustRecord(ClustRecord& rec, int ncols, const char* const* values, ActInfo& info) {
@@ -96,38 +101,86 @@ void FillClustRecord(ClustRecord& rec, int ncols, const char* const* values, Act
     // SQL NULL has no text: it reads as the empty text, which converts to 0.
     const char* v = values[i] ? values[i] : "";
     switch (i + 1) {
-      case 1: rec.id = AtoI(v); break;
-      case 2: rec.hostname.set(v); break;
-      case 3: rec.ipaddress.set(v); break;
-      case 4: rec.clusterid.set(v); break;
-      case 5: rec.role.set(v); break;
-      case 6: rec.role_id = AtoI(v); break;
+      case 1:
+        rec.id = AtoI(v);
+        break;
+      case 2:
+        rec.hostname.set(v);
+        break;
+      case 3:
+        rec.ipaddress.set(v);
+        break;
+      case 4:
+        rec.clusterid.set(v);
+        break;
+      case 5:
+        rec.role.set(v);
+        break;
+      case 6:
+        rec.role_id = AtoI(v);
+        break;
       case 7:
         rec.status = AtoI(v);
         if (rec.status == kStatusActive) ++info.servers;
         break;
-      case 8: rec.dbwrite_count = static_cast<double>(AtoL(v)); break;
-      case 9: rec.last_writemill = AtoL(v); break;
-      case 10: rec.tpl_updatemill = AtoL(v); break;
-      case 11: rec.tpl_syncmill = AtoL(v); break;
-      case 12: rec.tpl_syncstate = AtoI(v); break;
-      case 13: rec.cpuinfo.set(v); break;
-      case 14: rec.cpus = AtoI(v); break;
-      case 15: rec.cpuphycores = AtoI(v); break;
+      case 8:
+        rec.dbwrite_count = static_cast<double>(AtoL(v));
+        break;
+      case 9:
+        rec.last_writemill = AtoL(v);
+        break;
+      case 10:
+        rec.tpl_updatemill = AtoL(v);
+        break;
+      case 11:
+        rec.tpl_syncmill = AtoL(v);
+        break;
+      case 12:
+        rec.tpl_syncstate = AtoI(v);
+        break;
+      case 13:
+        rec.cpuinfo.set(v);
+        break;
+      case 14:
+        rec.cpus = AtoI(v);
+        break;
+      case 15:
+        rec.cpuphycores = AtoI(v);
+        break;
       case 16:
         rec.cpucores = AtoI(v);
         if (rec.status == kStatusActive) info.cores += rec.cpucores;
         break;
-      case 17: rec.cpuprocs = AtoI(v); break;
-      case 18: rec.cpuloadavg = static_cast<double>(AtoL(v)); break;
-      case 19: rec.cpuloadavgpp = static_cast<double>(AtoL(v)); break;
-      case 20: rec.containers = AtoI(v); break;
-      case 21: rec.updated_at = ParseUpdatedAt(v); break;
-      case 22: rec.qortimemill = AtoL(v); break;
-      case 23: rec.cpuutil = static_cast<double>(AtoL(v)); break;
-      case 24: rec.memutil = static_cast<double>(AtoL(v)); break;
-      case 25: rec.diskutil = static_cast<double>(AtoL(v)); break;
-      case 26: rec.qorver.set(v); break;
+      case 17:
+        rec.cpuprocs = AtoI(v);
+        break;
+      case 18:
+        rec.cpuloadavg = static_cast<double>(AtoL(v));
+        break;
+      case 19:
+        rec.cpuloadavgpp = static_cast<double>(AtoL(v));
+        break;
+      case 20:
+        rec.containers = AtoI(v);
+        break;
+      case 21:
+        rec.updated_at = ParseUpdatedAt(v);
+        break;
+      case 22:
+        rec.qortimemill = AtoL(v);
+        break;
+      case 23:
+        rec.cpuutil = static_cast<double>(AtoL(v));
+        break;
+      case 24:
+        rec.memutil = static_cast<double>(AtoL(v));
+        break;
+      case 25:
+        rec.diskutil = static_cast<double>(AtoL(v));
+        break;
+      case 26:
+        rec.qorver.set(v);
+        break;
     }
   }
 }

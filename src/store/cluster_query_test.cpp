@@ -34,15 +34,15 @@ TEST(StoreSelect, EverySelectorGivesItsStatementText) {
       {"-master", "where role = 'master' order by role_id, hostname;"},
       {"-slave", "where role = 'slave' order by role_id, hostname;"},
       {"-member", "where role = 'member' order by role_id, hostname;"},
-      {"-target",
-       "where status = '100' and cpuloadavgpp < '1000'  order by cpuloadavgpp limit 1;"},
+      {"-target", "where status = '100' and cpuloadavgpp < '1000'  order by cpuloadavgpp limit 1;"},
       {"like_node%",
        "where hostname like 'node%' or ipaddress like 'node%' order by role_id, hostname;"},
       {"like_", "where hostname like '' or ipaddress like '' order by role_id, hostname;"},
       {"node-7", "where hostname = 'node-7' order by role_id, hostname;"},
       {"-Master", "where hostname = '-Master' order by role_id, hostname;"},
       {"o'brien\\", "where hostname = 'o\\'brien\\\\' order by role_id, hostname;"},
-      {"like_a'%", "where hostname like 'a\\'%' or ipaddress like 'a\\'%' order by role_id, hostname;"},
+      {"like_a'%",
+       "where hostname like 'a\\'%' or ipaddress like 'a\\'%' order by role_id, hostname;"},
   };
   for (const Case& c : cases) {
     SqlText sql;
@@ -82,8 +82,9 @@ TEST(StoreSelect, StrextCopiesAWindowOrRefuses) {
     int rc;
     const char* out;
   } cases[] = {
-      {"like_node%", 5, 10, 0, "node%"}, {"abcdef", 1, 3, 0, "bcd"}, {"abc", 0, 3, 0, "abc"},
-      {"abc", 5, 2, 0, ""},              {"abc", -1, 2, 1, "keep"},  {"abc", 0, -1, 1, "keep"},
+      {"like_node%", 5, 10, 0, "node%"}, {"abcdef", 1, 3, 0, "bcd"},
+      {"abc", 0, 3, 0, "abc"},           {"abc", 5, 2, 0, ""},
+      {"abc", -1, 2, 1, "keep"},         {"abc", 0, -1, 1, "keep"},
       {"abc", 0, 4, 1, "keep"},
   };
   for (const Case& c : cases) {

@@ -20,7 +20,9 @@ struct Lit {
   bool ok;
 };
 
-long L(int64_t v) { return static_cast<long>(v); }
+long L(int64_t v) {
+  return static_cast<long>(v);
+}
 
 // Runs one write on a live connection of pool, logging stmtErr when the statement fails; false
 // when the pool gave no live connection (nothing was run).
@@ -97,9 +99,9 @@ bool UpdateStatement(SqlText& sql, const ClustRecord& r, int withlastwrite, int 
         "cpuutil='%0.2f',memutil='%0.2f',diskutil='%0.2f',tpl_updatemill='%ld',  "
         "tpl_syncmill='%ld', tpl_syncstate='%d', qorver='%s' where id='%d';",
         host.c_str(), ip.c_str(), cid.c_str(), role.c_str(), r.role_id, r.status, r.cpus,
-        r.cpuphycores, r.cpucores, r.cpuprocs, r.cpuloadavg, r.cpuloadavgpp, r.containers,
-        CpuUtil, MemUtil, DiskUtil, L(r.tpl_updatemill), L(r.tpl_syncmill), r.tpl_syncstate,
-        ver.c_str(), r.id);
+        r.cpuphycores, r.cpucores, r.cpuprocs, r.cpuloadavg, r.cpuloadavgpp, r.containers, CpuUtil,
+        MemUtil, DiskUtil, L(r.tpl_updatemill), L(r.tpl_syncmill), r.tpl_syncstate, ver.c_str(),
+        r.id);
   }
   if (withlastwrite == 1) {
     return sql.format(

@@ -15,8 +15,7 @@ int SlaveAlive = 0;
 FixedText<128> Clusttarget;
 
 int CheckCluster(int* masterAlive, int* slaveAlive, int cluster, const char* master,
-                 const char* slave, const char* user, const char* password,
-                 ClustRecord** records) {
+                 const char* slave, const char* user, const char* password, ClustRecord** records) {
   *masterAlive = 0;
   *slaveAlive = 0;
   if (cluster == 0) return 1;

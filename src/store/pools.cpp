@@ -15,7 +15,9 @@ int ConnectionPool = 1;
 
 namespace {
 
-void LogLibraryError(const char* message) { LogError("libzdb: %s", message); }
+void LogLibraryError(const char* message) {
+  LogError("libzdb: %s", message);
+}
 
 // The numbered notices of one side: the master uses 1/2, the slave 3/4, standalone 5/6.
 struct Side {
@@ -96,7 +98,9 @@ int Ping(const char* address, int deadline, int attempts) {
   return 1;
 }
 
-char to_hex(int value) { return "0123456789abcdef"[value & 15]; }
+char to_hex(int value) {
+  return "0123456789abcdef"[value & 15];
+}
 
 bool url_encode(char* out, size_t size, const char* text) {
   size_t n = 0;
@@ -147,8 +151,12 @@ DbConn::DbConn(QzPool* pool) {
   usable_ = conn_ != nullptr && qz_ping(conn_) == 1;
 }
 
-DbConn::~DbConn() { qz_close(conn_); }
+DbConn::~DbConn() {
+  qz_close(conn_);
+}
 
-bool DbConn::Execute(const char* sql) { return qz_execute(conn_, sql) == 0; }
+bool DbConn::Execute(const char* sql) {
+  return qz_execute(conn_, sql) == 0;
+}
 
 }  // namespace qor
