@@ -36,11 +36,14 @@ start() {
     echo "testdb: $addr:3306 is already in use by another server; stop it first" >&2
     exit 1
   fi
-  if [ ! -d "$dir/data/mysql" ]; then
+  # The marker is written only after a complete initialisation: a data directory left half
+  # made by a failed one is made again instead of being trusted.
+  if [ ! -f "$dir/installed" ]; then
     rm -rf "$dir/data"
     mariadb-install-db --no-defaults --datadir="$dir/data" --user=root \
       --auth-root-authentication-method=socket --skip-test-db >"$dir/install.log" 2>&1 || {
       cat "$dir/install.log" >&2; exit 1; }
+    touch "$dir/installed"
   fi
   mariadbd --no-defaults --user=root --datadir="$dir/data" --socket="$dir/mysqld.sock" \
     --pid-file="$dir/mysqld.pid" --bind-address="$addr" --port=3306 --skip-name-resolve \

@@ -98,10 +98,13 @@ MemberMasterDecision DecideMemberOnMaster(const ClustRecord& M) {
   return {Reactivated(M.status), M.tpl_syncstate == kTplOld};
 }
 
-MemberSlaveDecision DecideMemberOnSlave(const ClustRecord& S, const ClustRecord* M) {
-  // Without this cycle's master copy the slave's copy keeps its own status and template state.
+MemberSlaveDecision DecideMemberOnSlave(const ClustRecord& S, const ClustRecord* M,
+                                        bool writtenOnMaster) {
+  // Until a read has found the master's copy there is no status to follow: the slave's copy
+  // keeps its own. The master's copy wins even when it is an earlier cycle's; its template
+  // state only when it is this cycle's, so that a template pull recorded since is not undone.
   if (M == nullptr) return {Reactivated(S.status), false};
-  return {M->status, true};
+  return {M->status, writtenOnMaster};
 }
 
 }  // namespace qor

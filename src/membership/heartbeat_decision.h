@@ -106,12 +106,14 @@ struct MemberMasterDecision {
 };
 MemberMasterDecision DecideMemberOnMaster(const ClustRecord& M);
 
-// Its row S as read from the slave's database; M is its row in the master's database as written
-// in this cycle, nullptr when the master's database was not read or held no such row this cycle.
+// Its row S as read from the slave's database; M is its row as last read from the master's
+// database, in this cycle or an earlier one, nullptr when no read has found it yet.
+// writtenOnMaster: M was written to the master's database in this cycle.
 struct MemberSlaveDecision {
   int status;
   bool copyTemplate;  // take M's tpl_updatemill, tpl_syncmill and tpl_syncstate
 };
-MemberSlaveDecision DecideMemberOnSlave(const ClustRecord& S, const ClustRecord* M);
+MemberSlaveDecision DecideMemberOnSlave(const ClustRecord& S, const ClustRecord* M,
+                                        bool writtenOnMaster);
 
 }  // namespace qor

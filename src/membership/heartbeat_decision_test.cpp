@@ -233,23 +233,27 @@ TEST(MembershipMemberRow, CopyOnTheMastersDatabase) {
 }
 
 TEST(MembershipMemberRow, CopyOnTheSlavesDatabase) {
+  enum MasterCopy { kNeverRead, kEarlierCycle, kThisCycle };
   const struct {
     const char* name;
     int slaveStatus;
-    bool masterRead;
+    MasterCopy master;
     int masterStatus;
     int want;
     bool copyTemplate;
   } cases[] = {
-      {"master's copy wins", I, true, A, A, true},
-      {"master's old copy wins over active", A, true, O, O, true},
-      {"master's active copy wins over old", O, true, A, A, true},
-      {"master's database not read: inactive becomes active", I, false, 0, A, false},
-      {"master's database not read: old stays", O, false, 0, O, false},
+      {"master's copy wins", I, kThisCycle, A, A, true},
+      {"master's old copy wins over active", A, kThisCycle, O, O, true},
+      {"master's active copy wins over old", O, kThisCycle, A, A, true},
+      {"earlier master's copy still wins over old", O, kEarlierCycle, A, A, false},
+      {"earlier master's old copy wins over inactive", I, kEarlierCycle, O, O, false},
+      {"never read: inactive becomes active", I, kNeverRead, 0, A, false},
+      {"never read: old stays", O, kNeverRead, 0, O, false},
   };
   for (const auto& c : cases) {
     ClustRecord M = Row(c.masterStatus, 0);
-    MemberSlaveDecision d = DecideMemberOnSlave(Row(c.slaveStatus, 0), c.masterRead ? &M : nullptr);
+    MemberSlaveDecision d = DecideMemberOnSlave(
+        Row(c.slaveStatus, 0), c.master == kNeverRead ? nullptr : &M, c.master == kThisCycle);
     EXPECT_EQ(d.status, c.want) << c.name;
     EXPECT_EQ(d.copyTemplate, c.copyTemplate) << c.name;
   }

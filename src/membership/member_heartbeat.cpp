@@ -21,9 +21,9 @@ void CopyOwnMemberValues(ClustRecord& row) {
   row.role.set("member");
 }
 
-// The member's row in the master's database. M: the row as written there, left nullptr when it
-// was inserted instead. 0 to go on with the slave's database, 1 to stop.
-int WriteOnMaster(int full, const ClustRecord** M) {
+// The member's row in the master's database. written: set when the row was written there, not
+// when it was inserted instead. 0 to go on with the slave's database, 1 to stop.
+int WriteOnMaster(int full, bool* written) {
   const char* master = cnf.clustmaster.c_str();
   const char* host = Clust.hostname.c_str();
   GetClusterSql(master, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), host, &mactinfo, ClustsOnMaster, 0);
@@ -37,7 +37,7 @@ int WriteOnMaster(int full, const ClustRecord** M) {
       if (d.tplsync) Tplsync = 1;
       Trace("_xupdatemember(5): clustonmaster[0]->status=%d updating...\n", row.status);
       UpdateClusterSql(master, ClustsOnMaster, 0, 0, full, 0);
-      *M = &row;
+      *written = true;
       return kHeartbeatDone;
     }
     case OneRow::kMissing:
@@ -54,7 +54,14 @@ int WriteOnMaster(int full, const ClustRecord** M) {
   return kHeartbeatDone;
 }
 
-int WriteOnSlave(int full, const ClustRecord* M) {
+// The member's row as last read from the master's database, in this cycle or an earlier one;
+// nullptr until a read has found it, since the records hold nothing of this node before that.
+const ClustRecord* LastReadOnMaster() {
+  const ClustRecord& row = *ClustsOnMaster[0];
+  return row.hostname == Clust.hostname ? &row : nullptr;
+}
+
+int WriteOnSlave(int full, bool writtenOnMaster) {
   const char* slave = cnf.clustslave.c_str();
   const char* host = Clust.hostname.c_str();
   GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), host, &sactinfo, ClustsOnSlave, 1);
@@ -62,7 +69,8 @@ int WriteOnSlave(int full, const ClustRecord* M) {
     case OneRow::kFound: {
       ClustRecord& S = *ClustsOnSlave[0];
       CopyOwnMemberValues(S);
-      MemberSlaveDecision d = DecideMemberOnSlave(S, M);
+      const ClustRecord* M = LastReadOnMaster();
+      MemberSlaveDecision d = DecideMemberOnSlave(S, M, writtenOnMaster);
       S.status = d.status;
       if (d.copyTemplate) {
         S.tpl_updatemill = M->tpl_updatemill;
@@ -108,13 +116,13 @@ int UpdateMember(int full) {
   }
   Trace("_xupdatemember(3): host=%s clustrole=%s(%d) starting...\n", Clust.hostname.c_str(),
         cnf.clustrole.c_str(), ClustRole);
-  // Only this cycle's copy from the master's database may decide the slave's copy.
-  const ClustRecord* M = nullptr;
-  if (Ping(cnf.clustmaster.c_str(), 1, 3) == 0 && WriteOnMaster(full, &M) != kHeartbeatDone) {
+  bool writtenOnMaster = false;
+  if (Ping(cnf.clustmaster.c_str(), 1, 3) == 0 &&
+      WriteOnMaster(full, &writtenOnMaster) != kHeartbeatDone) {
     return kHeartbeatStopped;
   }
   // A server that does not answer is skipped without a message.
-  if (Ping(cnf.clustslave.c_str(), 1, 3) == 0) return WriteOnSlave(full, M);
+  if (Ping(cnf.clustslave.c_str(), 1, 3) == 0) return WriteOnSlave(full, writtenOnMaster);
   return kHeartbeatDone;
 }
 

@@ -24,15 +24,17 @@ const char* SlaveAddr() {
   return cnf.clustslave.c_str();
 }
 
-// The slave's row in the slave's database, read before anything is written so that duplicates
-// there leave both databases unchanged.
+// The slave's row in the slave's database, read after its copy in the master's database is
+// written. Duplicates there are left as they are: an insert would add one more in every cycle,
+// which ClustCount (the master's) never stops. The master's database has its write all the
+// same, so that the master's monitor does not take a running slave for a silent one.
 OneRow ReadOwnRowOnSlave() {
   GetClusterSql(SlaveAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-slave", &sactinfo,
                 ClustsOnSlave, 1);
   OneRow found = ClassifyOne(sactinfo.count);
   if (found == OneRow::kDuplicates) {
-    LogError("updateslave(19) %d slave rows found on %s, both databases left unchanged",
-             sactinfo.count, SlaveAddr());
+    LogError("updateslave(19) %d slave rows found on %s, left unchanged", sactinfo.count,
+             SlaveAddr());
   }
   return found;
 }
@@ -44,11 +46,11 @@ int WritePairOnMaster(int full) {
   CopyOwnValues(Ms, Clust, Containers);
   SlavePairDecision d = DecideSlavePair(Mm, Ms);
   if (d.tplsync) Tplsync = 1;
-  OneRow onSlave = ReadOwnRowOnSlave();
-  if (onSlave == OneRow::kDuplicates) return kHeartbeatStopped;
   if (d.noteReactivated) LogNotice("updateslave(5) status=%d", Ms.status);
   Ms.status = d.status;
   UpdateClusterSql(MasterAddr(), ClustsOnMaster, 1, 0, full, 0);
+  OneRow onSlave = ReadOwnRowOnSlave();
+  if (onSlave == OneRow::kDuplicates) return kHeartbeatStopped;
   if (onSlave == OneRow::kFound) {
     const ClustRecord& Ss = *ClustsOnSlave[0];
     int withlastwrite = LastWriteDiffers(Ms, Ss);
@@ -68,9 +70,9 @@ int WriteOwnOnlyOnMaster(int full) {
   ClustRecord& row = *ClustsOnMaster[0];
   CopyOwnValues(row, Clust, Containers);
   row.status = Reactivated(row.status);
+  UpdateClusterSql(MasterAddr(), ClustsOnMaster, 0, 1, full, 0);
   OneRow onSlave = ReadOwnRowOnSlave();
   if (onSlave == OneRow::kDuplicates) return kHeartbeatStopped;
-  UpdateClusterSql(MasterAddr(), ClustsOnMaster, 0, 1, full, 0);
   if (onSlave == OneRow::kFound) {
     row.id = ClustsOnSlave[0]->id;
     UpdateClusterSql(SlaveAddr(), ClustsOnMaster, 0, 0, full, 1);
@@ -115,20 +117,21 @@ void WriteAlone(int index, const ClustRecord* Sm, int full) {
   ClustRecord& Ss = *ClustsOnSlave[index];
   CopyOwnValues(Ss, Clust, Containers);
   SlaveAloneDecision d = DecideSlaveAlone(Sm, Ss);
-  // The master's database was not read in this cycle: the notices show the two rows as the
-  // slave's database holds them, 0 for a master row it lacks.
-  int64_t masterMill = Sm ? Sm->last_writemill : 0;
+  // The notices show the two rows as last read from the master's database, in an earlier cycle;
+  // before its first read those records are still all zero, so they show 0.
+  int64_t lastMaster = ClustsOnMaster[0]->last_writemill;
+  int64_t lastSlave = ClustsOnMaster[1]->last_writemill;
   switch (d.note) {
     case SlaveNote::kNone:
       break;
     case SlaveNote::kBehindMasterRow:
-      LogNotice("updateslave(14) lastwritemill -> %ld %ld", masterMill, Ss.last_writemill);
+      LogNotice("updateslave(14) lastwritemill -> %ld %ld", lastMaster, lastSlave);
       LogError("DB_OLD_STAT_2: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", Ss.hostname.c_str(),
                Ss.ipaddress.c_str(), Ss.hostname.c_str(), Ss.last_writemill, Sm->hostname.c_str(),
                Sm->last_writemill);
       break;
     case SlaveNote::kNoMasterRow:
-      LogNotice("updateslave(15) lastwritemill -> %ld %ld", masterMill, Ss.last_writemill);
+      LogNotice("updateslave(15) lastwritemill -> %ld %ld", lastMaster, lastSlave);
       LogError("DB_OLD_STAT_3: %s(%s) is now DB_OLD_STAT(%s:%ld)", Ss.hostname.c_str(),
                Ss.ipaddress.c_str(), Ss.hostname.c_str(), Ss.last_writemill);
       break;
