@@ -1,5 +1,6 @@
 #include "cli/daemon.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -56,6 +57,10 @@ void Daemonise() {
   close(1);
   close(2);
   for (long fd = sysconf(_SC_OPEN_MAX); fd >= 1; --fd) close(static_cast<int>(fd));
+  // Left closed, 0 to 2 would be the next descriptors opened (the syslog socket, the database
+  // connections), and the debug trace and any error text would be written into them. All are
+  // closed, so the three opens take 0, 1 and 2 in turn.
+  for (int fd = 0; fd <= 2; ++fd) open("/dev/null", O_RDWR);
   OpenDaemonLog();
   setpriority(PRIO_PROCESS, 0, -20);
 }
@@ -185,16 +190,23 @@ int CheckRunning(int boot) {
 int StopDaemon() {
   const char* command = "ps ax | grep 'qorclustd -start' | grep -v grep";
   int lastLength = 0;
+  bool atLineStart = true;
   // Whole lines: a long command line read in 127-character pieces would turn the start of a
-  // later piece into a process id, and that process would be killed.
+  // later piece into a process id, and that process would be killed. For the same reason the
+  // rest of a line longer than the buffer is skipped.
   bool started = RunShell(command, kShellLineMax, [&](char* line) {
+    bool begins = atLineStart;
+    size_t length = std::strlen(line);
+    atLineStart = length > 0 && line[length - 1] == '\n';
+    if (!begins) return;
+    // Only the space character is a blank here: the newline stays and is counted.
     char digits[kShellLineMax];
     size_t n = 0;
     for (const char* p = line; *p; ++p) {
-      if (*p != ' ' && *p != '\n') digits[n++] = *p;
+      if (*p != ' ') digits[n++] = *p;
     }
     digits[n] = '\0';
-    lastLength = static_cast<int>(std::strlen(digits));
+    lastLength = static_cast<int>(n);
     int pid = std::atoi(digits);
     std::printf("pid=%d\n", pid);
     if (pid > 0) kill(pid, SIGKILL);

@@ -185,7 +185,9 @@ const Command kCommands[] = {
     {"-update", Update},
     {"-l", Listing<0>},
     {"-lf", Listing<1>},
+    // "-monitor" (one monitoring pass, then the listing) joins here.
     {"-target", Target},
+    // "-chown", "-synctpl" and "-synclictpl" (root only) join here.
     {"-cluster", Conf<kShowCluster>},
     {"-conf", Conf<kShowConf>},
     {"-role", Conf<kShowRole>},
@@ -208,10 +210,9 @@ int Dispatch(const OptionWord& word, const CommandArgs& args) {
 
 }  // namespace
 
-bool StripDebugSuffix(OptionWord& word) {
-  size_t n = word.size();
-  if (n == 0 || word.buf[0] != '-' || word.buf[n - 1] != 'x') return false;
-  word.buf[n - 1] = '\0';
+bool StripDebugSuffix(std::string_view& word) {
+  if (word.empty() || word.front() != '-' || word.back() != 'x') return false;
+  word.remove_suffix(1);
   return true;
 }
 
@@ -220,10 +221,11 @@ int QorMain(int argc, char** argv) {
     Usage();
     return 0;
   }
+  std::string_view arg(argv[1]);
+  if (StripDebugSuffix(arg)) Xmode = 1;
   OptionWord word;
   // No command word is near 127 characters, so a longer argument stays unknown when cut.
-  word.set(argv[1]);
-  if (StripDebugSuffix(word)) Xmode = 1;
+  word.set(arg);
 
   if (word == "-v") return ShowVersion();
   if (word == "-qorver") {

@@ -3,6 +3,8 @@
 // process's exit status.
 #pragma once
 
+#include <string_view>
+
 #include "base/fixed_text.h"
 
 namespace qor {
@@ -10,8 +12,9 @@ namespace qor {
 using OptionWord = FixedText<128>;
 
 // Removes the debug suffix: a word that begins with "-" and ends in "x" loses the "x" and the
-// result is true (debug mode).
-bool StripDebugSuffix(OptionWord& word);
+// result is true (debug mode). Works on the whole argument: an overlong word is cut to an
+// OptionWord only afterwards, so its own last character decides.
+bool StripDebugSuffix(std::string_view& word);
 
 int QorMain(int argc, char** argv);
 

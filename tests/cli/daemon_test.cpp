@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "support/ns_host.h"
 #include "support/store_env.h"
@@ -87,10 +89,25 @@ TEST_F(CliDaemon, RunsAtBootIsRefusedTwiceListedAndStopped) {
   EXPECT_EQ(ps.status, 0);
   EXPECT_NE(ps.out.find("qorclustd -start_boot"), std::string::npos) << ps.out;
 
+  // The stop logs the length of the last listing line without its blanks, the newline counted.
+  std::string listing = host.Shell("ps ax | grep 'qorclustd -start' | grep -v grep").out;
+  std::string pid = std::to_string(std::atoi(listing.c_str()));
+  std::string unblanked = listing;
+  unblanked.erase(std::remove(unblanked.begin(), unblanked.end(), ' '), unblanked.end());
   RunResult stop = host.Run({"-stop"});
   EXPECT_EQ(stop.status, 0);
-  EXPECT_EQ(stop.out.rfind("qorclustd daemon stopping...\npid=", 0), 0u) << stop.out;
+  EXPECT_EQ(stop.out, "qorclustd daemon stopping...\npid=" + pid + "\n") << listing;
   ASSERT_TRUE(WaitFor(5, [&] { return DaemonCount(host) == 0; }));
+  std::vector<std::string> log = host.Syslog();
+  EXPECT_NE(std::find(log.begin(), log.end(),
+                      "stopped by command (" + std::to_string(unblanked.size()) + ")"),
+            log.end())
+      << listing;
+  // Nothing left to stop: no process line, no kill, a length of 0.
+  RunResult idle = host.Run({"-stop"});
+  EXPECT_EQ(idle.status, 0);
+  EXPECT_EQ(idle.out, "qorclustd daemon stopping...\n");
+  EXPECT_EQ(host.Syslog().back(), "stopped by command (0)");
   int age = MasterRowAge("master");
   std::this_thread::sleep_for(std::chrono::seconds(4));
   EXPECT_GE(MasterRowAge("master"), age + 3) << "the row must stop moving once the daemon is gone";
@@ -102,6 +119,32 @@ TEST_F(CliDaemon, RunsAtBootIsRefusedTwiceListedAndStopped) {
   }
   EXPECT_TRUE(started);
   EXPECT_TRUE(notice);
+}
+
+// In debug mode the daemon traces every cycle to its standard output, which it has closed: the
+// trace must land nowhere, not in whatever the daemon opened next (its syslog or database
+// connections), and the heartbeat must go on undisturbed.
+TEST_F(CliDaemon, ADebugDaemonTracesIntoNothing) {
+  RunResult start = host.Run({"-start_bootx"});
+  ASSERT_EQ(start.status, 0) << start.out << start.err;
+  ASSERT_TRUE(
+      WaitFor(20, [] { return MasterRowAge("master") >= 0 && MasterRowAge("slave") >= 0; }));
+  RunResult fds = host.Shell(
+      "for p in $(ps ax | grep 'qorclustd -start' | grep -v grep | awk '{print $1}'); do "
+      "readlink /proc/$p/fd/0 /proc/$p/fd/1 /proc/$p/fd/2; done");
+  EXPECT_EQ(fds.out, "/dev/null\n/dev/null\n/dev/null\n");
+  // A few kilobytes of trace per cycle: well past any stdio buffer within these cycles.
+  for (int i = 0; i < 8; ++i) {
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    EXPECT_LE(MasterRowAge("master"), 4) << "cycle " << i;
+    EXPECT_LE(MasterRowAge("slave"), 4) << "cycle " << i;
+  }
+  for (const std::string& line : host.Syslog()) {
+    EXPECT_EQ(line.find("error"), std::string::npos) << line;
+    EXPECT_EQ(line.find("_x"), std::string::npos) << line;
+  }
+  EXPECT_EQ(host.Run({"-stop"}).status, 0);
+  EXPECT_TRUE(WaitFor(5, [&] { return DaemonCount(host) == 0; }));
 }
 
 TEST_F(CliDaemon, StopsAtTheNextRecheckWhenTheClusterIsDisabled) {

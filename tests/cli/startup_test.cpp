@@ -107,7 +107,8 @@ TEST_F(CliStartup, GateStopsEveryWordWithOnlyTheSyslogNotice) {
       EXPECT_EQ(r.out, "") << conf << word;
       ASSERT_EQ(r.syslog.size(), 1u) << conf << word;
       EXPECT_EQ(r.syslog[0], kNotice);
-      EXPECT_EQ(r.syslog_raw[0].rfind("<13>", 0), 0u) << "notice, facility user: " << r.syslog_raw[0];
+      EXPECT_EQ(r.syslog_raw[0].rfind("<13>", 0), 0u)
+          << "notice, facility user: " << r.syslog_raw[0];
     }
   }
 }
@@ -138,13 +139,36 @@ TEST_F(CliStartup, UnknownWordOnAValidClusterGivesUsage) {
     EXPECT_EQ(r.status, 0) << word;
     EXPECT_EQ(r.out, Golden("usage.golden")) << word;
   }
-  // "-x" is "-" in debug mode: the trace of the start-up, then the usage text.
-  RunResult dash = box.Run({"-x"});
-  EXPECT_EQ(dash.status, 0);
-  EXPECT_EQ(dash.out.rfind("_xgetcpuinfo(1): ", 0), 0u) << dash.out;
   std::string usage = Golden("usage.golden");
-  ASSERT_GE(dash.out.size(), usage.size());
-  EXPECT_EQ(dash.out.substr(dash.out.size() - usage.size()), usage);
+  // "-x" is "-" in debug mode: the trace of the start-up, then the usage text. A word too long
+  // for the option buffer is in debug mode by its own last character, not the one where it is cut.
+  const std::string cutAtX = "-" + std::string(125, 'a') + "x" + std::string(20, 'a');
+  struct Case {
+    std::string word;
+    bool traced;
+  } cases[] = {{"-x", true}, {cutAtX + "x", true}, {cutAtX, false}};
+  for (const Case& c : cases) {
+    RunResult r = box.Run({c.word});
+    EXPECT_EQ(r.status, 0) << c.word;
+    EXPECT_EQ(r.out.rfind("_xgetcpuinfo(1): ", 0) == 0, c.traced) << c.word << "\n" << r.out;
+    ASSERT_GE(r.out.size(), usage.size()) << c.word;
+    EXPECT_EQ(r.out.substr(r.out.size() - usage.size()), usage) << c.word;
+  }
+}
+
+TEST_F(CliStartup, DaemonWordsRefuseOtherUsers) {
+  box.Write(".qorconf", kMasterConf);
+  struct Case {
+    const char* word;
+    int status;
+  } cases[] = {{"-stop", 0}, {"-start", 1}, {"-start_boot", 1}, {"-stopx", 0}};
+  for (const Case& c : cases) {
+    RunResult r = box.Run({c.word}, RunOptions{"", 65534, 30});
+    EXPECT_EQ(r.status, c.status) << c.word << r.err;
+    EXPECT_EQ(r.out.substr(r.out.size() < 18 ? 0 : r.out.size() - 18), "Please sudo this!\n")
+        << c.word;
+    EXPECT_EQ(r.out.find("stopping"), std::string::npos) << c.word;
+  }
 }
 
 TEST_F(CliStartup, DebugModeTracesTheStartUp) {
