@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <vector>
 
 namespace qortest {
@@ -53,14 +54,19 @@ int Holder(void* p) {
 
 }  // namespace
 
-NsHost::NsHost(const HostOptions& opts) : opts_(opts) {
-  std::filesystem::create_directories(dir_.path() + "/qor");
+NsHost::NsHost(const HostOptions& opts) : opts_(opts), dir_(opts.dir) {
+  if (dir_.empty()) {
+    tmp_ = std::make_unique<TempDir>();
+    dir_ = tmp_->path();
+  }
+  std::filesystem::create_directories(dir_ + "/qor");
   std::filesystem::create_directories(kQorDir);
-  log_ = std::make_unique<SyslogCatcher>(dir_.path());
+  log_ = std::make_unique<SyslogCatcher>(dir_);
   if (!log_->ok()) return;
+  if (!opts_.syslog_file.empty() && !log_->WriteTo(opts_.syslog_file)) return;
   int ready[2];
   if (pipe2(ready, O_CLOEXEC) != 0) return;
-  HolderArgs args{dir_.path(), log_->path(), opts_, ready[1]};
+  HolderArgs args{dir_, log_->path(), opts_, ready[1]};
   int flags = CLONE_NEWPID | CLONE_NEWNS | SIGCHLD;
   if (!opts_.hostname.empty()) flags |= CLONE_NEWUTS;
   if (opts_.own_network) flags |= CLONE_NEWNET;
@@ -91,11 +97,27 @@ NsHost::~NsHost() {
   }
 }
 
-RunResult NsHost::Enter(const std::vector<std::string>& argv, const RunOptions& opts) {
+std::string NsHost::Write(const std::string& name, const std::string& content) const {
+  std::string p = dir_ + "/qor/" + name;
+  std::ofstream out(p, std::ios::binary | std::ios::trunc);
+  out.write(content.data(), static_cast<std::streamsize>(content.size()));
+  return p;
+}
+
+std::vector<std::string> NsHost::EnterPrefix() const {
   std::vector<std::string> full{"/usr/bin/nsenter", "-t", std::to_string(holder_), "-m", "-p"};
   if (!opts_.hostname.empty()) full.push_back("-u");
   if (opts_.own_network) full.push_back("-n");
   full.push_back("--");
+  if (!opts_.env.empty()) {
+    full.push_back("/usr/bin/env");
+    full.insert(full.end(), opts_.env.begin(), opts_.env.end());
+  }
+  return full;
+}
+
+RunResult NsHost::Enter(const std::vector<std::string>& argv, const RunOptions& opts) {
+  std::vector<std::string> full = EnterPrefix();
   full.insert(full.end(), argv.begin(), argv.end());
   RunResult r = RunProgram(full, opts);
   r.syslog_raw.clear();
@@ -120,13 +142,30 @@ RunResult NsHost::Shell(const std::string& command, int timeout_sec) {
 }
 
 const std::vector<std::string>& NsHost::Syslog() {
-  log_->Take(&lines_, &raw_);
+  Collect();
   return lines_;
 }
 
 const std::vector<std::string>& NsHost::SyslogRaw() {
-  log_->Take(&lines_, &raw_);
+  Collect();
   return raw_;
+}
+
+void NsHost::Collect() {
+  if (opts_.syslog_file.empty()) {
+    log_->Take(&lines_, &raw_);
+    return;
+  }
+  lines_.clear();
+  raw_.clear();
+  std::ifstream in(opts_.syslog_file);
+  std::string line;
+  while (std::getline(in, line)) {
+    // Each line is "date time.ms " and the datagram.
+    size_t sp = line.find(' ', line.find(' ') + 1);
+    raw_.push_back(sp == std::string::npos ? line : line.substr(sp + 1));
+    lines_.push_back(SyslogText(raw_.back()));
+  }
 }
 
 }  // namespace qortest

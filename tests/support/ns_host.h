@@ -19,8 +19,16 @@
 namespace qortest {
 
 struct HostOptions {
-  std::string hostname;  // non-empty: a UTS namespace with this host name
+  std::string hostname;      // non-empty: a UTS namespace with this host name
   bool own_network = false;  // a network namespace with only lo (up)
+  // The host's directory (its platform directory is dir/qor); empty: a temporary one, removed
+  // with the host. A given directory must exist and is left in place.
+  std::string dir;
+  // Non-empty: the host's syslog lines go to this file (SyslogCatcher::WriteTo) and Syslog()
+  // reads them back from it; RunResult::syslog stays empty.
+  std::string syslog_file;
+  // "NAME=value" settings put into the environment of every command entered.
+  std::vector<std::string> env;
 };
 
 class NsHost {
@@ -32,10 +40,9 @@ class NsHost {
 
   bool ok() const { return holder_ > 0; }
   pid_t holder() const { return holder_; }
+  const std::string& dir() const { return dir_; }
   // Files of the host's platform directory.
-  std::string Write(const std::string& name, const std::string& content) const {
-    return dir_.Write("qor/" + name, content);
-  }
+  std::string Write(const std::string& name, const std::string& content) const;
   // The real binary inside the host.
   RunResult Run(const std::vector<std::string>& args, const RunOptions& opts = {});
   // A shell command inside the host.
@@ -44,11 +51,17 @@ class NsHost {
   const std::vector<std::string>& Syslog();
   const std::vector<std::string>& SyslogRaw();
 
- private:
+  // Any program inside the host.
   RunResult Enter(const std::vector<std::string>& argv, const RunOptions& opts);
+  // The nsenter command line that enters the host, to be followed by a program and arguments.
+  std::vector<std::string> EnterPrefix() const;
+
+ private:
+  void Collect();
 
   HostOptions opts_;
-  TempDir dir_;
+  std::unique_ptr<TempDir> tmp_;
+  std::string dir_;
   std::unique_ptr<SyslogCatcher> log_;
   std::vector<std::string> lines_, raw_;
   pid_t holder_ = -1;

@@ -10,20 +10,17 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <ctime>
 
 namespace qortest {
 
 namespace {
 
-std::string StripHead(const std::string& raw) {
-  // "<13>Nov 22 20:23:00 ident[pid]: text" or "<13>Nov 22 20:23:00 ident: text"
-  size_t gt = raw.find('>');
-  size_t colon = raw.find(": ", gt == std::string::npos ? 0 : gt + 16);
-  return colon == std::string::npos ? raw : raw.substr(colon + 2);
+std::string Fail(const std::string& what) {
+  return what + ": " + std::strerror(errno);
 }
-
-std::string Fail(const std::string& what) { return what + ": " + std::strerror(errno); }
 
 std::string BindFile(const std::string& from, const std::string& to) {
   int fd = open(to.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0666);
@@ -33,6 +30,13 @@ std::string BindFile(const std::string& from, const std::string& to) {
 }
 
 }  // namespace
+
+std::string SyslogText(const std::string& raw) {
+  // "<13>Nov 22 20:23:00 ident[pid]: text" or "<13>Nov 22 20:23:00 ident: text"
+  size_t gt = raw.find('>');
+  size_t colon = raw.find(": ", gt == std::string::npos ? 0 : gt + 16);
+  return colon == std::string::npos ? raw : raw.substr(colon + 2);
+}
 
 SyslogCatcher::SyslogCatcher(const std::string& dir) : path_(dir + "/log.sock") {
   unlink(path_.c_str());
@@ -57,7 +61,13 @@ SyslogCatcher::~SyslogCatcher() {
   stop_ = true;
   if (drainer_.joinable()) drainer_.join();
   if (fd_ >= 0) close(fd_);
+  if (file_ >= 0) close(file_);
   unlink(path_.c_str());
+}
+
+bool SyslogCatcher::WriteTo(const std::string& file) {
+  file_ = open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  return file_ >= 0;
 }
 
 void SyslogCatcher::StartDraining() {
@@ -77,9 +87,33 @@ void SyslogCatcher::Drain(bool wait) {
   for (;;) {
     ssize_t n = recv(fd_, msg, sizeof msg, MSG_DONTWAIT);
     if (n <= 0) return;
-    std::lock_guard<std::mutex> lock(mu_);
-    got_.emplace_back(msg, static_cast<size_t>(n));
+    Keep(msg, static_cast<size_t>(n));
   }
+}
+
+void SyslogCatcher::Keep(const char* msg, size_t n) {
+  if (file_ < 0) {
+    std::lock_guard<std::mutex> lock(mu_);
+    got_.emplace_back(msg, n);
+    return;
+  }
+  while (n > 0 && (msg[n - 1] == '\n' || msg[n - 1] == '\0')) --n;
+  timespec ts;
+  clock_gettime(CLOCK_REALTIME, &ts);
+  struct tm tm;
+  localtime_r(&ts.tv_sec, &tm);
+  char stamp[64];
+  size_t len = strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &tm);
+  snprintf(stamp + len, sizeof stamp - len, ".%03ld ", ts.tv_nsec / 1000000);
+  // One write per line, so that a reader never sees half a line.
+  std::string line = stamp;
+  line.append(msg, n);
+  for (size_t i = len; i < line.size(); ++i) {
+    if (line[i] == '\n') line[i] = ' ';
+  }
+  line += '\n';
+  ssize_t w = write(file_, line.data(), line.size());
+  (void)w;
 }
 
 void SyslogCatcher::Take(std::vector<std::string>* texts, std::vector<std::string>* raw) {
@@ -91,7 +125,7 @@ void SyslogCatcher::Take(std::vector<std::string>* texts, std::vector<std::strin
     got.swap(got_);
   }
   for (std::string& r : got) {
-    if (texts) texts->push_back(StripHead(r));
+    if (texts) texts->push_back(SyslogText(r));
     if (raw) raw->push_back(std::move(r));
   }
 }

@@ -20,6 +20,11 @@ class SyslogCatcher {
   SyslogCatcher& operator=(const SyslogCatcher&) = delete;
 
   bool ok() const { return fd_ >= 0; }
+  // From now on every datagram is appended to file as one line, prefixed with the time it was
+  // received (to the millisecond), instead of being kept for Take: a host that runs for hours
+  // keeps nothing in memory, and its log can be read after the catcher is gone. Call before
+  // StartDraining. False when the file cannot be opened.
+  bool WriteTo(const std::string& file);
   // Reads continuously from a thread of its own from now on. The socket queues only a few
   // datagrams (net.unix.max_dgram_qlen), and a writer whose datagram does not fit blocks: a
   // daemon that logs every cycle needs a reader that keeps up. Start it only after the process
@@ -32,8 +37,10 @@ class SyslogCatcher {
 
  private:
   void Drain(bool wait);
+  void Keep(const char* msg, size_t n);
 
   int fd_ = -1;
+  int file_ = -1;
   std::string path_;
   std::mutex mu_;
   std::vector<std::string> got_;
@@ -45,5 +52,8 @@ class SyslogCatcher {
 // whose /dev is a fresh tmpfs with the host's usual devices and /dev/log bound to socket.
 // workdir is a scratch directory. Returns an error text, empty on success.
 std::string IsolateDevLog(const std::string& workdir, const std::string& socket);
+
+// The message text of a datagram or of a line of a WriteTo file: what follows "ident[pid]: ".
+std::string SyslogText(const std::string& raw);
 
 }  // namespace qortest

@@ -1,0 +1,72 @@
+// The daemon's life on each kind of host of a running cluster: a second start is refused, the
+// process table lists it, -stop ends it and its row stops moving in both databases, and a fresh
+// start brings a row that the others had marked inactive back to active.
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "lab/lab_fixture.h"
+
+namespace qortest {
+namespace {
+
+using LabDaemon = LabCluster;
+
+int Daemons(Lab& lab, int i) {
+  return std::atoi(
+      lab.Shell(i, "ps aux | grep 'qorclustd -start' | grep -v grep | wc -l").out.c_str());
+}
+
+TEST_F(LabDaemon, RefusedTwiceListedStoppedAndRestartedOnEveryRole) {
+  ASSERT_TRUE(StartAndJoin());
+  for (int i : {kMember1, kSlave, kMaster}) {
+    const std::string& name = lab_.Info(i).name;
+    SCOPED_TRACE(name);
+    RunResult again = lab_.Run(i, {"-start_boot"});
+    EXPECT_EQ(again.status, 1);
+    EXPECT_EQ(again.out, "qorclustd already running! (result=2)\n");
+
+    RunResult ps = lab_.Run(i, {"-ps"});
+    EXPECT_EQ(ps.status, 0);
+    // Its own daemon only: one line, whatever runs on the other hosts.
+    EXPECT_TRUE(std::regex_match(ps.out, std::regex("root +\\d+ .*qorclustd -start_boot\n")))
+        << ps.out;
+
+    RunResult stop = lab_.Run(i, {"-stop"});
+    EXPECT_EQ(stop.status, 0);
+    EXPECT_TRUE(std::regex_match(stop.out, std::regex("qorclustd daemon stopping...\npid=\\d+\n")))
+        << stop.out;
+    ASSERT_TRUE(WaitFor(5, [&] { return Daemons(lab_, i) == 0; }));
+    for (int other = 0; other < lab_.size(); ++other) {
+      if (other == i) continue;
+      EXPECT_EQ(Daemons(lab_, other), 1) << lab_.Info(other).name;
+    }
+
+    // A write may still be on its way when the process dies: the row is still from then on.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    ClusterRow m0 = RowOf(lab_, kMaster, name), s0 = RowOf(lab_, kSlave, name);
+    std::this_thread::sleep_for(std::chrono::seconds(4));
+    EXPECT_EQ(RowOf(lab_, kMaster, name).updated_at, m0.updated_at) << "still moving";
+    EXPECT_EQ(RowOf(lab_, kSlave, name).updated_at, s0.updated_at) << "still moving";
+
+    // As the others' monitors would have left it: inactive in both databases.
+    std::string inactive = "update clusters set status=200 where hostname='" + name + "';";
+    lab_.Sql(kMaster, inactive);
+    lab_.Sql(kSlave, inactive);
+    RunResult start = lab_.Run(i, {"-start_boot"});
+    EXPECT_EQ(start.status, 0) << start.out << start.err;
+    EXPECT_TRUE(WaitFor(10,
+                        [&] {
+                          return RowOf(lab_, kMaster, name).status == 100 &&
+                                 RowOf(lab_, kSlave, name).status == 100;
+                        }))
+        << "status " << RowOf(lab_, kMaster, name).status << " / "
+        << RowOf(lab_, kSlave, name).status;
+    EXPECT_EQ(Daemons(lab_, i), 1);
+  }
+  EXPECT_TRUE(AllActive(lab_, kMaster));
+  EXPECT_TRUE(AllActive(lab_, kSlave));
+}
+
+}  // namespace
+}  // namespace qortest

@@ -1,0 +1,351 @@
+#include "lab/lab.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "lab/lab_files.h"
+
+namespace qortest {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kBridge = "br0";
+
+RunResult RootShell(const std::string& command, int timeout_sec = 30) {
+  RunOptions opts;
+  opts.timeout_sec = timeout_sec;
+  return RunProgram({"/bin/sh", "-c", command}, opts);
+}
+
+std::string Failed(const std::string& what, const RunResult& r) {
+  return what + " failed (status " + std::to_string(r.status) + "): " + r.out + r.err;
+}
+
+// A process whose only job is to hold a network namespace: the bridge's. It dies with the thread
+// that made it, so a crashed test leaves no namespace behind.
+pid_t StartNetHolder() {
+  int ready[2];
+  if (pipe2(ready, O_CLOEXEC) != 0) return -1;
+  pid_t parent = getpid();
+  pid_t pid = fork();
+  if (pid == 0) {
+    // Only system calls from here: the parent may run other threads.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // An operator's Ctrl-C reaches the whole process group; the lab is taken down in order.
+    for (int sig : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) signal(sig, SIG_IGN);
+    if (getppid() != parent || unshare(CLONE_NEWNET) != 0) _exit(120);
+    char one = 1;
+    if (write(ready[1], &one, 1) != 1) _exit(121);
+    for (;;) pause();
+  }
+  close(ready[1]);
+  char byte = 0;
+  ssize_t n = pid > 0 ? read(ready[0], &byte, 1) : -1;
+  close(ready[0]);
+  if (pid > 0 && n != 1) {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    return -1;
+  }
+  return pid;
+}
+
+std::string NsLink(pid_t pid, const char* kind) {
+  std::error_code ec;
+  fs::path p = fs::read_symlink("/proc/" + std::to_string(pid) + "/ns/" + kind, ec);
+  return ec ? "" : p.string();
+}
+
+// Waits (bounded) until pred holds.
+template <class Pred>
+bool Within(int seconds, Pred pred) {
+  auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  for (int i = 0; i < seconds * 10 + 1; ++i) {
+    if (pred()) return true;
+    if (std::chrono::steady_clock::now() >= end) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  return pred();
+}
+
+}  // namespace
+
+Lab::Lab(LabOptions opts) : opts_(std::move(opts)) {}
+
+Lab::~Lab() {
+  Down();
+}
+
+std::string Lab::DbDir(int i) const {
+  return opts_.dir + "/" + info_.at(i).name + "/db";
+}
+
+std::string Lab::SyslogPath(int i) const {
+  return opts_.dir + "/logs/" + info_.at(i).name + ".syslog";
+}
+
+namespace {
+
+// A directory the lab may empty: absolute, and at least two names below the root.
+bool OwnDirectory(const fs::path& dir) {
+  if (!dir.is_absolute()) return false;
+  int names = 0;
+  for (const fs::path& part : dir.lexically_normal().relative_path()) {
+    if (part == "..") return false;
+    if (!part.empty() && part != ".") ++names;
+  }
+  return names >= 2;
+}
+
+}  // namespace
+
+std::string Lab::Up() {
+  fs::path dir(opts_.dir);
+  if (up()) return "the lab is already up";
+  if (!OwnDirectory(dir) || opts_.hosts < 2 || opts_.hosts > 200) {
+    return "a lab needs an absolute directory at least two levels down and 2 to 200 hosts";
+  }
+  // The longest socket path of the lab (a unix socket's path has room for 107 characters).
+  if ((dir / LabHostAt(opts_.hosts - 1).name / "db/mysqld.sock").string().size() > 107) {
+    return "the lab's directory " + opts_.dir + " is too long for its sockets' paths";
+  }
+  std::error_code ec;
+  fs::remove_all(dir, ec);
+  fs::create_directories(dir / "logs", ec);
+  fs::create_directories(dir / "ssh", ec);
+  if (ec) return "cannot make " + opts_.dir + ": " + ec.message();
+  info_.clear();
+  for (int i = 0; i < opts_.hosts; ++i) info_.push_back(LabHostAt(i));
+  std::string err = MakeHosts();
+  if (err.empty()) err = Wire();
+  if (err.empty()) err = Prepare();
+  if (err.empty()) err = StartServices();
+  if (!err.empty()) Down();
+  return err;
+}
+
+// Every namespace is made before any service starts: the catchers' threads are still idle, so
+// nothing else runs while the holders are cloned.
+std::string Lab::MakeHosts() {
+  bridge_ = StartNetHolder();
+  if (bridge_ < 0) return "cannot make the bridge's network namespace";
+  for (const LabHost& h : info_) {
+    HostOptions o;
+    o.hostname = h.name;
+    o.own_network = true;
+    o.dir = opts_.dir + "/" + h.name;
+    o.syslog_file = opts_.dir + "/logs/" + h.name + ".syslog";
+    o.env = {std::string("PATH=") + kLabPath, "HOME=/root"};
+    std::error_code ec;
+    fs::create_directories(o.dir + "/root", ec);
+    hosts_.push_back(std::make_unique<NsHost>(o));
+    if (!hosts_.back()->ok()) return "cannot make host " + h.name;
+  }
+  for (pid_t pid : Holders()) {
+    for (const char* kind : {"net", "mnt", "pid", "uts"}) {
+      std::string ns = NsLink(pid, kind);
+      // The bridge holder shares every namespace but the network with this process.
+      if (!ns.empty() && (pid != bridge_ || std::string(kind) == "net")) namespaces_.push_back(ns);
+    }
+  }
+  return "";
+}
+
+namespace {
+
+std::string BridgeCmd(pid_t bridge, const std::string& command) {
+  RunResult r =
+      RootShell("nsenter -t " + std::to_string(bridge) + " -n -- sh -c '" + command + "' 2>&1");
+  return r.status == 0 ? "" : Failed("bridge: " + command, r);
+}
+
+}  // namespace
+
+std::string SetLink(pid_t bridge, int i, bool up) {
+  return BridgeCmd(bridge, "ip link set p" + std::to_string(i) + (up ? " up" : " down"));
+}
+
+// The bridge and one veth pair per host: the host's end is eth0 inside the host, the other end
+// p<i> inside the bridge's namespace; neither end ever appears in this machine's own namespace.
+std::string Lab::Wire() {
+  std::string err = BridgeCmd(bridge_, std::string("ip link add ") + kBridge +
+                                           " type bridge && ip link set " + kBridge + " up");
+  for (int i = 0; i < size() && err.empty(); ++i) {
+    std::string port = "p" + std::to_string(i);
+    err = BridgeCmd(bridge_, "ip link add " + port + " type veth peer name " + kLabNetif +
+                                 " netns " + std::to_string(Host(i).holder()) + " && ip link set " +
+                                 port + " master " + kBridge + " && ip link set " + port + " up");
+    if (!err.empty()) break;
+    // A link pulled in the middle of a query gives up within seconds, not a quarter of an hour:
+    // the tests bound their waits.
+    RunResult r =
+        Shell(i, "ip addr add " + info_[i].address + "/24 dev " + kLabNetif + " && ip link set " +
+                     kLabNetif + " up && sysctl -qw net.ipv4.tcp_retries2=4");
+    if (r.status != 0) err = Failed(info_[i].name + ": address", r);
+  }
+  return err;
+}
+
+std::string Lab::Prepare() {
+  std::string ssh = opts_.dir + "/ssh";
+  RunResult keys = RootShell("ssh-keygen -q -t ed25519 -N '' -C qorrun@lab -f " + ssh +
+                             "/qorrun && ssh-keygen -q -t ed25519 -N '' -C lab-host -f " + ssh +
+                             "/host_ed25519");
+  if (keys.status != 0) return Failed("ssh-keygen", keys);
+  std::string links;
+  for (const char* c : kLabStandIns) {
+    links += std::string(" && ln -s /var/www/html/qor/qorbin/") + c + " /usr/local/sbin/" + c;
+  }
+  for (int i = 0; i < size(); ++i) {
+    std::string err = WritePlatformDir(info_[i], Host(i).dir() + "/qor", ssh + "/qorrun");
+    if (!err.empty()) return err;
+    // Each host has its own root's home (ssh's known_hosts), its own /run, and the stand-ins
+    // first on its PATH, as a server would.
+    RunResult r = Shell(i, "mount --bind " + Host(i).dir() +
+                               "/root /root && mount -t tmpfs -o mode=755 tmpfs /run && "
+                               "mount -t tmpfs -o mode=755 tmpfs /usr/local/sbin" +
+                               links);
+    if (r.status != 0) return Failed(info_[i].name + ": mounts", r);
+  }
+  return "";
+}
+
+std::string Lab::StartServices() {
+  RunResult user = RootShell(
+      "id -u qorrun >/dev/null 2>&1 || useradd --create-home --shell /bin/sh --password '*' "
+      "qorrun");
+  if (user.status != 0) return Failed("useradd qorrun", user);
+  // Every host must reach the master before the servers start on their addresses.
+  for (int i = 1; i < size(); ++i) {
+    if (!Within(10, [&] { return Shell(i, "ping -c 1 -w 1 " + info_[0].address).status == 0; })) {
+      return info_[i].name + " cannot reach the master over the bridge";
+    }
+  }
+  auto startDb = [this](int i) {
+    RunOptions o;
+    o.timeout_sec = 120;
+    // Temporary tables are named after the server's pid, and every host's server may have the
+    // same pid in its own namespace: each needs a temporary directory of its own.
+    std::string tmp = Host(i).dir() + "/tmp";
+    std::error_code ec;
+    fs::create_directories(tmp, ec);
+    return Host(i).Enter(
+        {"/usr/bin/env", std::string("QOR_TEST_DBPWD=") + kLabDbPassword, "TMPDIR=" + tmp,
+         "/bin/bash", std::string(QOR_SOURCE_DIR) + "/scripts/testdb.sh", "start", info_[i].address,
+         DbDir(i)},
+        o);
+  };
+  RunResult slaveDb;
+  std::thread slave([&] { slaveDb = startDb(1); });
+  RunResult masterDb = startDb(0);
+  slave.join();
+  if (masterDb.status != 0) return Failed("master database", masterDb);
+  if (slaveDb.status != 0) return Failed("slave database", slaveDb);
+
+  std::string ssh = opts_.dir + "/ssh";
+  std::ofstream(ssh + "/sshd_config")
+      << SshdConfig(info_[0].address, ssh + "/host_ed25519", "/run/lab-ssh/authorized_keys",
+                    "/run/lab-ssh/sshd.pid");
+  RunResult sshd = Shell(0, "mkdir -p -m 755 /run/sshd /run/lab-ssh && install -m 644 " + ssh +
+                                "/qorrun.pub /run/lab-ssh/authorized_keys && /usr/sbin/sshd -f " +
+                                ssh + "/sshd_config");
+  if (sshd.status != 0) return Failed("sshd", sshd);
+  return "";
+}
+
+void Lab::Down() {
+  if (hosts_.empty() && bridge_ < 0) return;
+  std::error_code ec;
+  for (size_t i = 0; i < hosts_.size() && opts_.keep_logs; ++i) {
+    std::string logs = opts_.dir + "/logs/" + info_[i].name;
+    std::string db = DbDir(static_cast<int>(i));
+    for (auto [from, to] : {std::pair{hosts_[i]->dir() + "/qor/qorbin/calls.log", ".calls"},
+                            {db + "/install.log", ".db-install.log"},
+                            {db + "/error.log", ".db-error.log"}}) {
+      fs::copy_file(from, logs + to, fs::copy_options::overwrite_existing, ec);
+    }
+  }
+  // Killing a host's pid 1 ends everything inside; its namespaces go with their last process.
+  hosts_.clear();
+  if (bridge_ > 0) {
+    kill(bridge_, SIGKILL);
+    waitpid(bridge_, nullptr, 0);
+  }
+  bridge_ = -1;
+  namespaces_.clear();
+  for (const auto& entry : fs::directory_iterator(opts_.dir, ec)) {
+    if (!opts_.keep_logs || entry.path().filename() != "logs") fs::remove_all(entry.path(), ec);
+  }
+  if (!opts_.keep_logs) fs::remove_all(opts_.dir, ec);
+}
+
+std::vector<pid_t> Lab::Holders() const {
+  std::vector<pid_t> pids;
+  if (bridge_ > 0) pids.push_back(bridge_);
+  for (const auto& h : hosts_) pids.push_back(h->holder());
+  return pids;
+}
+
+RunResult Lab::Run(int i, const std::vector<std::string>& args, int timeout_sec) {
+  RunOptions o;
+  o.timeout_sec = timeout_sec;
+  return Host(i).Run(args, o);
+}
+
+RunResult Lab::Shell(int i, const std::string& command, int timeout_sec) {
+  return Host(i).Shell(command, timeout_sec);
+}
+
+std::string Lab::StartDaemons() {
+  std::string refused;
+  for (int i = 0; i < size(); ++i) {
+    RunResult r = Run(i, {"-start_boot"});
+    if (r.status != 0) refused += " " + info_[i].name + "(" + std::to_string(r.status) + ")";
+  }
+  return refused.empty() ? "" : "-start_boot refused on" + refused;
+}
+
+std::vector<std::string> Lab::Syslog(int i) {
+  return Host(i).Syslog();
+}
+
+std::vector<std::string> Lab::Calls(int i) const {
+  std::vector<std::string> lines;
+  std::ifstream in(hosts_.empty() ? opts_.dir + "/logs/" + info_.at(i).name + ".calls"
+                                  : hosts_.at(i)->dir() + "/qor/qorbin/calls.log");
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+std::string Lab::Sql(int i, const std::string& statements, bool* ok) const {
+  RunOptions o;
+  o.input = statements;
+  o.timeout_sec = 30;
+  RunResult r = RunProgram({"/usr/bin/mariadb", "--no-defaults",
+                            "--socket=" + DbDir(i) + "/mysqld.sock", "-uroot", "-N", "-B", "qor"},
+                           o);
+  if (ok) *ok = r.status == 0;
+  return r.status == 0 ? r.out : r.out + r.err;
+}
+
+bool Lab::Cut(int i) {
+  return SetLink(bridge_, i, false).empty();
+}
+
+bool Lab::Restore(int i) {
+  return SetLink(bridge_, i, true).empty();
+}
+
+}  // namespace qortest

@@ -1,0 +1,110 @@
+// A cluster of test hosts on this machine: host 0 the master, host 1 the slave, the others
+// members. Each host is an NsHost with its own network, mount, UTS and pid namespaces, one veth
+// interface (eth0) with an address in 198.18.0.0/24 plugged into a bridge that lives in a network
+// namespace of its own, so nothing routes anywhere but between the hosts. The master and the slave
+// run a MariaDB server on their address; the master runs an sshd for the account qorrun, whose key
+// every host holds at qorbin/qorrunsec. The platform's commands the daemon calls are stand-ins that
+// record every call. Every host's syslog goes to a file of its own.
+//
+// One thread drives a Lab; Up, Down and the destructor must not overlap any other call. Needs root.
+#pragma once
+
+#include <sys/types.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/ns_host.h"
+
+namespace qortest {
+
+struct LabOptions {
+  std::string dir;        // the lab's directory, emptied at Up; under the build tree
+  int hosts = 4;          // at least 2: master and slave, then members
+  bool keep_logs = true;  // Down leaves dir/logs (syslog and stand-in call files) in place
+};
+
+struct LabHost {
+  std::string name;     // host name, also the row's hostname
+  std::string role;     // "master", "slave" or "member"
+  std::string address;  // 198.18.0.x
+};
+
+// The lab's fixed facts: addresses, names and the database password.
+constexpr const char* kLabNet = "198.18.0";
+constexpr const char* kLabNetif = "eth0";
+constexpr const char* kLabDbPassword = "Lab Pw&5%x";
+constexpr const char* kLabVersion = "4.0.16-lab";
+// The PATH of every command run in a host: the stand-ins come first, as a server's own tools.
+constexpr const char* kLabPath = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+
+// Takes the bridge port of host i down or up in the bridge namespace held by process bridge;
+// an error text, empty on success.
+std::string SetLink(pid_t bridge, int i, bool up);
+
+// Name, role and address of host i of a lab.
+LabHost LabHostAt(int i);
+// The configuration file the lab writes for host i.
+std::string LabQorconf(const LabHost& h);
+
+class Lab {
+ public:
+  explicit Lab(LabOptions opts);
+  ~Lab();
+  Lab(const Lab&) = delete;
+  Lab& operator=(const Lab&) = delete;
+
+  // Builds the whole lab; an error text (and nothing left behind) when it could not.
+  std::string Up();
+  // Ends every process of the lab and removes its namespaces and data. Idempotent.
+  void Down();
+  bool up() const { return !hosts_.empty(); }
+
+  int size() const { return static_cast<int>(info_.size()); }
+  const LabHost& Info(int i) const { return info_.at(i); }
+  NsHost& Host(int i) { return *hosts_.at(i); }
+  const std::string& dir() const { return opts_.dir; }
+
+  // qorclustd inside host i, as an operator would run it there.
+  RunResult Run(int i, const std::vector<std::string>& args, int timeout_sec = 30);
+  // A shell command inside host i.
+  RunResult Shell(int i, const std::string& command, int timeout_sec = 30);
+  // `qorclustd -start_boot` on every host; an error text naming the hosts that refused.
+  std::string StartDaemons();
+
+  // Host i's syslog: the file, and the message texts it holds so far.
+  std::string SyslogPath(int i) const;
+  std::vector<std::string> Syslog(int i);
+  // The stand-ins' record of host i: one line per call, "date time.ms command arguments".
+  std::vector<std::string> Calls(int i) const;
+
+  // Statements as the database's root on host i (0 or 1), in database qor; the tab-separated
+  // rows without column names. ok (when given) says whether the client succeeded.
+  std::string Sql(int i, const std::string& statements, bool* ok = nullptr) const;
+
+  // Takes host i's link down (or up again) at the bridge: its packets go nowhere, as when a
+  // server's cable is pulled; its processes keep running.
+  bool Cut(int i);
+  bool Restore(int i);
+
+  // Process ids of the lab's namespace holders: the bridge's first, then the hosts'.
+  std::vector<pid_t> Holders() const;
+  // The namespace files (/proc/PID/ns/...) the lab made, as "net:[inode]" texts.
+  const std::vector<std::string>& Namespaces() const { return namespaces_; }
+
+ private:
+  std::string MakeHosts();
+  std::string Wire();
+  std::string Prepare();
+  std::string StartServices();
+  std::string DbDir(int i) const;
+
+  LabOptions opts_;
+  std::vector<LabHost> info_;
+  std::vector<std::unique_ptr<NsHost>> hosts_;
+  pid_t bridge_ = -1;
+  std::vector<std::string> namespaces_;
+};
+
+}  // namespace qortest

@@ -1,0 +1,68 @@
+// What the end-to-end tests share: a lab of four hosts per test (master, slave, two members) in a
+// directory of the test's own under the build tree, the rows of either database as records, and
+// bounded waits that say what they were waiting for.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lab/lab.h"
+
+namespace qortest {
+
+constexpr int kMaster = 0;
+constexpr int kSlave = 1;
+constexpr int kMember1 = 2;
+constexpr int kMember2 = 3;
+
+struct ClusterRow {
+  std::string hostname, ipaddress, role;
+  int role_id = -1;
+  int status = -1;
+  int64_t last_writemill = -1;
+  int64_t updated_at = -1;  // seconds since the epoch, as the database reads its own column
+  int64_t now = -1;         // the database's now() when the row was read
+};
+
+// Rows of the clusters table in the database of host db (kMaster or kSlave), in id order.
+std::vector<ClusterRow> ReadRows(const Lab& lab, int db);
+// The row of hostname there; a row with role_id -1 when there is none.
+ClusterRow RowOf(const Lab& lab, int db, const std::string& hostname);
+
+// Waits until pred() holds, polling four times a second, for at most seconds.
+template <class Pred>
+bool WaitFor(int seconds, Pred pred) {
+  auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  for (int i = 0; i < seconds * 4 + 1; ++i) {
+    if (pred()) return true;
+    if (std::chrono::steady_clock::now() >= end) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+  }
+  return pred();
+}
+
+// Success when database db holds exactly one active row per host of the lab, each with its
+// host's name, address, role and role code; otherwise what differs.
+::testing::AssertionResult AllActive(const Lab& lab, int db);
+
+// True when host i's syslog holds a message text that begins with prefix.
+bool Logged(Lab& lab, int i, const std::string& prefix);
+
+class LabCluster : public ::testing::Test {
+ protected:
+  LabCluster();
+  void SetUp() override;
+  void TearDown() override;
+  // Starts a daemon on every host and waits (bounded) until both databases hold every host's
+  // active row.
+  ::testing::AssertionResult StartAndJoin(int seconds = 10);
+
+  Lab lab_;
+};
+
+}  // namespace qortest

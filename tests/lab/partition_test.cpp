@@ -1,0 +1,122 @@
+// A running cluster when a database falls behind or a link is pulled: the master declares its
+// own row old when the slave's row says the master's database missed writes; the slave, cut off
+// from the master, keeps its own database and declares itself old once that database shows the
+// master's row newer; members cut off from the slave keep the master's database current and bring
+// the slave's up to date when the link is back.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+
+#include "lab/lab_fixture.h"
+
+namespace qortest {
+namespace {
+
+using LabPartition = LabCluster;
+
+int64_t NowMill() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
+// True when the row of hostname in database db is written again after it was seen at `after`.
+bool Moves(const Lab& lab, int db, const std::string& hostname, int seconds) {
+  int64_t at = RowOf(lab, db, hostname).updated_at;
+  return WaitFor(seconds, [&] { return RowOf(lab, db, hostname).updated_at > at; });
+}
+
+TEST_F(LabPartition, MasterDeclaresItsRowOldWhenItsDatabaseIsBehind) {
+  ASSERT_TRUE(StartAndJoin());
+  // As the platform stamps it when it wrote into the slave's database alone.
+  int64_t stamp = NowMill() + 60000;
+  lab_.Sql(kMaster,
+           "update clusters set last_writemill=" + std::to_string(stamp) + " where role='slave';");
+  auto old = [&](int db) {
+    ClusterRow r = RowOf(lab_, db, "qor-master");
+    return r.status == 300 && r.last_writemill == 0;
+  };
+  EXPECT_TRUE(WaitFor(10, [&] { return old(kMaster) && old(kSlave); }))
+      << "master row: " << RowOf(lab_, kMaster, "qor-master").status << " / "
+      << RowOf(lab_, kSlave, "qor-master").status;
+  EXPECT_TRUE(Logged(lab_, kMaster, "updatemaster(7) lastwritemill -> 0 " + std::to_string(stamp)));
+  // Nobody else is judged: the other rows stay active.
+  for (int db : {kMaster, kSlave}) {
+    for (const ClusterRow& r : ReadRows(lab_, db)) {
+      EXPECT_TRUE(r.role == "master" || r.status == 100) << r.hostname << " " << r.status;
+    }
+  }
+}
+
+TEST_F(LabPartition, SlaveAloneKeepsItsDatabaseAndDeclaresItselfOld) {
+  ASSERT_TRUE(StartAndJoin());
+  ASSERT_TRUE(lab_.Cut(kMaster));
+  ASSERT_TRUE(WaitFor(20, [&] {
+    return Logged(lab_, kSlave, "Ping master(198.18.0.1) failed in ReconnectCluster. Made mpool");
+  })) << "the slave did not notice the master's link going";
+  // Alone, it keeps writing its own row into its own database, still active.
+  EXPECT_TRUE(Moves(lab_, kSlave, "qor-slave", 20));
+  EXPECT_TRUE(Moves(lab_, kSlave, "qor-slave", 20));
+  EXPECT_EQ(RowOf(lab_, kSlave, "qor-slave").status, 100);
+
+  // Its database now shows the master's row written later than its own: it missed writes.
+  int64_t stamp = NowMill();
+  lab_.Sql(kSlave,
+           "update clusters set last_writemill=" + std::to_string(stamp) + " where role='master';");
+  EXPECT_TRUE(WaitFor(25,
+                      [&] {
+                        ClusterRow r = RowOf(lab_, kSlave, "qor-slave");
+                        return r.status == 300 && r.last_writemill == 0;
+                      }))
+      << "status " << RowOf(lab_, kSlave, "qor-slave").status;
+  const std::string s = std::to_string(stamp);
+  // The notice shows the two rows as the master's database held them at the last look: unstamped.
+  EXPECT_TRUE(Logged(lab_, kSlave, "updateslave(14) lastwritemill -> 0 0"));
+  EXPECT_TRUE(Logged(lab_, kSlave,
+                     "DB_OLD_STAT_2: qor-slave(198.18.0.2) is now DB_OLD_STAT(qor-slave:0 < "
+                     "qor-master:" +
+                         s + ")"));
+  // The master's database never heard of it.
+  EXPECT_EQ(RowOf(lab_, kMaster, "qor-slave").status, 100);
+}
+
+TEST_F(LabPartition, MembersKeepTheMasterCurrentAndCatchUpOnTheSlave) {
+  ASSERT_TRUE(StartAndJoin());
+  const std::string members[] = {lab_.Info(kMember1).name, lab_.Info(kMember2).name};
+  ASSERT_TRUE(lab_.Cut(kSlave));
+  for (int m : {kMember1, kMember2}) {
+    ASSERT_TRUE(WaitFor(
+        20,
+        [&] {
+          return Logged(lab_, m, "Ping slave(198.18.0.2) failed in ReconnectCluster. Made spool");
+        }))
+        << lab_.Info(m).name << " did not notice the slave's link going";
+  }
+  // From here on nothing reaches the slave's database.
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  ClusterRow onSlave[2] = {RowOf(lab_, kSlave, members[0]), RowOf(lab_, kSlave, members[1])};
+  for (const std::string& m : members) {
+    EXPECT_TRUE(Moves(lab_, kMaster, m, 20)) << m << " stopped writing the master's database";
+  }
+  for (int k = 0; k < 2; ++k) {
+    EXPECT_EQ(RowOf(lab_, kSlave, members[k]).updated_at, onSlave[k].updated_at)
+        << members[k] << " reached the slave's database through a pulled link";
+  }
+
+  ASSERT_TRUE(lab_.Restore(kSlave));
+  int64_t back = ReadRows(lab_, kSlave).at(0).now;
+  for (const std::string& m : members) {
+    EXPECT_TRUE(WaitFor(25,
+                        [&] {
+                          ClusterRow r = RowOf(lab_, kSlave, m);
+                          return r.updated_at >= back && r.status == 100;
+                        }))
+        << m << " did not catch up on the slave's database";
+  }
+  EXPECT_TRUE(AllActive(lab_, kMaster));
+  EXPECT_TRUE(AllActive(lab_, kSlave));
+}
+
+}  // namespace
+}  // namespace qortest

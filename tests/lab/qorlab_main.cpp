@@ -1,0 +1,354 @@
+// qorlab: the cluster lab for operators.
+//
+//   qorlab demo [--dir D] [--every S]  lab up, daemons started, `qorclustd -l` from the master
+//   every
+//                                      S seconds (5) until Ctrl-C or SIGTERM; then all torn down
+//   qorlab up [--dir D]                the same lab kept up by a background process, then returns
+//   qorlab down [--dir D]              ends the background process, which tears the lab down
+//   qorlab run HOST CMD [ARGS..]       CMD inside HOST (its name, role or number); qorclustd is on
+//                                      the PATH there
+//   qorlab cut HOST | restore HOST     pulls or plugs HOST's link at the bridge
+//
+// The lab's state (the keeper's pid, the namespace holders' pids) is in D/lab.state. Needs root.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lab/lab.h"
+#include "support/sandbox.h"
+
+namespace {
+
+using qortest::Lab;
+
+volatile sig_atomic_t g_stop = 0;
+
+void OnStop(int) {
+  g_stop = 1;
+}
+
+void CatchStopSignals() {
+  struct sigaction sa {};
+  sa.sa_handler = OnStop;
+  sigemptyset(&sa.sa_mask);
+  for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaction(sig, &sa, nullptr);
+}
+
+double Since(std::chrono::steady_clock::time_point t0) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+}
+
+std::string BinDir() {
+  return std::filesystem::path(qortest::QorclustdPath()).parent_path();
+}
+
+std::string Self() {
+  std::error_code ec;
+  return std::filesystem::read_symlink("/proc/self/exe", ec).string();
+}
+
+// One line per host and the keeper's and bridge holder's pids, for run, cut and down.
+void WriteState(const Lab& lab, const std::string& file) {
+  std::ofstream out(file + ".new");
+  std::vector<pid_t> holders = lab.Holders();
+  out << "keeper " << getpid() << "\nbridge " << holders.at(0) << "\n";
+  for (int i = 0; i < lab.size(); ++i) {
+    const qortest::LabHost& h = lab.Info(i);
+    out << "host " << i << " " << h.name << " " << h.role << " " << h.address << " "
+        << holders.at(i + 1) << "\n";
+  }
+  out.close();
+  std::filesystem::rename(file + ".new", file);
+}
+
+struct StateHost {
+  int index;
+  std::string name, role, address;
+  pid_t holder;
+};
+
+struct State {
+  pid_t keeper = -1, bridge = -1;
+  std::vector<StateHost> hosts;
+};
+
+State ReadState(const std::string& dir) {
+  State s;
+  std::ifstream in(dir + "/lab.state");
+  for (std::string line; std::getline(in, line);) {
+    std::istringstream l(line);
+    std::string kind;
+    l >> kind;
+    if (kind == "keeper") l >> s.keeper;
+    if (kind == "bridge") l >> s.bridge;
+    if (kind == "host") {
+      StateHost h;
+      l >> h.index >> h.name >> h.role >> h.address >> h.holder;
+      s.hosts.push_back(h);
+    }
+  }
+  return s;
+}
+
+// A host by name, role ("master", "slave", "member1" ...) or number.
+const StateHost* FindHost(const State& s, const std::string& which) {
+  int members = 0;
+  for (const StateHost& h : s.hosts) {
+    if (h.role == "member") ++members;
+    std::string label = h.role == "member" ? "member" + std::to_string(members) : h.role;
+    if (which == h.name || which == label || which == std::to_string(h.index)) return &h;
+  }
+  return nullptr;
+}
+
+// True while pid runs this program: a pid from an old state file may have been reused.
+bool IsKeeper(pid_t pid) {
+  std::error_code ec;
+  return pid > 0 && std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", ec) ==
+                        std::filesystem::path(Self());
+}
+
+void PrintHosts(const Lab& lab) {
+  for (int i = 0; i < lab.size(); ++i) {
+    std::printf("  %-12s %-7s %-12s syslog: %s\n", lab.Info(i).name.c_str(),
+                lab.Info(i).role.c_str(), lab.Info(i).address.c_str(), lab.SyslogPath(i).c_str());
+  }
+}
+
+// Brings the lab up with a daemon on every host; false (after reporting) when it could not.
+bool Bring(Lab& lab) {
+  auto t0 = std::chrono::steady_clock::now();
+  std::printf("bringing up %d hosts in %s ...\n", lab.size(), lab.dir().c_str());
+  std::fflush(stdout);
+  std::string err = lab.Up();
+  if (err.empty()) err = lab.StartDaemons();
+  if (!err.empty()) {
+    std::fprintf(stderr, "qorlab: %s\n", err.c_str());
+    lab.Down();
+    return false;
+  }
+  std::printf("lab up in %.1f s, qorclustd -start_boot on every host:\n", Since(t0));
+  PrintHosts(lab);
+  return true;
+}
+
+void TearDown(Lab& lab) {
+  auto t0 = std::chrono::steady_clock::now();
+  lab.Down();
+  std::printf("lab down in %.1f s; the syslog files stay in %s/logs\n", Since(t0),
+              lab.dir().c_str());
+}
+
+void Nap(int seconds) {
+  for (int i = 0; i < seconds * 10 && !g_stop; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+}
+
+int Demo(Lab& lab, int every) {
+  CatchStopSignals();
+  if (!Bring(lab)) return 1;
+  WriteState(lab, lab.dir() + "/lab.state");
+  std::printf("\nthe two-database listing from the master every %d s; Ctrl-C ends the demo\n",
+              every);
+  while (!g_stop) {
+    qortest::RunResult r = lab.Run(0, {"-l"});
+    time_t now = time(nullptr);
+    char when[32];
+    strftime(when, sizeof when, "%H:%M:%S", localtime(&now));
+    std::printf("\n== %s  qor-master$ qorclustd -l\n%s%s", when, r.out.c_str(), r.err.c_str());
+    std::fflush(stdout);
+    Nap(every);
+  }
+  std::printf("\nstopping ...\n");
+  std::filesystem::remove(lab.dir() + "/lab.state");
+  TearDown(lab);
+  return 0;
+}
+
+void PrintHowTo(const Lab& lab) {
+  std::string q = Self();
+  std::printf(
+      "\nRun a command on a host (by name, role or number; qorclustd is on its PATH):\n"
+      "  %s run master qorclustd -l\n"
+      "  %s run slave qorclustd -lf\n"
+      "  %s run member1 qorclustd -members\n"
+      "  %s run master qorclustd -target\n"
+      "  %s run member2 qorclustd -stop          # kill that host's daemon (SIGKILL)\n"
+      "  %s run member2 sh -c 'kill -9 $(pgrep -f \"qorclustd -start\")'\n"
+      "  %s run member2 qorclustd -start_boot    # start it again\n"
+      "  %s run master ps aux                    # each host sees only its own processes\n"
+      "Pull or plug a host's link:  %s cut slave   /   %s restore slave\n"
+      "Tear the lab down:  bash scripts/demo.sh --down   (or %s down --dir %s)\n",
+      q.c_str(), q.c_str(), q.c_str(), q.c_str(), q.c_str(), q.c_str(), q.c_str(), q.c_str(),
+      q.c_str(), q.c_str(), q.c_str(), lab.dir().c_str());
+}
+
+// The keeper: brings the lab up in a session of its own, tells the waiting parent how it went
+// through the pipe, then holds the lab until SIGTERM.
+int Keep(Lab& lab, int report) {
+  setsid();
+  CatchStopSignals();
+  int status = 1;
+  if (Bring(lab)) {
+    WriteState(lab, lab.dir() + "/lab.state");
+    PrintHowTo(lab);
+    status = 0;
+  }
+  std::fflush(stdout);
+  std::fflush(stderr);
+  char byte = static_cast<char>(status);
+  if (write(report, &byte, 1) != 1) g_stop = 1;
+  close(report);
+  if (status != 0) return status;
+  int null = open("/dev/null", O_RDWR);
+  dup2(null, 0);
+  dup2(null, 1);
+  dup2(null, 2);
+  while (!g_stop) pause();
+  lab.Down();
+  std::filesystem::remove(lab.dir() + "/lab.state");
+  return 0;
+}
+
+int Up(Lab& lab) {
+  int pipefd[2];
+  if (pipe(pipefd) != 0) return 1;
+  std::fflush(stdout);
+  pid_t pid = fork();
+  if (pid == 0) {
+    close(pipefd[0]);
+    _exit(Keep(lab, pipefd[1]));
+  }
+  close(pipefd[1]);
+  char byte = 1;
+  ssize_t n = read(pipefd[0], &byte, 1);
+  close(pipefd[0]);
+  if (n != 1 || byte != 0) {
+    waitpid(pid, nullptr, 0);
+    return 1;
+  }
+  return 0;
+}
+
+int Down(const std::string& dir) {
+  State s = ReadState(dir);
+  if (!IsKeeper(s.keeper)) {
+    std::printf("no lab is up in %s\n", dir.c_str());
+    return 0;
+  }
+  auto t0 = std::chrono::steady_clock::now();
+  kill(s.keeper, SIGTERM);
+  for (int i = 0; i < 600 && IsKeeper(s.keeper); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  if (IsKeeper(s.keeper)) {
+    std::fprintf(stderr, "qorlab: the lab's keeper (pid %d) did not end in 60 s\n", s.keeper);
+    return 1;
+  }
+  std::printf("lab down in %.1f s; the syslog files stay in %s/logs\n", Since(t0), dir.c_str());
+  return 0;
+}
+
+int RunOn(const std::string& dir, const std::string& which, char** argv) {
+  State s = ReadState(dir);
+  const StateHost* h = IsKeeper(s.keeper) ? FindHost(s, which) : nullptr;
+  if (h == nullptr) {
+    std::fprintf(stderr, "qorlab: no host %s in a lab that is up in %s\n", which.c_str(),
+                 dir.c_str());
+    return 2;
+  }
+  std::vector<std::string> args{"/usr/bin/nsenter",
+                                "-t",
+                                std::to_string(h->holder),
+                                "-m",
+                                "-p",
+                                "-u",
+                                "-n",
+                                "--",
+                                "/usr/bin/env",
+                                "PATH=" + BinDir() + ":" + qortest::kLabPath,
+                                "HOME=/root"};
+  for (char** a = argv; *a; ++a) args.push_back(*a);
+  std::vector<char*> c;
+  for (std::string& a : args) c.push_back(a.data());
+  c.push_back(nullptr);
+  execv(c[0], c.data());
+  std::perror("qorlab: nsenter");
+  return 2;
+}
+
+int Link(const std::string& dir, const std::string& which, bool up) {
+  State s = ReadState(dir);
+  const StateHost* h = IsKeeper(s.keeper) ? FindHost(s, which) : nullptr;
+  if (h == nullptr) {
+    std::fprintf(stderr, "qorlab: no host %s in a lab that is up in %s\n", which.c_str(),
+                 dir.c_str());
+    return 2;
+  }
+  std::string err = qortest::SetLink(s.bridge, h->index, up);
+  if (!err.empty()) std::fprintf(stderr, "qorlab: %s\n", err.c_str());
+  std::printf("%s: link %s\n", h->name.c_str(), up ? "up" : "down");
+  return err.empty() ? 0 : 1;
+}
+
+int Usage() {
+  std::fprintf(stderr,
+               "usage: qorlab demo [--dir D] [--every S] | up [--dir D] | down [--dir D]\n"
+               "       qorlab [--dir D] run HOST CMD [ARGS..] | cut HOST | restore HOST\n");
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string dir = QOR_LAB_DIR;
+  int every = 5;
+  std::vector<char*> words;
+  int i = 1;
+  for (; i < argc; ++i) {
+    std::string a = argv[i];
+    if (a == "--dir" && i + 1 < argc) {
+      dir = argv[++i];
+    } else if (a == "--every" && i + 1 < argc) {
+      every = std::max(1, std::atoi(argv[++i]));
+    } else {
+      words.push_back(argv[i]);
+      // Everything after the host of run belongs to the command.
+      if (words.size() == 2 && std::string(words[0]) == "run") break;
+    }
+  }
+  if (words.empty()) return Usage();
+  std::string cmd = words[0];
+  setvbuf(stdout, nullptr, _IOLBF, 0);
+  if (cmd == "run" && words.size() == 2 && i + 1 < argc) return RunOn(dir, words[1], argv + i + 1);
+  if ((cmd == "cut" || cmd == "restore") && words.size() == 2) {
+    return Link(dir, words[1], cmd == "restore");
+  }
+  if (cmd == "down" && words.size() == 1) return Down(dir);
+  if ((cmd == "demo" || cmd == "up") && words.size() == 1) {
+    if (IsKeeper(ReadState(dir).keeper)) {
+      std::fprintf(stderr, "qorlab: a lab is already up in %s; qorlab down first\n", dir.c_str());
+      return 1;
+    }
+    qortest::LabOptions opts;
+    opts.dir = dir;
+    Lab lab(opts);
+    return cmd == "demo" ? Demo(lab, every) : Up(lab);
+  }
+  return Usage();
+}
