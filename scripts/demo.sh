@@ -1,49 +1,65 @@
 #!/usr/bin/env bash
-# Builds qorclustd and runs it on the example master configuration, as a server would, but in a
-# private mount namespace whose /var/www/html/qor is a temporary copy of examples/: the host's own
-# platform directory is never touched. Two database servers of the demo's own stand in for the
-# master's and the slave's (127.0.0.1 and 127.0.0.2, port 3306); they are stopped at the end.
-# Needs root.
+# README's main command: builds qorclustd and runs a four-host cluster on this machine (master,
+# slave and two members). Each host has its own network, mount, UTS and pid namespaces, one
+# address in 198.18.0.0/24 on a bridge that lives in a namespace of its own (nothing routes to the
+# real network), its own /var/www/html/qor and its own syslog file; the master and the slave run
+# MariaDB, the master an sshd for the replication account. `qorclustd -start_boot` runs on every
+# host, and the master's two-database listing (-l) is shown every few seconds until Ctrl-C; then
+# everything the demo started is stopped and the namespaces are gone. Needs root.
+#
+#   bash scripts/demo.sh                        the live listing until Ctrl-C
+#   bash scripts/demo.sh --keep                 leaves the lab up, prints how to use it, returns
+#   bash scripts/demo.sh --on HOST CMD [ARGS..] CMD on a host of the kept lab, e.g. qorclustd -l
+#   bash scripts/demo.sh --cut HOST | --restore HOST   pulls or plugs a host's link
+#   bash scripts/demo.sh --down                 tears the kept lab down
+#
+# HOST is a host name (qor-master ...), a role (master, slave, member1, member2) or a number.
+# QOR_BUILD_DIR=DIR builds into DIR instead of build/.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-bash "$root/scripts/install-deps.sh"
-dir=$(bash "$root/scripts/build.sh" | tail -n 1)
-bin="$dir/src/qorclustd"
 
-work=$(mktemp -d /tmp/qordemo.XXXXXX)
-db="$dir/demodb"
-cleanup() {
-  bash "$root/scripts/testdb.sh" stop-pair "$db" || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
-cp "$root/examples/qorconf.master" "$work/.qorconf"
-cp "$root/examples/env" "$work/.env"
-mkdir -p /var/www/html/qor
-
-echo "starting the example cluster's two databases..."
-QOR_TEST_DBPWD='Demo%Pass' bash "$root/scripts/testdb.sh" start-pair "$db"
-# The slave's row, as a running slave would have written it: the master then keeps its own row
-# in both databases.
-bash "$root/scripts/testdb.sh" sql "$db/master" qor -e "insert into clusters
-  (hostname,ipaddress,clusterid,role,role_id,status) values
-  ('demo-slave','127.0.0.2','demo','slave',101,100);"
-echo
-
-run() {
-  echo "\$ qorclustd $*"
-  unshare -m --propagation private sh -c \
-    'mount --bind "$1" /var/www/html/qor && shift && exec "$@"' sh "$work" "$bin" "$@" || true
-  echo
+build() {
+  bash "$root/scripts/install-deps.sh"
+  if [ -n "${QOR_BUILD_DIR:-}" ]; then
+    cmake -S "$root" -B "$QOR_BUILD_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+    cmake --build "$QOR_BUILD_DIR" -j"$(nproc)" --target qorclustd qorlab >&2
+    echo "$QOR_BUILD_DIR"
+  else
+    bash "$root/scripts/build.sh" | tail -n 1
+  fi
 }
 
-run -v
-run -qorver
-run -conf
-run -ping 127.0.0.2
-run -update
-run -update
-run -lf
-run -count
-run -target
-run -ismaster
+# The kept lab's tool, without building again.
+built() {
+  local dir=${QOR_BUILD_DIR:-$root/build}
+  if [ ! -x "$dir/tests/lab/qorlab" ]; then
+    echo "demo: no lab tool in $dir; run bash scripts/demo.sh --keep first" >&2
+    exit 1
+  fi
+  echo "$dir/tests/lab/qorlab"
+}
+
+case "${1:-}" in
+  "")
+    qorlab="$(build)/tests/lab/qorlab"
+    # qorlab catches Ctrl-C and SIGTERM itself and takes the whole lab down before it ends.
+    exec "$qorlab" demo ;;
+  --keep)
+    qorlab="$(build)/tests/lab/qorlab"
+    exec "$qorlab" up ;;
+  --on)
+    [ $# -ge 3 ] || { echo "usage: $0 --on HOST CMD [ARGS..]" >&2; exit 2; }
+    qorlab=$(built)
+    shift
+    exec "$qorlab" run "$@" ;;
+  --cut | --restore)
+    [ $# -eq 2 ] || { echo "usage: $0 $1 HOST" >&2; exit 2; }
+    qorlab=$(built)
+    exec "$qorlab" "${1#--}" "$2" ;;
+  --down)
+    qorlab=$(built)
+    exec "$qorlab" down ;;
+  *)
+    sed -n '2,20p' "$0" >&2
+    exit 2 ;;
+esac

@@ -132,7 +132,7 @@ void PrintHosts(const Lab& lab) {
 // Brings the lab up with a daemon on every host; false (after reporting) when it could not.
 bool Bring(Lab& lab) {
   auto t0 = std::chrono::steady_clock::now();
-  std::printf("bringing up %d hosts in %s ...\n", lab.size(), lab.dir().c_str());
+  std::printf("bringing up the lab in %s ...\n", lab.dir().c_str());
   std::fflush(stdout);
   std::string err = lab.Up();
   if (err.empty()) err = lab.StartDaemons();
@@ -180,22 +180,45 @@ int Demo(Lab& lab, int every) {
   return 0;
 }
 
+// The commands that reach a kept lab: README's script for the default lab of this build, this
+// program itself for a lab elsewhere.
+struct HowTo {
+  std::string on, cut, restore, down;
+};
+
+HowTo CommandsFor(const Lab& lab) {
+  std::string build = std::filesystem::path(QOR_LAB_DIR).parent_path();
+  if (lab.dir() == QOR_LAB_DIR) {
+    std::string env =
+        build == std::string(QOR_SOURCE_DIR) + "/build" ? "" : "QOR_BUILD_DIR=" + build + " ";
+    std::string script = env + "bash " + QOR_SOURCE_DIR + "/scripts/demo.sh ";
+    return {script + "--on", script + "--cut", script + "--restore", script + "--down"};
+  }
+  std::string self = Self() + " --dir " + lab.dir() + " ";
+  return {self + "run", self + "cut", self + "restore", self + "down"};
+}
+
 void PrintHowTo(const Lab& lab) {
-  std::string q = Self();
+  HowTo h = CommandsFor(lab);
+  const char* on = h.on.c_str();
   std::printf(
-      "\nRun a command on a host (by name, role or number; qorclustd is on its PATH):\n"
-      "  %s run master qorclustd -l\n"
-      "  %s run slave qorclustd -lf\n"
-      "  %s run member1 qorclustd -members\n"
-      "  %s run master qorclustd -target\n"
-      "  %s run member2 qorclustd -stop          # kill that host's daemon (SIGKILL)\n"
-      "  %s run member2 sh -c 'kill -9 $(pgrep -f \"qorclustd -start\")'\n"
-      "  %s run member2 qorclustd -start_boot    # start it again\n"
-      "  %s run master ps aux                    # each host sees only its own processes\n"
-      "Pull or plug a host's link:  %s cut slave   /   %s restore slave\n"
-      "Tear the lab down:  bash scripts/demo.sh --down   (or %s down --dir %s)\n",
-      q.c_str(), q.c_str(), q.c_str(), q.c_str(), q.c_str(), q.c_str(), q.c_str(), q.c_str(),
-      q.c_str(), q.c_str(), q.c_str(), lab.dir().c_str());
+      "\nRun a command on a host (its name, its role as master, slave, member1, member2, or its\n"
+      "number); qorclustd is on the host's PATH:\n"
+      "  %s master qorclustd -l\n"
+      "  %s slave qorclustd -lf\n"
+      "  %s member1 qorclustd -members\n"
+      "  %s master qorclustd -target\n"
+      "  %s master ps aux\n"
+      "Kill a host's daemon (either way), then start it again:\n"
+      "  %s member2 qorclustd -stop\n"
+      "  %s member2 sh -c 'kill -9 $(pgrep -f \"qorclustd -start\")'\n"
+      "  %s member2 qorclustd -start_boot\n"
+      "Pull a host's link and plug it back:\n"
+      "  %s slave\n"
+      "  %s slave\n"
+      "Tear the lab down:\n"
+      "  %s\n",
+      on, on, on, on, on, on, on, on, h.cut.c_str(), h.restore.c_str(), h.down.c_str());
 }
 
 // The keeper: brings the lab up in a session of its own, tells the waiting parent how it went
