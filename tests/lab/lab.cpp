@@ -46,6 +46,8 @@ pid_t StartNetHolder() {
     // An operator's Ctrl-C reaches the whole process group; the lab is taken down in order.
     for (int sig : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) signal(sig, SIG_IGN);
     if (getppid() != parent || unshare(CLONE_NEWNET) != 0) _exit(120);
+    int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    for (int fd = 0; fd <= 2 && null >= 0; ++fd) dup2(null, fd);
     char one = 1;
     if (write(ready[1], &one, 1) != 1) _exit(121);
     for (;;) pause();

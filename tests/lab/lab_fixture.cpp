@@ -9,7 +9,7 @@ namespace {
 // The test's name, cut short: the lab's socket paths must stay within 107 characters.
 std::string TestDir() {
   const ::testing::TestInfo* t = ::testing::UnitTest::GetInstance()->current_test_info();
-  std::string name = std::string(t->name()).substr(0, 32);
+  std::string name = std::string(t->name()).substr(0, 24);
   for (char& c : name) {
     if (c == '/') c = '_';
   }

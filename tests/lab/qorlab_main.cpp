@@ -135,13 +135,15 @@ bool Bring(Lab& lab) {
   std::printf("bringing up the lab in %s ...\n", lab.dir().c_str());
   std::fflush(stdout);
   std::string err = lab.Up();
+  double up = Since(t0);
   if (err.empty()) err = lab.StartDaemons();
   if (!err.empty()) {
     std::fprintf(stderr, "qorlab: %s\n", err.c_str());
     lab.Down();
     return false;
   }
-  std::printf("lab up in %.1f s, qorclustd -start_boot on every host:\n", Since(t0));
+  std::printf("lab up in %.1f s, qorclustd -start_boot on every host %.1f s later:\n", up,
+              Since(t0) - up);
   PrintHosts(lab);
   return true;
 }

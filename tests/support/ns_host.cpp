@@ -45,6 +45,9 @@ int Holder(void* p) {
   char one = 1;
   if (write(a->ready, &one, 1) != 1) _exit(126);
   close(a->ready);
+  // The maker's output may be a pipe someone reads to its end: the host must not keep it open.
+  int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+  for (int fd = 0; fd <= 2 && null >= 0; ++fd) dup2(null, fd);
   // Lives until the test kills it, reaping the orphans of the host (a daemon's forked parents)
   // as a server's init would; it never outlives the test that made it.
   for (;;) {

@@ -1,0 +1,67 @@
+#!/usr/bin/env bash
+# Figures of the running four-host lab: how long it takes to come up and to go away, each role's
+# cycle work time (median and maximum over CYCLES cycles, with the daemon's 2-second sleep between
+# cycles) and the processes each cycle spawns, and the statements per second each MariaDB server
+# gets from the four daemons (SHOW GLOBAL STATUS counters over 60 seconds).
+# The cycle figures come from bench/lab_cycle_bench, run inside the master, the slave and a member
+# in place of their daemons while the other member's daemon runs.
+# Usage: labbench.sh [CYCLES]   (100; takes about 2 s per cycle plus 90 s). Needs root.
+# QOR_BUILD_DIR=DIR builds into DIR instead of build/.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cycles=${1:-100}
+bash "$root/scripts/install-deps.sh"
+if [ -n "${QOR_BUILD_DIR:-}" ]; then
+  dir=$QOR_BUILD_DIR
+  cmake -S "$root" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  cmake --build "$dir" -j"$(nproc)" --target qorclustd qorlab lab_cycle_bench >&2
+else
+  dir=$(bash "$root/scripts/build.sh" | tail -n 1)
+fi
+qorlab="$dir/tests/lab/qorlab"
+bench="$dir/bench/lab_cycle_bench"
+lab="$dir/labbench"
+trap '"$qorlab" --dir "$lab" down >/dev/null 2>&1 || true' EXIT
+
+echo "== lab start-up"
+"$qorlab" --dir "$lab" up | grep -E '^lab up in'
+sleep 10
+
+echo "== statements per second from the four daemons, over 60 s"
+counters() {
+  mariadb --no-defaults --socket="$lab/$1/db/mysqld.sock" -uroot -N -B -e "show global status
+    where variable_name like 'Com\\_%'"
+}
+m0=$(counters qor-master); s0=$(counters qor-slave)
+sleep 60
+m1=$(counters qor-master); s1=$(counters qor-slave)
+rate() {
+  # SQL statements: the selects, updates, inserts and deletes the server ran. Then every kind of
+  # client command per second: admin_commands are the pings, stmt_* the round trips of a query
+  # that the pool library runs as a prepared statement. The counter reads themselves are left out.
+  paste <(echo "$2") <(echo "$3") | awk -v who="$1" '
+    $1 == "Com_show_status" || $1 == "Questions" { next }
+    { d = $4 - $2; if (d > 0) r[substr($1, 5)] = d / 60 }
+    END {
+      printf "%s: %.1f SQL statements/s (select %.1f, update %.1f, insert %.1f, delete %.1f)\n",
+        who, r["select"] + r["update"] + r["insert"] + r["delete"], r["select"], r["update"],
+        r["insert"], r["delete"]
+      printf "  client commands/s:"
+      for (k in r) if (r[k] > 0) printf " %s %.2f", k, r[k]
+      printf "\n"
+    }'
+}
+rate "master's server" "$m0" "$m1"
+rate "slave's server" "$s0" "$s1"
+
+echo "== cycle work time per role, $cycles cycles each (all three at once)"
+hosts=(master slave member1)
+for h in "${hosts[@]}"; do "$qorlab" --dir "$lab" run "$h" qorclustd -stop >/dev/null; done
+for h in "${hosts[@]}"; do
+  "$qorlab" --dir "$lab" run "$h" "$bench" "$cycles" >"$lab/logs/bench.$h" 2>&1 &
+done
+wait
+for h in "${hosts[@]}"; do cat "$lab/logs/bench.$h"; done
+
+echo "== lab teardown"
+"$qorlab" --dir "$lab" down | grep -E '^lab down in'
