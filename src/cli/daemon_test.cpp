@@ -5,39 +5,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <string>
-#include <vector>
 
 #include "base/shell.h"
+#include "support/fakes.h"
 
 namespace qor {
 namespace {
-
-// Hands the process listing's text to the caller in fgets pieces of the buffer asked for.
-class CannedPs final : public ShellRunner {
- public:
-  explicit CannedPs(std::string text) : text_(std::move(text)) { SetShellRunner(this); }
-  ~CannedPs() override { SetShellRunner(nullptr); }
-  bool Run(const char*, size_t lineMax, LineSink sink) override {
-    size_t pos = 0;
-    while (pos < text_.size()) {
-      size_t n = 0;
-      while (pos + n < text_.size() && n + 1 < lineMax) {
-        if (text_[pos + n++] == '\n') break;
-      }
-      std::vector<char> piece(text_.begin() + static_cast<long>(pos),
-                              text_.begin() + static_cast<long>(pos + n));
-      piece.push_back('\0');
-      sink(piece.data());
-      pos += n;
-    }
-    return true;
-  }
-
- private:
-  std::string text_;
-};
 
 // A child that waits, bounded, to be killed.
 pid_t Sleeper() {
@@ -95,12 +69,8 @@ TEST(CliStopDaemon, KillsTheProcessIdThatBeginsEachLineOnly) {
       }
       return s;
     };
-    std::string listing = fill(c.listing);
-    CannedPs ps(listing);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(StopDaemon(), 0);
-    std::fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), fill(c.out));
+    qortest::FakeShell ps(fill(c.listing));
+    EXPECT_EQ(qortest::StdoutOf([] { EXPECT_EQ(StopDaemon(), 0); }), fill(c.out));
     EXPECT_EQ(KilledAndReaped(a, c.killA ? 5000 : 300), c.killA);
     EXPECT_EQ(KilledAndReaped(b, c.killB ? 5000 : 300), c.killB);
   }

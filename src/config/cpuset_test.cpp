@@ -143,78 +143,32 @@ int PipelineCount(const std::string& text, char delimiter) {
   const std::string command = "exec 2>/dev/null\necho '" + text + "' | sed -e 's@" + d + "@" + d +
                               "\\n@g' | grep -c '" + d + "' | tr -d '\\n'";
   std::string out;
-  auto take = [&](char* line) { out += line; };
-  LineSink sink{&take, [](void* p, char* line) { (*static_cast<decltype(take)*>(p))(line); }};
-  EXPECT_TRUE(PopenShell().Run(command.c_str(), 1024, sink)) << command;
+  EXPECT_TRUE(RunShell(command.c_str(), 1024, [&](char* line) { out += line; })) << command;
   return std::atoi(out.c_str());
 }
 
 // No text has an even, non-zero number of single quotes: part of it would stand unquoted on the
 // command line. The odd-quote texts never run: the shell refuses the whole line.
 TEST(ConfigCharnum, MatchesTheShellPipeline) {
-  const char* corpus[] = {"0-7,16-23",
-                          "0-3",
-                          "",
-                          ",",
-                          ",,,",
-                          "-",
-                          "--",
-                          ",0-3,",
-                          "-0-3-",
-                          "0,,1",
-                          "1,2,3,4,5,6,7,8,9,10,11,12",
-                          "0 - 3 , 4",
-                          "  ,  ",
-                          "a b  c,d",
-                          "\t,\t-",
-                          "\\054",
-                          "\\0054",
-                          "\\0055",
-                          "\\55",
-                          "\\055,",
-                          "\\54\\54",
-                          "\\1054",
-                          "\\0541",
-                          "\\0",
-                          "\\08,",
-                          "\\7",
-                          "\\101,-",
-                          "\\c",
-                          "0,1\\c,2",
-                          "-\\c-",
-                          "\\\\",
-                          "\\\\054",
-                          "\\\\,",
-                          "0\\,1",
-                          "\\",
-                          "1,\\",
-                          "1-\\",
-                          "\\x2c",
-                          "\\n,\\n",
-                          "\\t-\\r",
-                          "\\e,",
-                          "\\-",
-                          "\\555,",
-                          "\\0777-",
-                          "-n",
-                          "-n,",
-                          "-n-",
-                          " -n",
-                          "-n ",
-                          "-e",
-                          "-e,-",
-                          "-nn-",
-                          "-n\\c-",
-                          "'",
-                          "it's,0-3",
-                          "0-1,'",
-                          "'-,",
-                          "a'b'c'd,-",
-                          "\\'"};
+  // By what echo makes of them: plain texts, octal escapes, "\c", other backslashes, echo's own
+  // options, and quotes.
+  const std::vector<std::vector<std::string>> corpus = {
+      {"0-7,16-23", "0-3", "", ",", ",,,", "-", "--", ",0-3,", "-0-3-", "0,,1",
+       "1,2,3,4,5,6,7,8,9,10,11,12", "0 - 3 , 4", "  ,  ", "a b  c,d", "\t,\t-"},
+      {"\\054", "\\0054", "\\0055", "\\55", "\\055,", "\\54\\54", "\\1054", "\\0541", "\\0",
+       "\\08,", "\\7", "\\101,-", "\\555,", "\\0777-"},
+      {"\\c", "0,1\\c,2", "-\\c-", "-n\\c-"},
+      {"\\\\", "\\\\054", "\\\\,", "0\\,1", "\\", "1,\\", "1-\\", "\\x2c", "\\n,\\n", "\\t-\\r",
+       "\\e,", "\\-"},
+      {"-n", "-n,", "-n-", " -n", "-n ", "-e", "-e,-", "-nn-"},
+      {"'", "it's,0-3", "0-1,'", "'-,", "a'b'c'd,-", "\\'"}};
   EXPECT_EQ(PipelineCount("0,1,2", ','), 2);
-  for (const char* text : corpus) {
-    for (char d : {',', '-'}) {
-      EXPECT_EQ(charnum(text, d), PipelineCount(text, d)) << '"' << text << "\" with " << d;
+  for (const std::vector<std::string>& group : corpus) {
+    for (const std::string& text : group) {
+      for (char d : {',', '-'}) {
+        EXPECT_EQ(charnum(text.c_str(), d), PipelineCount(text, d))
+            << '"' << text << "\" with " << d;
+      }
     }
   }
 }

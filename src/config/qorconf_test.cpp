@@ -11,6 +11,7 @@
 #include "base/log.h"
 #include "config/cpuset.h"
 #include "config/processors.h"
+#include "support/fakes.h"
 #include "support/temp_dir.h"
 
 namespace qor {
@@ -74,9 +75,7 @@ class ConfigQorconfTest : public testing::Test {
   // The reader reports its parameter count only in its debug trace.
   int ReadAndCount(const std::string& content) {
     Xmode = 1;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(Read(content), 0);
-    std::string out = testing::internal::GetCapturedStdout();
+    std::string out = qortest::StdoutOf([&] { EXPECT_EQ(Read(content), 0); });
     Xmode = 0;
     int count = -1;
     size_t at = out.find(" parameters are read");
@@ -317,47 +316,38 @@ TEST_F(ConfigQorconfTest, CpusetLineRebuildsTheSetsAndCores) {
   }
 }
 
-// This server is "own"; ClustRole starts as 101 so that each case shows what it set.
+// This server is "own"; ClustRole starts as 101 and the copies as "prev", so that each case shows
+// what it set. An empty own address must not pass as equal to an empty master or slave.
 TEST_F(ConfigQorconfTest, CheckClustConfJudgesEachRole) {
-  struct Case {
-    const char *role, *master, *slave;
-    int status, clustRole;
-  } cases[] = {{"master", "own", "B", 500, 100},   {"master", "own", "0", 500, 100},
-               {"master", "own", "own", 502, 100}, {"master", "A", "B", 502, 100},
-               {"slave", "A", "own", 500, 101},    {"slave", "own", "own", 502, 101},
-               {"slave", "A", "B", 502, 101},      {"slave", "", "own", 502, 101},
-               {"member", "A", "B", 500, 102},     {"member", "0", "0", 500, 102},
-               {"member", "A", "own ", 500, 102},  {"member", "own", "B", 502, 102},
-               {"member", "A", "own", 502, 102},   {"member", "", "B", 502, 102},
-               {"member", "A", "", 502, 102},      {"boss", "A", "own", 502, 103},
-               {"Master", "own", "B", 502, 103},   {"0", "A", "B", 502, 103}};
-  for (const Case& c : cases) {
-    Cluster = 1;
-    ClustRole = kRoleSlave;
-    cnf.clustid = "c1";
-    cnf.clustrole = c.role;
-    cnf.clustmaster = c.master;
-    cnf.clustslave = c.slave;
-    FixedText<128> id, role;
-    const std::string what = std::string(c.role) + " m=" + c.master + " s=" + c.slave;
-    EXPECT_EQ(CheckClustConf("own", id, role), c.status) << what;
-    EXPECT_EQ(ClustRole, c.clustRole) << what;
-    EXPECT_STREQ(id.c_str(), "c1") << what;
-    EXPECT_STREQ(role.c_str(), c.role) << what;
-  }
-}
-
-// An empty own address must not pass as equal to an empty master or slave.
-TEST_F(ConfigQorconfTest, CheckClustConfStopsEarlyWithoutClusterOrId) {
   struct Case {
     int cluster;
     const char *clustid, *role, *master, *slave, *own;
     int status, clustRole;
     const char *copiedId, *copiedRole;
-  } cases[] = {{0, "c1", "master", "own", "B", "own", 501, kRoleSlave, "prev", "prev"},
-               {1, "", "master", "own", "B", "own", 502, kRoleSlave, "", "prev"},
-               {1, "c1", "master", "", "B", "", 502, kRoleMaster, "c1", "master"},
-               {1, "c1", "slave", "A", "", "", 502, kRoleSlave, "c1", "slave"}};
+  } cases[] = {
+      {1, "c1", "master", "own", "B", "own", 500, 100, "c1", "master"},
+      {1, "c1", "master", "own", "0", "own", 500, 100, "c1", "master"},
+      {1, "c1", "master", "own", "own", "own", 502, 100, "c1", "master"},
+      {1, "c1", "master", "A", "B", "own", 502, 100, "c1", "master"},
+      {1, "c1", "slave", "A", "own", "own", 500, 101, "c1", "slave"},
+      {1, "c1", "slave", "own", "own", "own", 502, 101, "c1", "slave"},
+      {1, "c1", "slave", "A", "B", "own", 502, 101, "c1", "slave"},
+      {1, "c1", "slave", "", "own", "own", 502, 101, "c1", "slave"},
+      {1, "c1", "member", "A", "B", "own", 500, 102, "c1", "member"},
+      {1, "c1", "member", "0", "0", "own", 500, 102, "c1", "member"},
+      {1, "c1", "member", "A", "own ", "own", 500, 102, "c1", "member"},
+      {1, "c1", "member", "own", "B", "own", 502, 102, "c1", "member"},
+      {1, "c1", "member", "A", "own", "own", 502, 102, "c1", "member"},
+      {1, "c1", "member", "", "B", "own", 502, 102, "c1", "member"},
+      {1, "c1", "member", "A", "", "own", 502, 102, "c1", "member"},
+      {1, "c1", "boss", "A", "own", "own", 502, 103, "c1", "boss"},
+      {1, "c1", "Master", "own", "B", "own", 502, 103, "c1", "Master"},
+      {1, "c1", "0", "A", "B", "own", 502, 103, "c1", "0"},
+      {0, "c1", "master", "own", "B", "own", 501, kRoleSlave, "prev", "prev"},
+      {1, "", "master", "own", "B", "own", 502, kRoleSlave, "", "prev"},
+      {1, "c1", "master", "", "B", "", 502, kRoleMaster, "c1", "master"},
+      {1, "c1", "slave", "A", "", "", 502, kRoleSlave, "c1", "slave"},
+  };
   for (const Case& c : cases) {
     Cluster = c.cluster;
     ClustRole = kRoleSlave;
@@ -366,10 +356,12 @@ TEST_F(ConfigQorconfTest, CheckClustConfStopsEarlyWithoutClusterOrId) {
     cnf.clustmaster = c.master;
     cnf.clustslave = c.slave;
     FixedText<128> id = "prev", role = "prev";
-    EXPECT_EQ(CheckClustConf(c.own, id, role), c.status) << c.cluster << c.clustid << c.role;
-    EXPECT_EQ(ClustRole, c.clustRole) << c.cluster << c.clustid << c.role;
-    EXPECT_STREQ(id.c_str(), c.copiedId) << c.cluster << c.clustid << c.role;
-    EXPECT_STREQ(role.c_str(), c.copiedRole) << c.cluster << c.clustid << c.role;
+    const std::string what = std::to_string(c.cluster) + " " + c.clustid + " " + c.role +
+                             " m=" + c.master + " s=" + c.slave + " own=" + c.own;
+    EXPECT_EQ(CheckClustConf(c.own, id, role), c.status) << what;
+    EXPECT_EQ(ClustRole, c.clustRole) << what;
+    EXPECT_STREQ(id.c_str(), c.copiedId) << what;
+    EXPECT_STREQ(role.c_str(), c.copiedRole) << what;
   }
 }
 

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "support/fakes.h"
+
 namespace qor {
 namespace {
 
@@ -42,53 +44,22 @@ TEST(MembershipRules, PairReadByCountAndRole) {
   }
 }
 
+// The role slot, its state and its template fields belong to the row; the containers counted
+// this cycle, not the record's. Copied both ways between an empty and a full record, every field
+// shows whether it was copied.
 TEST(MembershipRules, OwnValueCopyKeepsTheRowsOwnFields) {
-  ClustRecord own;
-  own.hostname = "node1";
-  own.ipaddress = "10.0.0.5";
-  own.clusterid = "c9";
-  own.role = "master";
-  own.cpuinfo = "Model X";
-  own.cpus = 2;
-  own.cpuphycores = 16;
-  own.cpucores = 12;
-  own.cpuprocs = 32;
-  own.cpuloadavg = 1.25;
-  own.cpuloadavgpp = 0.5;
-  own.containers = 99;
-  own.status = kStatusActive;
-
-  ClustRecord row = Row(kStatusOld, 777, kTplOld);
-  row.id = 41;
-  row.hostname = "oldhost";
-  row.role = "slave";
-  row.role_id = 101;
-  row.tpl_updatemill = 11;
-  row.tpl_syncmill = 12;
-  row.qorver = "3.0";
-  CopyOwnValues(row, own, 7);
-
-  EXPECT_EQ(row.hostname, "node1");
-  EXPECT_EQ(row.ipaddress, "10.0.0.5");
-  EXPECT_EQ(row.clusterid, "c9");
-  EXPECT_EQ(row.cpuinfo, "Model X");
-  EXPECT_EQ(row.cpus, 2);
-  EXPECT_EQ(row.cpuphycores, 16);
-  EXPECT_EQ(row.cpucores, 12);
-  EXPECT_EQ(row.cpuprocs, 32);
-  EXPECT_EQ(row.cpuloadavg, 1.25);
-  EXPECT_EQ(row.cpuloadavgpp, 0.5);
-  EXPECT_EQ(row.containers, 7) << "the count passed, not the record's";
-  // The role slot, its state and its template fields belong to the row.
-  EXPECT_EQ(row.id, 41);
-  EXPECT_EQ(row.role, "slave");
-  EXPECT_EQ(row.role_id, 101);
-  EXPECT_EQ(row.status, kStatusOld);
-  EXPECT_EQ(row.last_writemill, 777);
-  EXPECT_EQ(row.tpl_updatemill, 11);
-  EXPECT_EQ(row.tpl_syncmill, 12);
-  EXPECT_EQ(row.tpl_syncstate, kTplOld);
-  EXPECT_EQ(row.qorver, "3.0");
+  ClustRecord row, full = qortest::SampleRecord();
+  CopyOwnValues(row, full, 7);
+  EXPECT_EQ(qortest::Describe(row),
+            "id=0 host=node-1 ip=10.0.0.5 cid=c1 role= role_id=0 status=0 dbw=0 lw=0 tplupd=0 "
+            "tplsync=0 tplstate=0 cpuinfo=Xeon 2.4 cpus=2 phy=8 cores=16 procs=32 load=1.236 "
+            "loadpp=0.075 containers=7 cpu=0 mem=0 disk=0 ver= updated=0 qortime=0");
+  CopyOwnValues(full, ClustRecord{}, 7);
+  EXPECT_EQ(qortest::Describe(full),
+            "id=12 host= ip= cid= role=member role_id=55 status=100 dbw=77 lw=1700000000123 "
+            "tplupd=1700000000456 tplsync=1700000000789 tplstate=300 cpuinfo= cpus=0 phy=0 "
+            "cores=0 procs=0 load=0 loadpp=0 containers=7 cpu=0.91 mem=0.92 disk=0.93 ver=rec-ver "
+            "updated=12345 qortime=999");
 }
 
 // Mm, Ms: master's and slave's rows in the master's database; Sm: the master's row in the

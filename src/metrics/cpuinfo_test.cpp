@@ -8,37 +8,23 @@
 #include "base/log.h"
 #include "base/shell.h"
 #include "config/processors.h"
+#include "support/fakes.h"
 #include "support/temp_dir.h"
 
 namespace {
 
 using qor::Cpu;
 
-// Runs the real pipelines, on a sample file in place of /proc/cpuinfo; installed for its lifetime.
-class SampleCpuinfoShell final : public qor::ShellRunner {
- public:
-  explicit SampleCpuinfoShell(const std::string& content)
-      : sample_(dir_.Write("cpuinfo", content)) {
-    qor::SetShellRunner(this);
+// Runs the real pipelines, on a sample file in place of /proc/cpuinfo.
+struct SampleCpuinfoShell : qortest::FakeShell {
+  explicit SampleCpuinfoShell(const std::string& content) : sample(dir.Write("cpuinfo", content)) {
+    real = [this](std::string& c) {
+      if (size_t at = c.find("/proc/cpuinfo"); at != std::string::npos) c.replace(at, 13, sample);
+      return true;
+    };
   }
-  ~SampleCpuinfoShell() override { qor::SetShellRunner(nullptr); }
-
-  bool Run(const char* command, size_t lineMax, qor::LineSink sink) override {
-    commands.emplace_back(command);
-    lineMaxes.push_back(lineMax);
-    std::string rewritten = command;
-    const std::string proc = "/proc/cpuinfo";
-    size_t at = rewritten.find(proc);
-    if (at != std::string::npos) rewritten.replace(at, proc.size(), sample_);
-    return qor::PopenShell().Run(rewritten.c_str(), lineMax, sink);
-  }
-
-  std::vector<std::string> commands;
-  std::vector<size_t> lineMaxes;
-
- private:
-  qortest::TempDir dir_;
-  std::string sample_;
+  qortest::TempDir dir;
+  std::string sample;
 };
 
 // Keeps the process-wide processor record and debug mode as they were before the test.
@@ -149,22 +135,13 @@ TEST_F(MetricsCpuinfo, RunsThePipelinesVerbatimInOrder) {
 TEST_F(MetricsCpuinfo, TraceLineInDebugMode) {
   SampleCpuinfoShell shell(TwoPackagesHyperThreaded());
   qor::Xmode = 1;
-  ::testing::internal::CaptureStdout();
-  qor::GetCpuinfo();
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+  EXPECT_EQ(qortest::StdoutOf(qor::GetCpuinfo),
             std::string("_xgetcpuinfo(1): model=") + kSampleModel + " cpus=2 cores=16 procs=32\n");
 }
 
-// A runner that cannot start anything, as when the shell is missing.
-class DeadShell final : public qor::ShellRunner {
- public:
-  DeadShell() { qor::SetShellRunner(this); }
-  ~DeadShell() override { qor::SetShellRunner(nullptr); }
-  bool Run(const char*, size_t, qor::LineSink) override { return false; }
-};
-
 TEST_F(MetricsCpuinfo, PipelineThatCannotStartEndsTheProcess) {
-  DeadShell shell;
+  qortest::FakeShell shell;
+  shell.startable = false;
   int packages = 0;
   EXPECT_EXIT(qor::getcpus(&packages), ::testing::ExitedWithCode(1),
               "grep \"physical id\" /proc/cpuinfo");

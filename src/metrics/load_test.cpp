@@ -11,6 +11,7 @@
 #include "config/qorconf.h"
 #include "metrics/containers.h"
 #include "metrics/cpuinfo.h"
+#include "support/fakes.h"
 
 namespace {
 
@@ -176,9 +177,7 @@ TEST_F(MetricsCpuData, TraceLinesInDebugMode) {
     cnf.clustrate = c.clustrate;
     qor::Xmode = 1;
     qor::Containers = 7;
-    ::testing::internal::CaptureStdout();
-    qor::GetCpuData();
-    std::string out = ::testing::internal::GetCapturedStdout();
+    std::string out = qortest::StdoutOf([] { qor::GetCpuData(); });
     std::string expected =
         Printed("_xgetcpuinfo(1): model=%s cpus=%d cores=%d procs=%d\n", Cpu.model.c_str(),
                 Cpu.cpus, Cpu.cores, Cpu.procs) +

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "base/shell.h"
+#include "support/fakes.h"
 
 namespace {
 
@@ -36,51 +36,6 @@ TEST(MetricsGetword, Cases) {
   }
 }
 
-TEST(MetricsMemUtil, FreeLine) {
-  struct Case {
-    const char* line;
-    double expected;
-  };
-  const Case cases[] = {
-      {"Mem:        4000000     1000000     2500000       12      500000     2900000\n", 0.25},
-      {"Mem:  0  0  0\n", 0.0},  // total 0: unknown memory reads as idle, never NaN
-      {"", 0.0},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.line);
-    EXPECT_DOUBLE_EQ(qor::MemUtilFromFreeLine(c.line), c.expected);
-  }
-}
-
-// Answers every command with a fixed output, line by line, and remembers what it was asked.
-class CannedShell final : public qor::ShellRunner {
- public:
-  explicit CannedShell(std::string output) : output_(std::move(output)) {
-    qor::SetShellRunner(this);
-  }
-  ~CannedShell() override { qor::SetShellRunner(nullptr); }
-
-  bool Run(const char* command, size_t lineMax, qor::LineSink sink) override {
-    command_ = command;
-    lineMax_ = lineMax;
-    size_t start = 0;
-    while (start < output_.size()) {
-      size_t end = output_.find('\n', start);
-      end = end == std::string::npos ? output_.size() : end + 1;
-      std::string line = output_.substr(start, end - start);
-      sink(line.data());
-      start = end;
-    }
-    return true;
-  }
-
-  std::string command_;
-  size_t lineMax_ = 0;
-
- private:
-  std::string output_;
-};
-
 constexpr const char* kFreeHeader =
     "               total        used        free      shared  buff/cache   available\n";
 
@@ -95,15 +50,22 @@ TEST(MetricsMemUtil, SecondLineOfFree) {
        std::string(kFreeHeader) + "Mem:         400         100         300           0\n"
                                   "Swap:       1000         500         500\n",
        0.25},
+      {"all columns",
+       std::string(kFreeHeader) +
+           "Mem:        4000000     1000000     2500000       12      500000     2900000\n",
+       0.25},
+      // Unknown memory reads as idle, never NaN.
+      {"total 0", std::string(kFreeHeader) + "Mem:  0  0  0\n", 0.0},
       {"header only", kFreeHeader, 0.0},
+      {"blank second line", std::string(kFreeHeader) + "\n", 0.0},
       {"no output", "", 0.0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    CannedShell shell(c.output);
+    qortest::FakeShell shell(c.output);
     EXPECT_DOUBLE_EQ(qor::getmemutil(), c.expected);
-    EXPECT_EQ(shell.command_, "free");
-    EXPECT_EQ(shell.lineMax_, 8192u);
+    EXPECT_EQ(shell.commands, std::vector<std::string>{"free"});
+    EXPECT_EQ(shell.lineMaxes, std::vector<size_t>{8192u});
   }
 }
 

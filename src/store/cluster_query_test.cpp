@@ -82,10 +82,10 @@ TEST(StoreSelect, StrextCopiesAWindowOrRefuses) {
     int rc;
     const char* out;
   } cases[] = {
-      {"like_node%", 5, 10, 0, "node%"}, {"abcdef", 1, 3, 0, "bcd"},
-      {"abc", 0, 3, 0, "abc"},           {"abc", 5, 2, 0, ""},
-      {"abc", -1, 2, 1, "keep"},         {"abc", 0, -1, 1, "keep"},
-      {"abc", 0, 4, 1, "keep"},
+      {"like_node%", 5, 10, 0, "node%"}, {"like_", 5, 5, 0, ""},      {"abcdef", 0, 3, 0, "abc"},
+      {"abcdef", 4, 6, 0, "ef"},         {"abcdef", 6, 3, 0, ""},     {"abcdef", 9, 3, 0, ""},
+      {"abcdef", 0, 0, 0, ""},           {"abcdef", 2, 7, 1, "keep"}, {"abcdef", -1, 2, 1, "keep"},
+      {"abcdef", 2, -1, 1, "keep"},
   };
   for (const Case& c : cases) {
     char out[16] = "keep";

@@ -7,33 +7,12 @@
 #include "config/qorconf.h"
 #include "config/qorver.h"
 #include "metrics/utilisation.h"
+#include "support/fakes.h"
 
 namespace qor {
 namespace {
 
-ClustRecord Known() {
-  ClustRecord r;
-  r.id = 12;
-  r.hostname = "node-1";
-  r.ipaddress = "10.0.0.5";
-  r.clusterid = "c1";
-  r.role = "member";
-  r.role_id = 102;
-  r.status = 100;
-  r.last_writemill = 1700000000123;
-  r.tpl_updatemill = 1700000000456;
-  r.tpl_syncmill = 1700000000789;
-  r.tpl_syncstate = 100;
-  r.cpuinfo = "Xeon 2.4";
-  r.cpus = 2;
-  r.cpuphycores = 16;
-  r.cpucores = 16;
-  r.cpuprocs = 32;
-  r.cpuloadavg = 1.236;
-  r.cpuloadavgpp = 0.075;
-  r.containers = 9;
-  return r;
-}
+using qortest::SampleRecord;
 
 class StoreStatements : public ::testing::Test {
  protected:
@@ -53,39 +32,39 @@ TEST_F(StoreStatements, UpdateFormsAreTheTemplatesFilledFromTheRecord) {
   } cases[] = {
       {1, 1,
        "update clusters set updated_at=now(), hostname='node-1', ipaddress='10.0.0.5', "
-       "clusterid='c1', role='member', role_id='102', status='100', "
-       "last_writemill='1700000000123', cpus='2', cpuphycores='16', cpucores='16', "
+       "clusterid='c1', role='member', role_id='55', status='100', "
+       "last_writemill='1700000000123', cpus='2', cpuphycores='8', cpucores='16', "
        "cpuprocs='32', cpuloadavg='1.24', cpuloadavgpp='0.07', containers='9',cpuutil='0.25',"
        "memutil='0.50',diskutil='0.12',tpl_updatemill='1700000000456',  "
-       "tpl_syncmill='1700000000789', tpl_syncstate='100', qorver='4.1.0' where id='12';"},
+       "tpl_syncmill='1700000000789', tpl_syncstate='300', qorver='4.1.0' where id='12';"},
       {0, 1,
        "update clusters set updated_at=now(), hostname='node-1', ipaddress='10.0.0.5', "
-       "clusterid='c1', role='member', role_id='102', status='100', cpus='2', "
-       "cpuphycores='16', cpucores='16', cpuprocs='32', cpuloadavg='1.24', "
+       "clusterid='c1', role='member', role_id='55', status='100', cpus='2', "
+       "cpuphycores='8', cpucores='16', cpuprocs='32', cpuloadavg='1.24', "
        "cpuloadavgpp='0.07', containers='9',cpuutil='0.25',memutil='0.50',diskutil='0.12',"
-       "tpl_updatemill='1700000000456',  tpl_syncmill='1700000000789', tpl_syncstate='100', "
+       "tpl_updatemill='1700000000456',  tpl_syncmill='1700000000789', tpl_syncstate='300', "
        "qorver='4.1.0' where id='12';"},
       {1, 0,
        "update clusters set updated_at=now(), status='100', last_writemill='1700000000123', "
        "cpuloadavg='1.24', cpuloadavgpp='0.07', containers='9',tpl_updatemill='1700000000456',"
-       "  tpl_syncmill='1700000000789', tpl_syncstate='100' where id='12';"},
+       "  tpl_syncmill='1700000000789', tpl_syncstate='300' where id='12';"},
       {0, 0,
        "update clusters set updated_at=now(), status='100', cpuloadavg='1.24', "
-       "cpuloadavgpp='0.07', containers='9',tpl_syncstate='100' where id='12';"},
+       "cpuloadavgpp='0.07', containers='9',tpl_syncstate='300' where id='12';"},
       // Only 1 selects a form: any other flag value is "not 1".
       {2, 2,
        "update clusters set updated_at=now(), status='100', cpuloadavg='1.24', "
-       "cpuloadavgpp='0.07', containers='9',tpl_syncstate='100' where id='12';"},
+       "cpuloadavgpp='0.07', containers='9',tpl_syncstate='300' where id='12';"},
   };
   for (const Case& c : cases) {
     SqlText sql;
-    ASSERT_TRUE(UpdateStatement(sql, Known(), c.withlastwrite, c.full));
+    ASSERT_TRUE(UpdateStatement(sql, SampleRecord(), c.withlastwrite, c.full));
     EXPECT_EQ(sql.view(), c.sql) << c.withlastwrite << c.full;
   }
 }
 
 TEST_F(StoreStatements, InsertDerivesRoleIdAndEscapesTexts) {
-  ClustRecord r = Known();
+  ClustRecord r = SampleRecord();
   r.role = "Master";  // wrong case: role_id 0
   r.hostname = "o'host\\";
   SqlText sql;
@@ -95,7 +74,7 @@ TEST_F(StoreStatements, InsertDerivesRoleIdAndEscapesTexts) {
             "dbwrite_count,last_writemill,cpuinfo,cpus,cpuphycores,cpucores,cpuprocs,cpuloadavg,"
             "cpuloadavgpp,containers,tpl_updatemill,tpl_syncmill,tpl_syncstate,created_at,"
             "updated_at,qortimemill) values ('o\\'host\\\\','10.0.0.5','c1','Master','0','100',"
-            "'0','0','Xeon 2.4','2','16','16','32','1.24','0.07','9','0','0','0',now(),now(),"
+            "'0','0','Xeon 2.4','2','8','16','32','1.24','0.07','9','0','0','0',now(),now(),"
             "'1700000009999');");
 }
 

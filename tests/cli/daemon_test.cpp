@@ -16,12 +16,6 @@
 namespace qortest {
 namespace {
 
-std::string MasterConf(const char* cluster) {
-  return std::string("qor_cluster=") + cluster +
-         "\nqor_clustid=c1\nqor_clustrole=master\nqor_clustmaster=127.0.0.1\n"
-         "qor_clustslave=127.0.0.2\nqor_netif=lo\nqor_dbpwd='" QOR_TESTDB_PASSWORD "'\n";
-}
-
 // Seconds since the master's row was last written in the database of side, -1 without a row.
 int MasterRowAge(const std::string& side) {
   std::string out = Sql(side,
@@ -53,17 +47,16 @@ class CliDaemon : public ::testing::Test {
     Sql("master",
         "insert into clusters (hostname,ipaddress,clusterid,role,role_id,status) values "
         "('slavehost','127.0.0.2','c1','slave','101','100');");
-    host.Write(".qorconf", MasterConf("1"));
+    host.Write(".qorconf", TestClusterConf("master", "lo"));
     host.Write(".env", "QOR_VERSION=4.2.0\n");
     ASSERT_TRUE(host.ok());
   }
   void TearDown() override { ResetTables(); }
-  static HostOptions Named(const char* name) {
+  NsHost host{[] {
     HostOptions o;
-    o.hostname = name;
+    o.hostname = "qormaster";
     return o;
-  }
-  NsHost host{Named("qormaster")};
+  }()};
 };
 
 TEST_F(CliDaemon, RunsAtBootIsRefusedTwiceListedAndStopped) {
@@ -150,7 +143,7 @@ TEST_F(CliDaemon, ADebugDaemonTracesIntoNothing) {
 TEST_F(CliDaemon, StopsAtTheNextRecheckWhenTheClusterIsDisabled) {
   ASSERT_EQ(host.Run({"-start_boot"}).status, 0);
   ASSERT_TRUE(WaitFor(20, [] { return MasterRowAge("master") >= 0; }));
-  host.Write(".qorconf", MasterConf("0"));
+  host.Write(".qorconf", TestClusterConf("master", "lo") + "qor_cluster=0\n");
   // The re-check comes every 60 nominal seconds (30 cycles of work and sleep).
   ASSERT_TRUE(WaitFor(90, [&] { return DaemonCount(host) == 0; })) << "the daemon did not stop";
   bool stopped = false;

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "support/sandbox.h"
+#include "support/store_env.h"
 
 namespace qortest {
 namespace {
@@ -23,9 +24,7 @@ std::string Golden(const std::string& name) {
 const char* const kNotice = "stopped because cluster not enabled or invalid config!";
 
 // A master on the loopback interface: valid wherever the tests run.
-const char* const kMasterConf =
-    "qor_cluster=1\nqor_clustid=c1\nqor_clustrole=master\nqor_clustmaster=127.0.0.1\n"
-    "qor_clustslave=127.0.0.2\nqor_netif=lo\nqor_dbpwd='" QOR_TESTDB_PASSWORD "'\n";
+const std::string kMasterConf = TestClusterConf("master", "lo");
 
 class CliStartup : public ::testing::Test {
  protected:

@@ -2,7 +2,6 @@
 // of a host, and this server's lumo browser and desktop containers.
 #include "metrics/containers.h"
 
-#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -14,7 +13,7 @@
 namespace qortest {
 namespace {
 
-class StoreContainersBase : public StoreTest {
+class StoreContainers : public StoreTest {
  protected:
   void SetUp() override {
     StoreTest::SetUp();
@@ -33,75 +32,54 @@ class StoreContainersBase : public StoreTest {
   }
 };
 
-const std::set<std::string> kNone;
-const std::set<std::string> kMasterDown = {kMasterAddr};
+const std::set<std::string> kNone, kMasterDown = {kMasterAddr};
 
-struct HostCase {
-  std::set<std::string> down;
-  const char* host;
-  int count;
-};
-
-void PrintTo(const HostCase& c, std::ostream* os) {
-  *os << c.host << (c.down.empty() ? " with both pools" : " without mpool");
-}
-
-class StoreGetContainers : public StoreContainersBase,
-                           public ::testing::WithParamInterface<HostCase> {};
-
-TEST_P(StoreGetContainers, CountsTheHostsRowsThatHoldAContainer) {
-  const HostCase& c = GetParam();
-  Connect(c.down);
-  EXPECT_EQ(qor::getcontainers(c.host), c.count);
-  EXPECT_TRUE(Logs().empty());
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Store, StoreGetContainers,
-    ::testing::Values(HostCase{kNone, "127.0.0.1", 6}, HostCase{kNone, "127.0.0.2", 2},
-                      HostCase{kNone, "127.0.0.9", 0}, HostCase{kNone, "127.0.0.1' or '1'='1", 0},
-                      HostCase{kMasterDown, "127.0.0.1", 1}, HostCase{kMasterDown, "127.0.0.2", 2},
-                      HostCase{kMasterDown, "127.0.0.9", 0}));
-
-struct LumoCase {
-  const char* name;
-  const char* role;
-  const char* dbsvr;  // standalone mode when set
-  std::set<std::string> down;
-  int count;
-};
-
-void PrintTo(const LumoCase& c, std::ostream* os) {
-  *os << c.name;
-}
-
-class StoreLumoContainers : public StoreContainersBase,
-                            public ::testing::WithParamInterface<LumoCase> {};
-
-TEST_P(StoreLumoContainers, CountsThisServersLumoContainers) {
-  const LumoCase& c = GetParam();
-  UseTestCluster(c.role, kMasterAddr);
-  if (c.dbsvr != nullptr) {
-    qor::Cluster = 0;
-    qor::cnf.cluster = "0";
-    qor::cnf.dbsvr = c.dbsvr;
+TEST_F(StoreContainers, GetcontainersCountsTheHostsRowsThatHoldAContainer) {
+  struct Case {
+    std::set<std::string> down;
+    const char* host;
+    int count;
+  } cases[] = {{kNone, "127.0.0.1", 6},       {kNone, "127.0.0.2", 2},
+               {kNone, "127.0.0.9", 0},       {kNone, "127.0.0.1' or '1'='1", 0},
+               {kMasterDown, "127.0.0.1", 1}, {kMasterDown, "127.0.0.2", 2},
+               {kMasterDown, "127.0.0.9", 0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.host << " down " << c.down.size());
+    qor::CloseConnectionPool();
+    Connect(c.down);
+    EXPECT_EQ(qor::getcontainers(c.host), c.count);
+    EXPECT_TRUE(Logs().empty());
   }
-  Connect(c.down);
-  EXPECT_EQ(qor::GetLumoContainerSql(), c.count);
-  EXPECT_TRUE(Logs().empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Store, StoreLumoContainers,
-    ::testing::Values(LumoCase{"master", "master", nullptr, kNone, 5},
-                      LumoCase{"slave via mpool", "slave", nullptr, kNone, 2},
-                      LumoCase{"master without mpool", "master", nullptr, kMasterDown, 1},
-                      LumoCase{"slave without mpool", "slave", nullptr, kMasterDown, 1},
-                      LumoCase{"member", "member", nullptr, kNone, 0},
-                      LumoCase{"standalone on the master", "master", kMasterAddr, kNone, 5},
-                      LumoCase{"standalone on the slave", "member", kSlaveAddr, kNone, 1}));
-
-using StoreContainers = StoreContainersBase;
+TEST_F(StoreContainers, LumoCountsThisServersLumoContainers) {
+  struct Case {
+    const char* name;
+    const char* role;
+    const char* dbsvr;  // standalone mode when set
+    std::set<std::string> down;
+    int count;
+  } cases[] = {{"master", "master", nullptr, kNone, 5},
+               {"slave via mpool", "slave", nullptr, kNone, 2},
+               {"master without mpool", "master", nullptr, kMasterDown, 1},
+               {"slave without mpool", "slave", nullptr, kMasterDown, 1},
+               {"member", "member", nullptr, kNone, 0},
+               {"standalone on the master", "master", kMasterAddr, kNone, 5},
+               {"standalone on the slave", "member", kSlaveAddr, kNone, 1}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    UseTestCluster(c.role, kMasterAddr);
+    if (c.dbsvr != nullptr) {
+      qor::Cluster = 0;
+      qor::cnf.cluster = "0";
+      qor::cnf.dbsvr = c.dbsvr;
+    }
+    qor::CloseConnectionPool();
+    Connect(c.down);
+    EXPECT_EQ(qor::GetLumoContainerSql(), c.count);
+    EXPECT_TRUE(Logs().empty());
+  }
+}
 
 TEST_F(StoreContainers, WithoutAPool) {
   EXPECT_EQ(qor::getcontainers(kMasterAddr), qor::kDbNoConnection);

@@ -1,7 +1,6 @@
 // UpdateMaster and UpdateCluster against the two real databases: inserts from empty tables, the
 // columns of the short and the full write, a master row judged old, the slave's server silent,
 // duplicate master rows on the slave's database, the row guard and a role changed in the file.
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -13,6 +12,7 @@
 #include "membership/heartbeat.h"
 #include "metrics/utilisation.h"
 #include "store/cluster_query.h"
+#include "support/fakes.h"
 
 namespace qortest {
 namespace {
@@ -171,10 +171,8 @@ TEST_F(StoreHeartbeatMaster, RowGuardOnTheSlavesSideWritesNeitherDatabase) {
 
 TEST_F(StoreHeartbeatMaster, RoleChangedInTheFileStopsBeforeAnyWrite) {
   WriteConf("slave");
-  ::testing::internal::CaptureStdout();
-  int rc = qor::UpdateMaster(0);
-  std::fflush(stdout);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Not Master Role error!\n");
+  int rc = 0;
+  EXPECT_EQ(StdoutOf([&] { rc = qor::UpdateMaster(0); }), "Not Master Role error!\n");
   EXPECT_EQ(rc, 1);
   EXPECT_EQ(qor::ClustRole, qor::kRoleSlave);
   EXPECT_EQ(Logs(), Lines{"updatemaster(15) not master role error!\n"});
@@ -183,10 +181,7 @@ TEST_F(StoreHeartbeatMaster, RoleChangedInTheFileStopsBeforeAnyWrite) {
 
 TEST_F(StoreHeartbeatMaster, DebugModeTracesTheSteps) {
   qor::Xmode = 1;
-  ::testing::internal::CaptureStdout();
-  EXPECT_EQ(qor::UpdateMaster(0), 0);
-  std::fflush(stdout);
-  std::string out = ::testing::internal::GetCapturedStdout();
+  std::string out = StdoutOf([] { EXPECT_EQ(qor::UpdateMaster(0), 0); });
   qor::Xmode = 0;
   size_t start =
       out.find("_xupdatemaster(3): host=" + host + " clustrole=master(100) starting...\n");
@@ -208,10 +203,8 @@ TEST_F(StoreHeartbeatMaster, UpdateClusterHandsOverByRole) {
   EXPECT_EQ(Logs(), Lines{"updatemember(1) this is not cluster!"});
 
   qor::ClustRole = qor::kRoleOther;
-  ::testing::internal::CaptureStdout();
-  int rc = qor::UpdateCluster(0);
-  std::fflush(stdout);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Unknown Role error!\n");
+  int rc = 0;
+  EXPECT_EQ(StdoutOf([&] { rc = qor::UpdateCluster(0); }), "Unknown Role error!\n");
   EXPECT_EQ(rc, 1);
   EXPECT_EQ(Logs(), Lines{"updatecluster(1) unknown role error!\n"});
   EXPECT_EQ(Rows("master"), Line({host, "slave", "100", "0"}));

@@ -1,13 +1,13 @@
 // UpdateMember against the two real databases. The member's own address is that of lo
 // (127.0.0.1) like every node of these tests; its row is found by host name, so that does not
 // matter here.
-#include <cstdio>
 #include <string>
 #include <vector>
 
 #include "heartbeat_fixture.h"
 #include "membership/heartbeat.h"
 #include "store/cluster_query.h"
+#include "support/fakes.h"
 
 namespace qortest {
 namespace {
@@ -23,10 +23,8 @@ class StoreHeartbeatMember : public HeartbeatTest {
 
   // UpdateMember(0) with what it printed.
   int Run(std::string* out) {
-    ::testing::internal::CaptureStdout();
-    int rc = qor::UpdateMember(0);
-    std::fflush(stdout);
-    *out = ::testing::internal::GetCapturedStdout();
+    int rc = 0;
+    *out = StdoutOf([&] { rc = qor::UpdateMember(0); });
     return rc;
   }
 };

@@ -143,62 +143,44 @@ TEST_F(StorePools, StandaloneBuildsTheMasterPoolWithoutPing) {
   EXPECT_TRUE(seam.commands.empty());
 }
 
-struct ChoiceCase {
-  const char* name;
-  bool standalone;
-  std::set<std::string> down;  // addresses silent while the pools are built
-  int target;
-  int rc;
-  std::vector<std::string> hosts;
-};
-
-void PrintTo(const ChoiceCase& c, std::ostream* os) {
-  *os << c.name;
+TEST_F(StorePools, TargetPicksTheDatabase) {
+  const std::set<std::string> none, m = {kMasterAddr}, s = {kSlaveAddr},
+                                    both = {kMasterAddr, kSlaveAddr};
+  struct Case {
+    const char* name;
+    bool standalone;
+    std::set<std::string> down;  // addresses silent while the pools are built
+    int target;
+    int rc;
+    std::vector<std::string> hosts;
+  } cases[] = {{"target 0 with both pools", false, none, 0, 0, {"on-master"}},
+               {"target 0 without mpool", false, m, 0, 0, {"on-slave"}},
+               {"target 1 with both pools", false, none, 1, 0, {"on-slave"}},
+               {"target 1 without spool", false, s, 1, 500, {}},
+               {"target 0 without pools", false, both, 0, 500, {}},
+               {"target 2 in a cluster", false, none, 2, 0, {}},
+               {"target -1 in a cluster", false, none, -1, 0, {}},
+               {"standalone target 1", true, none, 1, 0, {"on-master"}},
+               {"standalone target 2", true, none, 2, 0, {"on-master"}}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    qor::Cluster = c.standalone ? 0 : 1;
+    qor::cnf.cluster = c.standalone ? "0" : "1";
+    Fill({{"on-master", "127.0.0.1", "master", 100, 100, 1, "0"}},
+         {{"on-slave", "127.0.0.2", "slave", 101, 100, 1, "0"}}, c.down);
+    qor::ClustsTemp[0]->hostname = "untouched";
+    qor::ActInfo info{7, 7, 7};
+    EXPECT_EQ(Select("-all", &info, c.target), c.rc);
+    EXPECT_EQ(Hosts(info, qor::ClustsTemp), c.hosts);
+    EXPECT_EQ(info.servers, static_cast<int>(c.hosts.size()));
+    EXPECT_EQ(Logs(),
+              c.rc == qor::kDbNoConnection
+                  ? std::vector<std::string>{"getclustersql db connection error to 127.0.0.1"}
+                  : std::vector<std::string>{});
+    EXPECT_STREQ(qor::ClustsTemp[0]->hostname.c_str(),
+                 c.hosts.empty() ? "untouched" : c.hosts[0].c_str());
+  }
 }
-
-class StorePoolChoice : public StoreTest, public ::testing::WithParamInterface<ChoiceCase> {};
-
-TEST_P(StorePoolChoice, TargetPicksTheDatabase) {
-  const ChoiceCase& c = GetParam();
-  Sql("master", InsertRows({{"on-master", "127.0.0.1", "master", 100, 100, 1, "0"}}));
-  Sql("slave", InsertRows({{"on-slave", "127.0.0.2", "slave", 101, 100, 1, "0"}}));
-  if (c.standalone) {
-    qor::Cluster = 0;
-    qor::cnf.cluster = "0";
-  }
-  Connect(c.down);
-  qor::ClustsTemp[0]->hostname = "untouched";
-  qor::ActInfo info{7, 7, 7};
-  EXPECT_EQ(Select("-all", &info, c.target), c.rc);
-  EXPECT_EQ(Hosts(info, qor::ClustsTemp), c.hosts);
-  EXPECT_EQ(info.servers, static_cast<int>(c.hosts.size()));
-  std::vector<std::string> logs = Logs();
-  if (c.rc == qor::kDbNoConnection) {
-    EXPECT_EQ(logs, std::vector<std::string>{"getclustersql db connection error to 127.0.0.1"});
-  } else {
-    EXPECT_TRUE(logs.empty());
-  }
-  if (c.hosts.empty()) {
-    EXPECT_STREQ(qor::ClustsTemp[0]->hostname.c_str(), "untouched");
-  }
-}
-
-const std::set<std::string> kNone;
-const std::set<std::string> kMasterDown = {kMasterAddr};
-const std::set<std::string> kSlaveDown = {kSlaveAddr};
-const std::set<std::string> kBothDown = {kMasterAddr, kSlaveAddr};
-
-INSTANTIATE_TEST_SUITE_P(
-    Store, StorePoolChoice,
-    ::testing::Values(ChoiceCase{"target 0 with both pools", false, kNone, 0, 0, {"on-master"}},
-                      ChoiceCase{"target 0 without mpool", false, kMasterDown, 0, 0, {"on-slave"}},
-                      ChoiceCase{"target 1 with both pools", false, kNone, 1, 0, {"on-slave"}},
-                      ChoiceCase{"target 1 without spool", false, kSlaveDown, 1, 500, {}},
-                      ChoiceCase{"target 0 without pools", false, kBothDown, 0, 500, {}},
-                      ChoiceCase{"target 2 in a cluster", false, kNone, 2, 0, {}},
-                      ChoiceCase{"target -1 in a cluster", false, kNone, -1, 0, {}},
-                      ChoiceCase{"standalone target 1", true, kNone, 1, 0, {"on-master"}},
-                      ChoiceCase{"standalone target 2", true, kNone, 2, 0, {"on-master"}}));
 
 }  // namespace
 }  // namespace qortest

@@ -17,6 +17,19 @@ namespace qortest {
 
 extern SyslogCatcher* g_syslog;
 
+// A row of the clusters table with the columns the selection tests vary.
+struct Row {
+  std::string hostname;
+  std::string ipaddress;
+  std::string role;
+  int role_id;
+  int status;
+  int cpucores;
+  const char* cpuloadavgpp;  // decimal text, as stored
+};
+// One insert statement for rows (text values must not need escaping).
+std::string InsertRows(const std::vector<Row>& rows);
+
 class StoreTest : public ::testing::Test {
  protected:
   void SetUp() override;
@@ -27,6 +40,9 @@ class StoreTest : public ::testing::Test {
   // Builds the pools as ReconnectCluster does while the addresses in down do not answer ping;
   // the seam keeps them blocked afterwards; its command record and the log start empty.
   void Connect(const std::set<std::string>& down = {});
+  // Empty tables, then these rows on each side, then pools built as Connect(down) does.
+  void Fill(const std::vector<Row>& master, const std::vector<Row>& slave = {},
+            const std::set<std::string>& down = {});
   // GetClusterSql as the program calls it, naming the master's address.
   int Select(const char* cond, qor::ActInfo* info, int target = 0);
 
@@ -56,18 +72,5 @@ std::vector<std::string> Hosts(const qor::ActInfo& info, qor::ClustRecord* const
 std::vector<std::string> Pinged(const std::vector<std::string>& commands);
 // A handle as "%p" shows it in the log ("(nil)" for none).
 std::string Handle(const void* p);
-
-// A row of the clusters table with the columns the selection tests vary.
-struct Row {
-  std::string hostname;
-  std::string ipaddress;
-  std::string role;
-  int role_id;
-  int status;
-  int cpucores;
-  const char* cpuloadavgpp;  // decimal text, as stored
-};
-// One insert statement for rows (text values must not need escaping).
-std::string InsertRows(const std::vector<Row>& rows);
 
 }  // namespace qortest

@@ -3,8 +3,8 @@
 // cannot write.
 #include <functional>
 #include <map>
-#include <ostream>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -14,6 +14,7 @@
 #include "store/cluster_writes.h"
 #include "store/pools.h"
 #include "store_fixture.h"
+#include "support/fakes.h"
 
 namespace qortest {
 namespace {
@@ -28,74 +29,41 @@ const char* const kColumns[] = {
     "updated_at",   "qortimemill",   "cpuutil",       "memutil",        "diskutil",
     "qorver",       "created_at"};
 
-using RowText = std::map<std::string, std::string>;
-
-// Every row of side's table, by id, as the database shows the columns.
-std::map<int, RowText> Table(const std::string& side) {
+std::string ColumnList() {
   std::string list;
   for (const char* c : kColumns) list += std::string(list.empty() ? "" : ",") + c;
-  std::string out = Sql(side, "select " + list + " from clusters order by id;");
-  std::map<int, RowText> rows;
-  size_t pos = 0;
-  while (pos < out.size()) {
-    size_t end = out.find('\n', pos);
-    std::string line = out.substr(pos, end - pos);
-    pos = end == std::string::npos ? out.size() : end + 1;
+  return list;
+}
+
+using RowText = std::map<std::string, std::string>;
+using RowMap = std::map<int, RowText>;
+
+// Every row of side's table, by id, as the database shows the columns.
+RowMap Table(const std::string& side) {
+  std::string out = Sql(side, "select " + ColumnList() + " from clusters order by id;");
+  RowMap rows;
+  for (size_t pos = 0, end; pos < out.size(); pos = end + 1) {
+    end = out.find('\n', pos);
+    std::string line = out.substr(pos, end - pos) + "\t";
     RowText row;
     size_t start = 0;
     for (const char* c : kColumns) {
       size_t tab = line.find('\t', start);
       row[c] = line.substr(start, tab - start);
-      start = tab == std::string::npos ? line.size() : tab + 1;
+      start = tab + 1;
     }
     rows[std::stoi(row["id"])] = row;
   }
   return rows;
 }
 
-// The columns of after that differ from before, with their new values; "(gone)" or "(new)" for
-// a row that one side lacks.
-std::map<int, RowText> Changes(const std::map<int, RowText>& before,
-                               const std::map<int, RowText>& after) {
-  std::map<int, RowText> changes;
-  for (const auto& [id, row] : before) {
-    auto it = after.find(id);
-    if (it == after.end()) {
-      changes[id]["(gone)"] = "";
-      continue;
-    }
-    for (const auto& [col, value] : row) {
-      if (it->second.at(col) != value) changes[id][col] = it->second.at(col);
-    }
-  }
-  for (const auto& [id, row] : after) {
-    if (!before.count(id)) changes[id]["(new)"] = "";
-  }
-  return changes;
-}
-
 constexpr const char* kLongAgo = "2001-02-03 04:05:06";
-
-// Removes updated_at from every changed row after checking that the database stamped it just
-// now, so that the rest can be compared exactly.
-void ExpectStampedNow(const std::string& side, std::map<int, RowText>& changes) {
-  for (auto& [id, cols] : changes) {
-    if (cols.count("(new)") || cols.count("(gone)")) continue;
-    EXPECT_EQ(cols.erase("updated_at"), 1u) << side << " row " << id << " kept its updated_at";
-    EXPECT_EQ(Sql(side, "select updated_at > now() - interval 1 minute from clusters where id = " +
-                            std::to_string(id) + ";"),
-              "1\n");
-  }
-}
 
 // Rows whose every column holds a value that no write of these tests writes, stamped long ago.
 std::string SeedRows(const std::vector<std::pair<int, std::string>>& idHosts) {
   std::string sql =
-      "delete from clusters; insert into clusters (id, hostname, ipaddress, "
-      "clusterid, role, role_id, status, dbwrite_count, last_writemill, "
-      "tpl_updatemill, tpl_syncmill, tpl_syncstate, cpuinfo, cpus, cpuphycores, "
-      "cpucores, cpuprocs, cpuloadavg, cpuloadavgpp, containers, updated_at, "
-      "qortimemill, cpuutil, memutil, diskutil, qorver, created_at) values ";
+      "delete from clusters; alter table clusters auto_increment = 1; insert into clusters (" +
+      ColumnList() + ") values ";
   for (size_t i = 0; i < idHosts.size(); ++i) {
     sql += std::string(i ? ", " : "") + "(" + std::to_string(idHosts[i].first) + ", '" +
            idHosts[i].second +
@@ -106,35 +74,10 @@ std::string SeedRows(const std::vector<std::pair<int, std::string>>& idHosts) {
   return sql + ";";
 }
 
-// A record that differs from the seeded rows in every field.
-ClustRecord NewRecord(int id) {
-  ClustRecord r;
+// SampleRecord, which differs from the seeded rows in every field, with the id given.
+ClustRecord Rec(int id) {
+  ClustRecord r = SampleRecord();
   r.id = id;
-  r.hostname = "new-host";
-  r.ipaddress = "10.0.0.9";
-  r.clusterid = "new-c";
-  r.role = "member";
-  r.role_id = 55;
-  r.status = 100;
-  r.dbwrite_count = 77;
-  r.last_writemill = 1700000000001;
-  r.tpl_updatemill = 1700000000002;
-  r.tpl_syncmill = 1700000000003;
-  r.tpl_syncstate = 300;
-  r.cpuinfo = "new cpu";
-  r.cpus = 2;
-  r.cpuphycores = 8;
-  r.cpucores = 16;
-  r.cpuprocs = 32;
-  r.cpuloadavg = 1.5;
-  r.cpuloadavgpp = 0.75;
-  r.containers = 9;
-  r.cpuutil = 0.91;
-  r.memutil = 0.92;
-  r.diskutil = 0.93;
-  r.qorver = "rec-ver";
-  r.updated_at = 12345;
-  r.qortimemill = 999;
   return r;
 }
 
@@ -153,176 +96,141 @@ class StoreWrites : public StoreTest {
   void SeedBoth(const std::vector<std::pair<int, std::string>>& idHosts) {
     for (const char* side : {"master", "slave"}) Sql(side, SeedRows(idHosts));
   }
-  void Snapshot() {
+  // Seeds both databases and builds the pools while the addresses in down do not answer.
+  void Prepare(const std::vector<std::pair<int, std::string>>& idHosts,
+               const std::set<std::string>& down = {}) {
+    SeedBoth(idHosts);
+    qor::CloseConnectionPool();
+    Connect(down);
     master_ = Table("master");
     slave_ = Table("slave");
   }
-  // What changed on each side since Snapshot, updated_at checked and left out.
-  std::map<int, RowText> MasterChanges() {
-    auto c = Changes(master_, Table("master"));
-    ExpectStampedNow("master", c);
-    return c;
+  // What changed on side since Prepare; updated_at of a changed row is checked to be stamped
+  // just now and left out; "(gone)" or "(new)" for a row that one side lacks.
+  RowMap Changed(const std::string& side) {
+    const RowMap& before = side == "master" ? master_ : slave_;
+    RowMap after = Table(side), changes;
+    for (const auto& [id, row] : before) {
+      if (!after.count(id)) changes[id]["(gone)"] = "";
+      for (const auto& [col, value] : row) {
+        if (after.count(id) && after[id].at(col) != value) changes[id][col] = after[id].at(col);
+      }
+    }
+    for (const auto& [id, row] : after) {
+      if (!before.count(id)) changes[id]["(new)"] = "";
+    }
+    for (auto& [id, cols] : changes) {
+      if (cols.count("(new)") || cols.count("(gone)")) continue;
+      EXPECT_EQ(cols.erase("updated_at"), 1u) << side << " row " << id << " kept its updated_at";
+      EXPECT_EQ(
+          Sql(side, "select updated_at > now() - interval 1 minute from clusters where id = " +
+                        std::to_string(id) + ";"),
+          "1\n");
+    }
+    return changes;
   }
-  std::map<int, RowText> SlaveChanges() {
-    auto c = Changes(slave_, Table("slave"));
-    ExpectStampedNow("slave", c);
-    return c;
+  // rc and the changes of a write that reached the database of reached ("master", "slave"), or
+  // none ("") and logged connErr.
+  void ExpectReached(int rc, const std::string& reached, const RowMap& changed,
+                     const std::string& connErr = "") {
+    EXPECT_EQ(rc, reached.empty() ? 500 : 0);
+    EXPECT_EQ(Changed("master"), reached == "master" ? changed : RowMap{});
+    EXPECT_EQ(Changed("slave"), reached == "slave" ? changed : RowMap{});
+    EXPECT_EQ(Logs(),
+              reached.empty() ? std::vector<std::string>{connErr} : std::vector<std::string>{});
   }
 
-  std::map<int, RowText> master_, slave_;
+  RowMap master_, slave_;
 };
 
-const RowText kFullColumns = {{"hostname", "new-host"},
-                              {"ipaddress", "10.0.0.9"},
-                              {"clusterid", "new-c"},
-                              {"role", "member"},
-                              {"role_id", "102"},
-                              {"status", "100"},
-                              {"cpus", "2"},
-                              {"cpuphycores", "8"},
-                              {"cpucores", "16"},
-                              {"cpuprocs", "32"},
-                              {"cpuloadavg", "1.50"},
-                              {"cpuloadavgpp", "0.75"},
-                              {"containers", "9"},
-                              {"cpuutil", "0.61"},
-                              {"memutil", "0.62"},
-                              {"diskutil", "0.63"},
-                              {"tpl_updatemill", "1700000000002"},
-                              {"tpl_syncmill", "1700000000003"},
-                              {"tpl_syncstate", "300"},
-                              {"qorver", "4.2.0"}};
-
-RowText With(RowText cols, const RowText& more) {
-  for (const auto& [k, v] : more) cols[k] = v;
-  return cols;
+// "column=value ..." on top of base.
+RowText Cols(const std::string& text, RowText base = {}) {
+  std::istringstream in(text);
+  for (std::string kv; in >> kv;) base[kv.substr(0, kv.find('='))] = kv.substr(kv.find('=') + 1);
+  return base;
 }
 
-struct UpdateForm {
-  int withlastwrite, full;
-  RowText changed;
-};
-
-void PrintTo(const UpdateForm& f, std::ostream* os) {
-  *os << "withlastwrite " << f.withlastwrite << " full " << f.full;
-}
-
-class StoreWritesUpdateForms : public StoreWrites,
-                               public ::testing::WithParamInterface<UpdateForm> {};
-
-// Only the columns of the form change; dbwrite_count, cpuinfo, qortimemill and created_at never.
-TEST_P(StoreWritesUpdateForms, ChangeExactlyTheirColumnsOfTheRowWithTheRecordsId) {
-  const UpdateForm& f = GetParam();
-  SeedBoth({{3, "old-host"}, {4, "bystander"}});
-  Connect();
-  Snapshot();
-  ClustRecord rec = NewRecord(3);
-  ClustRecord* records[] = {&rec};
-  EXPECT_EQ(qor::UpdateClusterSql(kMasterAddr, records, 0, f.withlastwrite, f.full, 0), 0);
-  EXPECT_EQ(rec.role_id, 102) << "the caller's record gets the derived role_id";
-  EXPECT_EQ(MasterChanges(), (std::map<int, RowText>{{3, f.changed}}));
-  EXPECT_TRUE(SlaveChanges().empty());
-  EXPECT_TRUE(Logs().empty());
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Store, StoreWritesUpdateForms,
-    ::testing::Values(UpdateForm{1, 1, With(kFullColumns, {{"last_writemill", "1700000000001"}})},
-                      UpdateForm{0, 1, kFullColumns},
-                      UpdateForm{1,
-                                 0,
-                                 {{"status", "100"},
-                                  {"last_writemill", "1700000000001"},
-                                  {"cpuloadavg", "1.50"},
-                                  {"cpuloadavgpp", "0.75"},
-                                  {"containers", "9"},
-                                  {"tpl_updatemill", "1700000000002"},
-                                  {"tpl_syncmill", "1700000000003"},
-                                  {"tpl_syncstate", "300"}}},
-                      UpdateForm{0,
-                                 0,
-                                 {{"status", "100"},
-                                  {"cpuloadavg", "1.50"},
-                                  {"cpuloadavgpp", "0.75"},
-                                  {"containers", "9"},
-                                  {"tpl_syncstate", "300"}}}));
+const RowText kShort =
+    Cols("status=100 cpuloadavg=1.24 cpuloadavgpp=0.07 containers=9 tpl_syncstate=300");
+const RowText kShortTpl = Cols("tpl_updatemill=1700000000456 tpl_syncmill=1700000000789", kShort);
+const RowText kFull = Cols(
+    "hostname=node-1 ipaddress=10.0.0.5 clusterid=c1 role=member role_id=102 cpus=2 cpuphycores=8 "
+    "cpucores=16 cpuprocs=32 cpuutil=0.61 memutil=0.62 diskutil=0.63 qorver=4.2.0",
+    kShortTpl);
+const char* const kLastWrite = "last_writemill=1700000000123";
 
 using StoreWritesRows = StoreWrites;
+
+// Only the columns of the form change; dbwrite_count, cpuinfo, qortimemill and created_at never.
+TEST_F(StoreWritesRows, UpdateFormsChangeExactlyTheirColumnsOfTheRowWithTheRecordsId) {
+  struct Case {
+    int withlastwrite, full;
+    RowText changed;
+  } cases[] = {{1, 1, Cols(kLastWrite, kFull)},
+               {0, 1, kFull},
+               {1, 0, Cols(kLastWrite, kShortTpl)},
+               {0, 0, kShort}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << "withlastwrite " << c.withlastwrite << " full " << c.full);
+    Prepare({{3, "old-host"}, {4, "bystander"}});
+    ClustRecord rec = Rec(3);
+    ClustRecord* records[] = {&rec};
+    int rc = qor::UpdateClusterSql(kMasterAddr, records, 0, c.withlastwrite, c.full, 0);
+    EXPECT_EQ(rec.role_id, 102) << "the caller's record gets the derived role_id";
+    ExpectReached(rc, "master", {{3, c.changed}});
+  }
+}
 
 TEST_F(StoreWritesRows, InsertWritesTheRecordWithZeroCountersAndTheClock) {
   Sql("master", "alter table clusters auto_increment = 41;");
   Connect();
-  const ClustRecord rec = NewRecord(7);
+  const ClustRecord rec = Rec(7);
   EXPECT_EQ(qor::InsertClusterSql(kMasterAddr, 1700000000999, 0, rec), 0);
   EXPECT_EQ(rec.role_id, 55) << "the caller's record is left alone";
   // The database assigns the id; counters, template columns and the clock are the insert's own.
-  EXPECT_EQ(
-      Sql("master",
-          "select id, hostname, ipaddress, clusterid, role, role_id, status, dbwrite_count, "
-          "last_writemill, tpl_updatemill, tpl_syncmill, tpl_syncstate, cpuinfo, cpus, "
-          "cpuphycores, cpucores, cpuprocs, cpuloadavg, cpuloadavgpp, containers, "
-          "qortimemill, cpuutil, memutil, diskutil, qorver, updated_at > now() - interval 1 "
-          "minute and created_at = updated_at from clusters;"),
-      "41\tnew-host\t10.0.0.9\tnew-c\tmember\t102\t100\t0\t0\t0\t0\t0\tnew cpu\t2\t8\t16\t32\t"
-      "1.50\t0.75\t9\t1700000000999\t0.00\t0.00\t0.00\t\t1\n");
+  EXPECT_EQ(Sql("master",
+                "select id, hostname, ipaddress, clusterid, role, role_id, status, dbwrite_count, "
+                "last_writemill, tpl_updatemill, tpl_syncmill, tpl_syncstate, cpuinfo, cpus, "
+                "cpuphycores, cpucores, cpuprocs, cpuloadavg, cpuloadavgpp, containers, "
+                "qortimemill, cpuutil, memutil, diskutil, qorver, updated_at > now() - interval 1 "
+                "minute and created_at = updated_at from clusters;"),
+            "41\tnode-1\t10.0.0.5\tc1\tmember\t102\t100\t0\t0\t0\t0\t0\tXeon 2.4\t2\t8\t16\t32\t"
+            "1.24\t0.07\t9\t1700000000999\t0.00\t0.00\t0.00\t\t1\n");
   EXPECT_TRUE(Table("slave").empty());
   EXPECT_TRUE(Logs().empty());
 }
 
 // Insert and update choose their database by target; id and address play no part in it.
-struct TargetCase {
-  const char* op;
-  int target;
-  std::set<std::string> down;
-  const char* reached;  // "master", "slave" or "" (no connection)
-};
-
-void PrintTo(const TargetCase& c, std::ostream* os) {
-  *os << c.op << " target " << c.target << " with " << c.down.size() << " down";
+TEST_F(StoreWritesRows, InsertAndUpdateReachTheDatabaseOfTheirTarget) {
+  struct Case {
+    const char* op;
+    int target;
+    std::set<std::string> down;
+    const char* reached;  // "master", "slave" or "" (no connection)
+  } cases[] = {{"insert", 0, {}, "master"},
+               {"insert", 1, {}, "slave"},
+               {"insert", 0, {kMasterAddr}, "slave"},
+               {"insert", 1, {kSlaveAddr}, ""},
+               {"insert", 2, {}, "slave"},
+               {"update", 0, {}, "master"},
+               {"update", 1, {}, "slave"},
+               {"update", 0, {kMasterAddr}, "slave"},
+               {"update", 1, {kSlaveAddr}, ""},
+               {"update", 0, {kMasterAddr, kSlaveAddr}, ""},
+               {"update", 2, {}, "slave"}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.op << " target " << c.target << " down " << c.down.size());
+    const bool insert = std::string(c.op) == "insert";
+    Prepare({{3, "old-host"}}, c.down);
+    ClustRecord rec = Rec(3);
+    ClustRecord* records[] = {&rec};
+    // The address names the master while the target may say otherwise.
+    int rc = insert ? qor::InsertClusterSql(kMasterAddr, 1, c.target, rec)
+                    : qor::UpdateClusterSql(kMasterAddr, records, 0, 0, 0, c.target);
+    ExpectReached(rc, c.reached, insert ? RowMap{{4, {{"(new)", ""}}}} : RowMap{{3, kShort}},
+                  c.op + std::string("clustersql db connection error"));
+  }
 }
-
-class StoreWritesTargets : public StoreWrites, public ::testing::WithParamInterface<TargetCase> {};
-
-TEST_P(StoreWritesTargets, ReachTheDatabaseOfTheirTarget) {
-  const TargetCase& c = GetParam();
-  const bool insert = std::string(c.op) == "insert";
-  SeedBoth({{3, "old-host"}});
-  Connect(c.down);
-  Snapshot();
-  ClustRecord rec = NewRecord(3);
-  ClustRecord* records[] = {&rec};
-  // The address names the master while the target may say otherwise.
-  int rc = insert ? qor::InsertClusterSql(kMasterAddr, 1, c.target, rec)
-                  : qor::UpdateClusterSql(kMasterAddr, records, 0, 0, 0, c.target);
-  const std::string reached = c.reached;
-  EXPECT_EQ(rc, reached.empty() ? 500 : 0);
-  std::map<int, RowText> changed = insert ? std::map<int, RowText>{{4, {{"(new)", ""}}}}
-                                          : std::map<int, RowText>{{3,
-                                                                    {{"status", "100"},
-                                                                     {"cpuloadavg", "1.50"},
-                                                                     {"cpuloadavgpp", "0.75"},
-                                                                     {"containers", "9"},
-                                                                     {"tpl_syncstate", "300"}}}};
-  std::map<int, RowText> none;
-  EXPECT_EQ(MasterChanges(), reached == "master" ? changed : none);
-  EXPECT_EQ(SlaveChanges(), reached == "slave" ? changed : none);
-  std::vector<std::string> logs;
-  if (reached.empty()) logs = {c.op + std::string("clustersql db connection error")};
-  EXPECT_EQ(Logs(), logs);
-}
-
-INSTANTIATE_TEST_SUITE_P(Store, StoreWritesTargets,
-                         ::testing::Values(TargetCase{"insert", 0, {}, "master"},
-                                           TargetCase{"insert", 1, {}, "slave"},
-                                           TargetCase{"insert", 0, {kMasterAddr}, "slave"},
-                                           TargetCase{"insert", 1, {kSlaveAddr}, ""},
-                                           TargetCase{"insert", 2, {}, "slave"},
-                                           TargetCase{"update", 0, {}, "master"},
-                                           TargetCase{"update", 1, {}, "slave"},
-                                           TargetCase{"update", 0, {kMasterAddr}, "slave"},
-                                           TargetCase{"update", 1, {kSlaveAddr}, ""},
-                                           TargetCase{"update", 0, {kMasterAddr, kSlaveAddr}, ""},
-                                           TargetCase{"update", 2, {}, "slave"}));
 
 TEST_F(StoreWritesRows, SetStatusGoesToTheDatabaseOfTheAddress) {
   struct Case {
@@ -340,18 +248,9 @@ TEST_F(StoreWritesRows, SetStatusGoesToTheDatabaseOfTheAddress) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.address) + " down " + std::to_string(c.down.size()));
-    SeedBoth({{3, "a"}, {4, "b"}});
-    qor::CloseConnectionPool();
-    Connect(c.down);
-    Snapshot();
-    const std::string reached = c.reached;
-    EXPECT_EQ(qor::SetStatusClusterSql(c.address, 4, 300), reached.empty() ? 500 : 0);
-    std::map<int, RowText> changed = {{4, {{"status", "300"}}}}, none;
-    EXPECT_EQ(MasterChanges(), reached == "master" ? changed : none);
-    EXPECT_EQ(SlaveChanges(), reached == "slave" ? changed : none);
-    std::vector<std::string> logs;
-    if (reached.empty()) logs = {"setstatusclustersql db connection error"};
-    EXPECT_EQ(Logs(), logs);
+    Prepare({{3, "a"}, {4, "b"}}, c.down);
+    ExpectReached(qor::SetStatusClusterSql(c.address, 4, 300), c.reached, {{4, Cols("status=300")}},
+                  "setstatusclustersql db connection error");
   }
 }
 
@@ -365,20 +264,15 @@ struct HostWrite {
 };
 
 const HostWrite kHostWrites[] = {
-    {"SetOldClusterSvrSql",
-     qor::SetOldClusterSvrSql,
-     {{"status", "300"}, {"last_writemill", "0"}},
+    {"SetOldClusterSvrSql", qor::SetOldClusterSvrSql, Cols("status=300 last_writemill=0"),
      "setoldclustersvrsql db connection error"},
-    {"SetTplOldClusterSvrSql",
-     qor::SetTplOldClusterSvrSql,
-     {{"tpl_syncstate", "300"}, {"tpl_syncmill", "0"}},
-     "settploldclustersvrsql db connection error"},
+    {"SetTplOldClusterSvrSql", qor::SetTplOldClusterSvrSql,
+     Cols("tpl_syncstate=300 tpl_syncmill=0"), "settploldclustersvrsql db connection error"},
     {"UpdateTplsyncSql",
      [](const char* dbsvr, const char* host) {
        return qor::UpdateTplsyncSql(dbsvr, host, 1700000000777, 100);
      },
-     {{"tpl_syncstate", "100"}, {"tpl_syncmill", "1700000000777"}},
-     "updatetplsyncsql db connection error"},
+     Cols("tpl_syncstate=100 tpl_syncmill=1700000000777"), "updatetplsyncsql db connection error"},
 };
 
 TEST_F(StoreWritesRows, HostWritesReachTheFirstOpenPool) {
@@ -396,18 +290,9 @@ TEST_F(StoreWritesRows, HostWritesReachTheFirstOpenPool) {
     for (const Case& c : cases) {
       SCOPED_TRACE(std::string(w.name) + " " + c.address + " down " +
                    std::to_string(c.down.size()));
-      SeedBoth({{3, "node-a"}, {4, "node-b"}, {5, "node-a"}});
-      qor::CloseConnectionPool();
-      Connect(c.down);
-      Snapshot();
-      const std::string reached = c.reached;
-      EXPECT_EQ(w.call(c.address, "node-a"), reached.empty() ? 500 : 0);
-      std::map<int, RowText> changed = {{3, w.changed}, {5, w.changed}}, none;
-      EXPECT_EQ(MasterChanges(), reached == "master" ? changed : none);
-      EXPECT_EQ(SlaveChanges(), reached == "slave" ? changed : none);
-      std::vector<std::string> logs;
-      if (reached.empty()) logs = {w.connErr};
-      EXPECT_EQ(Logs(), logs);
+      Prepare({{3, "node-a"}, {4, "node-b"}, {5, "node-a"}}, c.down);
+      ExpectReached(w.call(c.address, "node-a"), c.reached, {{3, w.changed}, {5, w.changed}},
+                    w.connErr);
     }
   }
 }
@@ -415,28 +300,18 @@ TEST_F(StoreWritesRows, HostWritesReachTheFirstOpenPool) {
 // Quotes, backslashes and percent signs are parts of a host name, never of the statement.
 TEST_F(StoreWritesRows, HostilePartsOfHostNamesAreTakenLiterally) {
   const char* const hostile = "o'b\\%";
-  Sql("master", SeedRows({{3, "node-a"}, {4, "node-b"}}) +
-                    "insert into clusters (id, hostname, updated_at) values (5, 'o\\'b\\\\%', '" +
-                    kLongAgo + "');");
-  Connect();
   for (const HostWrite& w : kHostWrites) {
+    Prepare({{3, "node-a"}, {4, "node-b"}, {5, "o\\'b\\\\%"}});
     for (const char* host :
          {"node-a' or '1'='1", "x' or hostname like '%", "node-%", "%", "node_a", "node-a\\", "\\",
           "'", "o'b\\", "node-a'; delete from clusters; -- "}) {
       SCOPED_TRACE(std::string(w.name) + " " + host);
-      Snapshot();
       EXPECT_EQ(w.call(kMasterAddr, host), 0);
-      EXPECT_TRUE(MasterChanges().empty());
+      EXPECT_TRUE(Changed("master").empty());
       EXPECT_TRUE(Logs().empty()) << "matching no row is no error";
     }
     SCOPED_TRACE(w.name);
-    Sql("master",
-        std::string("update clusters set status = 200, last_writemill = 1111, tpl_syncstate = 0, "
-                    "tpl_syncmill = 3333, updated_at = '") +
-            kLongAgo + "' where id = 5;");
-    Snapshot();
-    EXPECT_EQ(w.call(kMasterAddr, hostile), 0);
-    EXPECT_EQ(MasterChanges(), (std::map<int, RowText>{{5, w.changed}}));
+    ExpectReached(w.call(kMasterAddr, hostile), "master", {{5, w.changed}});
   }
 }
 
@@ -465,20 +340,13 @@ TEST_F(StoreWritesRows, RemoveTakesItsSelectorFromTheFirstOpenPoolsTable) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.selector);
-    SeedBoth(rows);
-    Connect();
-    Snapshot();
-    // The address names the slave; the master's database is the first open one.
-    EXPECT_EQ(qor::RemoveClusterSvrsSql(kSlaveAddr, c.selector), 0);
-    std::map<int, RowText> gone;
+    Prepare(rows);
+    RowMap gone;
     for (int id : c.removed) gone[id]["(gone)"] = "";
-    EXPECT_EQ(MasterChanges(), gone);
-    EXPECT_TRUE(SlaveChanges().empty());
-    EXPECT_TRUE(Logs().empty());
-    qor::CloseConnectionPool();
+    // The address names the slave; the master's database is the first open one.
+    ExpectReached(qor::RemoveClusterSvrsSql(kSlaveAddr, c.selector), "master", gone);
   }
-  SeedBoth(rows);
-  Connect({kMasterAddr});
+  Prepare(rows, {kMasterAddr});
   EXPECT_EQ(qor::RemoveClusterSvrsSql(kMasterAddr, "-all"), 0);
   EXPECT_EQ(Table("master").size(), rows.size());
   EXPECT_TRUE(Table("slave").empty());
@@ -499,7 +367,7 @@ TEST_F(StoreWritesRows, RemoveRefusesAHostTooLongForItsWhereClause) {
 // Member rows unchanged for more than clustsweep minutes by the database clock go.
 class StoreWritesSweep : public StoreWrites {
  protected:
-  static std::string Rows() {
+  static std::string SweepRows() {
     return "insert into clusters (id, hostname, role, updated_at) values "
            "(1, 'mhost', 'master', now() - interval 2 hour), "
            "(2, 'shost', 'slave', now() - interval 2 hour), "
@@ -526,7 +394,7 @@ TEST_F(StoreWritesSweep, RemovesStaleMembersFromTheMastersDatabaseElseTheSlaves)
   } cases[] = {{{}, "master"}, {{kSlaveAddr}, "master"}, {{kMasterAddr}, "slave"}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.swept);
-    for (const char* side : {"master", "slave"}) Sql(side, "delete from clusters;" + Rows());
+    for (const char* side : {"master", "slave"}) Sql(side, "delete from clusters;" + SweepRows());
     qor::CloseConnectionPool();
     Connect(c.down);
     EXPECT_EQ(qor::SweepClustersql(kSlaveAddr), 0);
@@ -541,8 +409,8 @@ TEST_F(StoreWritesSweep, TheSlavesPoolStandsInForAMasterWhoseDatabaseStopped) {
   ThirdServer third;
   ASSERT_TRUE(third.started()) << "see " << QOR_TESTDB_DIR << "/third.log";
   qor::cnf.clustmaster = kThirdAddr;
-  Sql("third", "delete from clusters;" + Rows());
-  Sql("slave", Rows());
+  Sql("third", "delete from clusters;" + SweepRows());
+  Sql("slave", SweepRows());
   Connect();
   ASSERT_NE(qor::mpool, nullptr);
   ASSERT_TRUE(third.Stop());
@@ -552,14 +420,14 @@ TEST_F(StoreWritesSweep, TheSlavesPoolStandsInForAMasterWhoseDatabaseStopped) {
 }
 
 TEST_F(StoreWritesSweep, AFailedSweepIsReportedAndTheProcessGoesOn) {
-  Sql("master", Rows());
+  Sql("master", SweepRows());
   // Without a pool.
   EXPECT_EQ(qor::SweepClustersql(kMasterAddr), 500);
   EXPECT_EQ(Logs(), std::vector<std::string>{"deleteclusterssql db connection error"});
 
   // With the master's table gone for a moment: the statement fails on a live connection, so
   // the slave's database is not tried.
-  Sql("slave", Rows());
+  Sql("slave", SweepRows());
   Connect();
   Sql("master", "rename table clusters to clusters_away;");
   int rc = qor::SweepClustersql(kMasterAddr);

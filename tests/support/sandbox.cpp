@@ -1,23 +1,16 @@
 #include "support/sandbox.h"
 
-#include "support/ns_host.h"
-#include "support/syslog_catcher.h"
-
-#include <fcntl.h>
-#include <poll.h>
 #include <sched.h>
-#include <signal.h>
 #include <sys/mount.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <string>
+
+#include "support/ns_host.h"
+#include "support/syslog_catcher.h"
 
 namespace qortest {
 
@@ -32,7 +25,9 @@ constexpr const char* kQorDir = "/var/www/html/qor";
 
 }  // namespace
 
-std::string QorclustdPath() { return QORCLUSTD_PATH; }
+std::string QorclustdPath() {
+  return QORCLUSTD_PATH;
+}
 
 Sandbox::Sandbox() {
   std::filesystem::create_directories(dir_.path() + "/qor");

@@ -70,14 +70,10 @@ int64_t LocalStandardTime(const char* text) {
   return static_cast<int64_t>(mktime(&tm));
 }
 
-bool PingSeam::Run(const char* command, size_t lineMax, qor::LineSink sink) {
-  commands.push_back(command);
-  std::string c = command;
-  if (c.rfind("/bin/ping ", 0) == 0) {
-    std::string addr = c.substr(c.rfind(' ') + 1);
-    if (blocked.count(addr)) return true;
-  }
-  return qor::PopenShell().Run(command, lineMax, sink);
+PingSeam::PingSeam() {
+  real = [this](std::string& c) {
+    return c.rfind("/bin/ping ", 0) != 0 || !blocked.count(c.substr(c.rfind(' ') + 1));
+  };
 }
 
 }  // namespace qortest

@@ -7,9 +7,8 @@
 #include <cstdint>
 #include <set>
 #include <string>
-#include <vector>
 
-#include "base/shell.h"
+#include "support/fakes.h"
 
 namespace qortest {
 
@@ -36,14 +35,10 @@ std::string TestClusterConf(const char* role, const char* netif, const char* mas
 int64_t LocalStandardTime(const char* text);
 
 // Pings of the blocked addresses print nothing (no answer); everything else runs via popen.
-class PingSeam : public qor::ShellRunner {
+class PingSeam : public FakeShell {
  public:
-  PingSeam() { qor::SetShellRunner(this); }
-  ~PingSeam() override { qor::SetShellRunner(nullptr); }
-  bool Run(const char* command, size_t lineMax, qor::LineSink sink) override;
-
+  PingSeam();
   std::set<std::string> blocked;
-  std::vector<std::string> commands;  // every command asked for, in order
 };
 
 }  // namespace qortest

@@ -1,0 +1,42 @@
+// Stand-ins shared by the unit and store tests: a record with every field set, a text of every
+// field for comparing whole records, a shell runner that answers from a script, and the standard
+// output of a call.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "base/shell.h"
+#include "store/clust_record.h"
+
+namespace qortest {
+
+// Every field set, each to a value of its own (no two numbers alike), so that a field copied,
+// swapped or dropped shows in a comparison.
+qor::ClustRecord SampleRecord();
+// "id=… host=… …": every field of r, for comparing whole records.
+std::string Describe(const qor::ClustRecord& r);
+
+// Installed for its lifetime: records every command and line limit asked for and answers with
+// output in the pieces fgets would cut it into; from the answerFrom-th command on only, and never
+// when it cannot start. A command that real returns true for runs for real instead, as real
+// leaves it.
+class FakeShell : public qor::ShellRunner {
+ public:
+  explicit FakeShell(std::string out = "") : output(std::move(out)) { qor::SetShellRunner(this); }
+  ~FakeShell() override { qor::SetShellRunner(nullptr); }
+  bool Run(const char* command, size_t lineMax, qor::LineSink sink) override;
+
+  std::string output;
+  bool startable = true;
+  int answerFrom = 1;
+  std::function<bool(std::string& command)> real;
+  std::vector<std::string> commands;
+  std::vector<size_t> lineMaxes;
+};
+
+// What run printed on standard output.
+std::string StdoutOf(const std::function<void()>& run);
+
+}  // namespace qortest
