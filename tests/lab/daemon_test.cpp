@@ -3,8 +3,6 @@
 // start brings a row that the others had marked inactive back to active.
 #include <gtest/gtest.h>
 
-#include <regex>
-
 #include "lab/lab_fixture.h"
 
 namespace qortest {
@@ -29,12 +27,11 @@ TEST_F(LabDaemon, RefusedTwiceListedStoppedAndRestartedOnEveryRole) {
     RunResult ps = lab_.Run(i, {"-ps"});
     EXPECT_EQ(ps.status, 0);
     // Its own daemon only: one line, whatever runs on the other hosts.
-    EXPECT_TRUE(std::regex_match(ps.out, std::regex("root +\\d+ .*qorclustd -start_boot\n")))
-        << ps.out;
+    EXPECT_TRUE(FullMatch(ps.out, "root +[0-9]+ [^\n]*qorclustd -start_boot\n")) << ps.out;
 
     RunResult stop = lab_.Run(i, {"-stop"});
     EXPECT_EQ(stop.status, 0);
-    EXPECT_TRUE(std::regex_match(stop.out, std::regex("qorclustd daemon stopping...\npid=\\d+\n")))
+    EXPECT_TRUE(FullMatch(stop.out, "qorclustd daemon stopping\\.\\.\\.\npid=[0-9]+\n"))
         << stop.out;
     ASSERT_TRUE(WaitFor(5, [&] { return Daemons(lab_, i) == 0; }));
     for (int other = 0; other < lab_.size(); ++other) {

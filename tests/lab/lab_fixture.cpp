@@ -1,5 +1,7 @@
 #include "lab/lab_fixture.h"
 
+#include <regex.h>
+
 #include <sstream>
 
 namespace qortest {
@@ -76,6 +78,24 @@ ClusterRow RowOf(const Lab& lab, int db, const std::string& hostname) {
   }
   if (why.str().empty()) return ::testing::AssertionSuccess();
   return ::testing::AssertionFailure() << "database of " << lab.Info(db).name << ":" << why.str();
+}
+
+bool FullMatch(const std::string& text, const std::string& ere, std::vector<std::string>* groups) {
+  regex_t re;
+  if (regcomp(&re, ("^(" + ere + ")$").c_str(), REG_EXTENDED) != 0) {
+    ADD_FAILURE() << "bad expression " << ere;
+    return false;
+  }
+  std::vector<regmatch_t> m(re.re_nsub + 1);
+  bool ok = regexec(&re, text.c_str(), m.size(), m.data(), 0) == 0;
+  regfree(&re);
+  if (ok && groups) {
+    groups->clear();
+    for (size_t i = 2; i < m.size(); ++i) {
+      groups->push_back(m[i].rm_so < 0 ? "" : text.substr(m[i].rm_so, m[i].rm_eo - m[i].rm_so));
+    }
+  }
+  return ok;
 }
 
 bool Logged(Lab& lab, int i, const std::string& prefix) {

@@ -4,8 +4,6 @@
 // cut link stops a host's packets until it is restored.
 #include <gtest/gtest.h>
 
-#include <regex>
-
 #include "lab/lab_files.h"
 #include "lab/lab_fixture.h"
 
@@ -63,7 +61,7 @@ TEST_F(LabHosts, EachHostIsAServerOfItsOwn) {
     // The host's own process table: its pid 1 and what runs in it, the servers only where the
     // role has them.
     std::string ps = lab_.Shell(i, "ps -eo pid=,comm=").out;
-    EXPECT_TRUE(std::regex_search(ps, std::regex("^ +1 "))) << ps;
+    EXPECT_TRUE(FullMatch(ps, " +1 [^\n]*\n.*")) << ps;
     EXPECT_EQ(ps.find("mariadbd") != std::string::npos, i == kMaster || i == kSlave) << ps;
     EXPECT_EQ(ps.find("sshd") != std::string::npos, i == kMaster) << ps;
   }
@@ -112,14 +110,15 @@ TEST_F(LabHosts, StandInsRecordEveryCallWithItsTime) {
   }
   std::vector<std::string> calls = lab_.Calls(kMember2);
   ASSERT_EQ(calls.size(), 3u);
-  std::regex line(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} (\S+) ?(.*))");
+  const char* line =
+      "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} ([^ ]+) ?(.*)";
   const char* expected[][2] = {
       {"lumobrstat", "-sync_all"}, {"lumodtstat", "-sync_all"}, {"qordown.sh", ""}};
   for (size_t i = 0; i < calls.size(); ++i) {
-    std::smatch m;
-    ASSERT_TRUE(std::regex_match(calls[i], m, line)) << calls[i];
-    EXPECT_EQ(m[1], expected[i][0]);
-    EXPECT_EQ(m[2], expected[i][1]);
+    std::vector<std::string> m;
+    ASSERT_TRUE(FullMatch(calls[i], line, &m)) << calls[i];
+    EXPECT_EQ(m[0], expected[i][0]);
+    EXPECT_EQ(m[1], expected[i][1]);
   }
   EXPECT_TRUE(lab_.Calls(kMember1).empty());
 }
