@@ -14,6 +14,8 @@ PACKAGES=(
   mariadb-server mariadb-client
   iputils-ping rsync openssh-client openssh-server
   procps iproute2 util-linux coreutils grep sed
+  # useradd, for the replication account the cluster lab creates
+  passwd
 )
 
 missing=()

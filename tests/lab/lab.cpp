@@ -5,12 +5,12 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "lab/lab_files.h"
@@ -68,18 +68,6 @@ std::string NsLink(pid_t pid, const char* kind) {
   std::error_code ec;
   fs::path p = fs::read_symlink("/proc/" + std::to_string(pid) + "/ns/" + kind, ec);
   return ec ? "" : p.string();
-}
-
-// Waits (bounded) until pred holds.
-template <class Pred>
-bool Within(int seconds, Pred pred) {
-  auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  for (int i = 0; i < seconds * 10 + 1; ++i) {
-    if (pred()) return true;
-    if (std::chrono::steady_clock::now() >= end) break;
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  }
-  return pred();
 }
 
 }  // namespace
@@ -190,11 +178,16 @@ std::string Lab::Wire() {
                                  " netns " + std::to_string(Host(i).holder()) + " && ip link set " +
                                  port + " master " + kBridge + " && ip link set " + port + " up");
     if (!err.empty()) break;
-    // A link pulled in the middle of a query gives up within seconds, not a quarter of an hour:
-    // the tests bound their waits.
-    RunResult r =
-        Shell(i, "ip addr add " + info_[i].address + "/24 dev " + kLabNetif + " && ip link set " +
-                     kLabNetif + " up && sysctl -qw net.ipv4.tcp_retries2=4");
+    // A link pulled in the middle of a query must fail that query within seconds, as the tests
+    // bound their waits: with the kernel's defaults a daemon whose request was sent waits for the
+    // answer until keepalive gives up (over two hours), and one whose request was not yet
+    // acknowledged retransmits for a quarter of an hour. The database connections have keepalive
+    // on; these times are the host's.
+    RunResult r = Shell(i, "ip addr add " + info_[i].address + "/24 dev " + kLabNetif +
+                               " && ip link set " + kLabNetif +
+                               " up && sysctl -qw net.ipv4.tcp_retries2=3 "
+                               "net.ipv4.tcp_keepalive_time=2 net.ipv4.tcp_keepalive_intvl=1 "
+                               "net.ipv4.tcp_keepalive_probes=2");
     if (r.status != 0) err = Failed(info_[i].name + ": address", r);
   }
   return err;
@@ -225,13 +218,15 @@ std::string Lab::Prepare() {
 }
 
 std::string Lab::StartServices() {
+  // '*' rather than a locked password: sshd without PAM refuses a locked account even by key.
+  // Another lab may be making the account at the same moment.
   RunResult user = RootShell(
       "id -u qorrun >/dev/null 2>&1 || useradd --create-home --shell /bin/sh --password '*' "
-      "qorrun");
+      "qorrun || id -u qorrun");
   if (user.status != 0) return Failed("useradd qorrun", user);
   // Every host must reach the master before the servers start on their addresses.
   for (int i = 1; i < size(); ++i) {
-    if (!Within(10, [&] { return Shell(i, "ping -c 1 -w 1 " + info_[0].address).status == 0; })) {
+    if (!WaitFor(10, [&] { return Shell(i, "ping -c 1 -w 1 " + info_[0].address).status == 0; })) {
       return info_[i].name + " cannot reach the master over the bridge";
     }
   }
@@ -343,11 +338,27 @@ std::string Lab::Sql(int i, const std::string& statements, bool* ok) const {
 }
 
 bool Lab::Cut(int i) {
-  return SetLink(bridge_, i, false).empty();
+  return Link(i, false);
 }
 
 bool Lab::Restore(int i) {
-  return SetLink(bridge_, i, true).empty();
+  return Link(i, true);
+}
+
+// Each change of a link is noted, with its time, beside the hosts' syslog files.
+bool Lab::Link(int i, bool up) {
+  std::string err = SetLink(bridge_, i, up);
+  timespec ts;
+  clock_gettime(CLOCK_REALTIME, &ts);
+  struct tm tm;
+  localtime_r(&ts.tv_sec, &tm);
+  char when[64];
+  size_t n = strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S", &tm);
+  snprintf(when + n, sizeof when - n, ".%03ld", ts.tv_nsec / 1000000);
+  std::ofstream(opts_.dir + "/logs/links.log", std::ios::app)
+      << when << " " << info_.at(i).name << " link " << (up ? "up" : "down")
+      << (err.empty() ? "" : " failed: " + err) << "\n";
+  return err.empty();
 }
 
 }  // namespace qortest

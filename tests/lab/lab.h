@@ -11,8 +11,10 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/ns_host.h"
@@ -38,6 +40,18 @@ constexpr const char* kLabDbPassword = "Lab Pw&5%x";
 constexpr const char* kLabVersion = "4.0.16-lab";
 // The PATH of every command run in a host: the stand-ins come first, as a server's own tools.
 constexpr const char* kLabPath = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+
+// Waits until pred() holds, polling four times a second, for at most seconds.
+template <class Pred>
+bool WaitFor(int seconds, Pred pred) {
+  auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  for (int i = 0; i < seconds * 4 + 1; ++i) {
+    if (pred()) return true;
+    if (std::chrono::steady_clock::now() >= end) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+  }
+  return pred();
+}
 
 // Takes the bridge port of host i down or up in the bridge namespace held by process bridge;
 // an error text, empty on success.
@@ -84,7 +98,7 @@ class Lab {
   std::string Sql(int i, const std::string& statements, bool* ok = nullptr) const;
 
   // Takes host i's link down (or up again) at the bridge: its packets go nowhere, as when a
-  // server's cable is pulled; its processes keep running.
+  // server's cable is pulled; its processes keep running. Noted in dir/logs/links.log.
   bool Cut(int i);
   bool Restore(int i);
 
@@ -98,6 +112,7 @@ class Lab {
   std::string Wire();
   std::string Prepare();
   std::string StartServices();
+  bool Link(int i, bool up);
   std::string DbDir(int i) const;
 
   LabOptions opts_;

@@ -1,6 +1,6 @@
 // What the end-to-end tests share: a lab of four hosts per test (master, slave, two members) in a
 // directory of the test's own under the build tree, the rows of either database as records, and
-// bounded waits that say what they were waiting for.
+// checks that say what differs when the cluster is not as expected.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -33,18 +33,6 @@ struct ClusterRow {
 std::vector<ClusterRow> ReadRows(const Lab& lab, int db);
 // The row of hostname there; a row with role_id -1 when there is none.
 ClusterRow RowOf(const Lab& lab, int db, const std::string& hostname);
-
-// Waits until pred() holds, polling four times a second, for at most seconds.
-template <class Pred>
-bool WaitFor(int seconds, Pred pred) {
-  auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  for (int i = 0; i < seconds * 4 + 1; ++i) {
-    if (pred()) return true;
-    if (std::chrono::steady_clock::now() >= end) break;
-    std::this_thread::sleep_for(std::chrono::milliseconds(250));
-  }
-  return pred();
-}
 
 // Success when database db holds exactly one active row per host of the lab, each with its
 // host's name, address, role and role code; otherwise what differs.

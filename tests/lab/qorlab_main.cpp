@@ -289,14 +289,21 @@ int Down(const std::string& dir) {
   return 0;
 }
 
-int RunOn(const std::string& dir, const std::string& which, char** argv) {
-  State s = ReadState(dir);
-  const StateHost* h = IsKeeper(s.keeper) ? FindHost(s, which) : nullptr;
+// The host which of the lab that is up in dir; nullptr (after saying so) when there is none.
+const StateHost* UpHost(const std::string& dir, const std::string& which, State* s) {
+  *s = ReadState(dir);
+  const StateHost* h = IsKeeper(s->keeper) ? FindHost(*s, which) : nullptr;
   if (h == nullptr) {
     std::fprintf(stderr, "qorlab: no host %s in a lab that is up in %s\n", which.c_str(),
                  dir.c_str());
-    return 2;
   }
+  return h;
+}
+
+int RunOn(const std::string& dir, const std::string& which, char** argv) {
+  State s;
+  const StateHost* h = UpHost(dir, which, &s);
+  if (h == nullptr) return 2;
   std::vector<std::string> args{"/usr/bin/nsenter",
                                 "-t",
                                 std::to_string(h->holder),
@@ -318,13 +325,9 @@ int RunOn(const std::string& dir, const std::string& which, char** argv) {
 }
 
 int Link(const std::string& dir, const std::string& which, bool up) {
-  State s = ReadState(dir);
-  const StateHost* h = IsKeeper(s.keeper) ? FindHost(s, which) : nullptr;
-  if (h == nullptr) {
-    std::fprintf(stderr, "qorlab: no host %s in a lab that is up in %s\n", which.c_str(),
-                 dir.c_str());
-    return 2;
-  }
+  State s;
+  const StateHost* h = UpHost(dir, which, &s);
+  if (h == nullptr) return 2;
   std::string err = qortest::SetLink(s.bridge, h->index, up);
   if (!err.empty()) std::fprintf(stderr, "qorlab: %s\n", err.c_str());
   std::printf("%s: link %s\n", h->name.c_str(), up ? "up" : "down");
