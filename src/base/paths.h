@@ -6,6 +6,8 @@ namespace qor {
 constexpr const char* kQorDir = "/var/www/html/qor";
 constexpr const char* kConfFile = "/var/www/html/qor/.qorconf";
 constexpr const char* kEnvFile = "/var/www/html/qor/.env";
+// The platform's take-over script, run with no arguments when a server is found down.
+constexpr const char* kQordownCommand = "/bin/bash /var/www/html/qor/qorbin/qordown.sh";
 constexpr const char* kProcCpuinfo = "/proc/cpuinfo";
 constexpr const char* kProcLoadavg = "/proc/loadavg";
 constexpr const char* kProcStat = "/proc/stat";

@@ -21,6 +21,8 @@
 #include "config/qorconf.h"
 #include "config/qorver.h"
 #include "membership/heartbeat.h"
+#include "membership/monitor.h"
+#include "membership/nodedown.h"
 #include "metrics/utilisation.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
@@ -107,7 +109,7 @@ void SlowWork(const LoopCounters& c, int64_t* sequence) {
   if (!masterPass) Tplsync = 0;
   // The role work joins here: on the master and the slave the release of stale browser and
   // desktop container rows (DeleteLumoBRSql) and the profile synchronisations.
-  // The sweep of silent members (SweepCluster, when cnf.clustsweep > 0) joins here.
+  if (cnf.clustsweep > 0) SweepCluster();
 }
 
 }  // namespace
@@ -118,7 +120,7 @@ int DaemonCycle(DaemonState& s) {
   GetClustCount(&ClustCount);
   UpdateCluster(s.counters.full);
   s.counters.full = 0;
-  // Monitoring of the other servers (MonitorCluster(0)) joins the cycle here.
+  MonitorCluster(0);
   CyclePlan plan = PlanCycle(s.counters, Tplsync);
   if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) return 1;
   if (plan.slow) SlowWork(s.counters, &s.sequence);

@@ -19,6 +19,7 @@
 #include "config/cpuset.h"
 #include "config/qorconf.h"
 #include "membership/heartbeat.h"
+#include "membership/monitor.h"
 #include "metrics/cpuinfo.h"
 #include "metrics/ifaddress.h"
 #include "store/clust_record.h"
@@ -139,6 +140,11 @@ int Update(const CommandArgs&) {
   return ShowTwoDatabases(0);
 }
 
+int Monitor(const CommandArgs&) {
+  MonitorCluster(1);
+  return ShowTwoDatabases(0);
+}
+
 int DbListen(const CommandArgs&) {
   return ShowThisMysqlListen();
 }
@@ -185,7 +191,7 @@ const Command kCommands[] = {
     {"-update", Update},
     {"-l", Listing<0>},
     {"-lf", Listing<1>},
-    // "-monitor" (one monitoring pass, then the listing) joins here.
+    {"-monitor", Monitor},
     {"-target", Target},
     // "-chown", "-synctpl" and "-synclictpl" (root only) join here.
     {"-cluster", Conf<kShowCluster>},

@@ -53,7 +53,10 @@ MasterRowDecision MasterKept(MasterAction action, const ClustRecord& Mm, int wit
 
 MasterRowDecision DecideMasterRow(const ClustRecord& Mm, const ClustRecord& Ms,
                                   const ClustRecord* Sm, bool slaveAnswered, int slaveRows) {
-  if (!slaveAnswered) {
+  // Several master rows in the slave's database leave no copy to judge against or write to: the
+  // master's database alone decides, as when the slave is silent, so the master's own row keeps
+  // moving and the slave's monitor never takes a running master for a dead one.
+  if (!slaveAnswered || ClassifyOne(slaveRows) == OneRow::kDuplicates) {
     if (Mm.last_writemill >= Ms.last_writemill) {
       return MasterKept(MasterAction::kWriteMasterOnly, Mm, 0);
     }
@@ -64,7 +67,6 @@ MasterRowDecision DecideMasterRow(const ClustRecord& Mm, const ClustRecord& Ms,
       // The copy inserted there takes the row's status as read; the last write goes along.
       return {MasterAction::kInsertIntoSlave, Mm.status, Mm.last_writemill, 1, MasterNote::kNone};
     case OneRow::kDuplicates:
-      return {MasterAction::kLeaveBoth, Mm.status, Mm.last_writemill, 0, MasterNote::kNone};
     case OneRow::kFound:
       break;
   }

@@ -43,8 +43,7 @@ OneRow ClassifyOne(int count);
 enum class MasterAction {
   kWriteBoth,        // write the row to the master's database, then under Sm's id to the slave's
   kInsertIntoSlave,  // insert this node into the slave's database, then write the master's
-  kWriteMasterOnly,  // the slave's server did not answer
-  kLeaveBoth,        // the slave's database holds several master rows: write nothing
+  kWriteMasterOnly,  // the slave's server did not answer, or its database holds several master rows
 };
 
 // Which line explains a master row declared old.

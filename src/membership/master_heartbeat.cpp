@@ -59,6 +59,10 @@ int WritePair(int full) {
   Mm.last_writemill = d.last_writemill;
   switch (d.action) {
     case MasterAction::kWriteMasterOnly:
+      if (answered && sactinfo.count > 1) {
+        LogError("updatemaster(16) %d master rows found on %s, left unchanged there",
+                 sactinfo.count, slave);
+      }
       UpdateClusterSql(master, ClustsOnMaster, 0, d.withlastwrite, full, 0);
       return kHeartbeatDone;
     case MasterAction::kWriteBoth:
@@ -73,11 +77,6 @@ int WritePair(int full) {
       InsertClusterSql(slave, Timemill, 1, Clust);
       UpdateClusterSql(master, ClustsOnMaster, 0, d.withlastwrite, full, 0);
       return kHeartbeatDone;
-    case MasterAction::kLeaveBoth:
-      // Inserting here would add a row every cycle, which ClustCount (the master's) never stops.
-      LogError("updatemaster(16) %d master rows found on %s, both databases left unchanged",
-               sactinfo.count, slave);
-      return kHeartbeatStopped;
   }
   return kHeartbeatDone;
 }

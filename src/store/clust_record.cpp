@@ -25,9 +25,9 @@ void InitClusterMem() {
 }
 
 int RoleIdOf(const char* role) {
-  if (!std::strcmp(role, "master")) return 100;
-  if (!std::strcmp(role, "slave")) return 101;
-  if (!std::strcmp(role, "member")) return 102;
+  if (!std::strcmp(role, "master")) return kRoleIdMaster;
+  if (!std::strcmp(role, "slave")) return kRoleIdSlave;
+  if (!std::strcmp(role, "member")) return kRoleIdMember;
   return 0;
 }
 

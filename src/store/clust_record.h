@@ -15,6 +15,11 @@ constexpr int kStatusActive = 100;
 constexpr int kStatusInactive = 200;
 constexpr int kStatusOld = 300;
 
+// Role codes of the role_id column; 0 for any other role text.
+constexpr int kRoleIdMaster = 100;
+constexpr int kRoleIdSlave = 101;
+constexpr int kRoleIdMember = 102;
+
 // Template synchronisation states.
 constexpr int kTplNever = 0;
 constexpr int kTplSynced = 100;

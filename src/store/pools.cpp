@@ -72,6 +72,10 @@ int ReconnectCluster() {
   return 1;
 }
 
+int64_t DbAnsweringSince(int) {
+  return 0;
+}
+
 void CloseConnectionPool() {
   if (mpool != nullptr) qz_pool_free(mpool);
   mpool = nullptr;

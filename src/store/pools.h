@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "base/fixed_text.h"
 #include "store/zdb_boundary.h"
@@ -25,6 +26,9 @@ extern int ConnectionPool;
 // Drops the pool of a server that stops answering ping, builds a missing one whose server
 // answers (standalone: one pool to dbsvr, no ping). Always 1.
 int ReconnectCluster();
+// The second (epoch) from which the database behind the master's pool (target 0) or the
+// slave's (1) has answered again after a failed call; 0 when no call on it has failed.
+int64_t DbAnsweringSince(int target);
 // Frees mpool, then spool.
 void CloseConnectionPool();
 

@@ -124,21 +124,21 @@ TEST_F(StoreHeartbeatMaster, SlaveSilentTheMastersDatabaseDecidesAlone) {
   EXPECT_EQ(Pinged(seam.commands), (Lines{kSlaveAddr, kSlaveAddr, kSlaveAddr}));
 }
 
-TEST_F(StoreHeartbeatMaster, DuplicateMasterRowsOnTheSlavesDatabaseLeaveBothUnchanged) {
-  PutRow("master", host, "master", 100, 0);
+TEST_F(StoreHeartbeatMaster, DuplicateMasterRowsOnTheSlavesDatabaseLeaveOnlyThatOneAlone) {
+  PutRow("master", host, "master", 200, 0);
   PutRow("master", "shost", "slave", 100, 0);
   PutRow("slave", host, "master", 100, 0);
   PutRow("slave", "other", "master", 100, 0);
   AgeRows();
-  const std::string master = Rows("master"), slave = Rows("slave");
-  for (int cycle = 1; cycle <= 2; ++cycle) {
-    EXPECT_EQ(qor::UpdateMaster(0), 1);
-    EXPECT_EQ(Logs(), Lines{"updatemaster(16) 2 master rows found on 127.0.0.2, both databases "
-                            "left unchanged"});
-    EXPECT_EQ(Rows("master"), master) << "cycle " << cycle;
-    EXPECT_EQ(Rows("slave"), slave) << "cycle " << cycle;
-    EXPECT_EQ(Moved("master") + Moved("slave"), 0) << "cycle " << cycle;
-  }
+  const std::string slave = Rows("slave");
+  EXPECT_EQ(qor::UpdateMaster(0), 0);
+  EXPECT_EQ(Logs(), Lines{"updatemaster(16) 2 master rows found on 127.0.0.2, left unchanged "
+                          "there"});
+  EXPECT_EQ(Moved("master"), 1);
+  EXPECT_EQ(Rows("master"),
+            Line({host, "master", "100", "0"}) + Line({"shost", "slave", "100", "0"}));
+  EXPECT_EQ(Rows("slave"), slave);
+  EXPECT_EQ(Moved("slave"), 0);
 }
 
 TEST_F(StoreHeartbeatMaster, RowGuardStopsAboveSixtyFourRows) {

@@ -1,0 +1,114 @@
+// MonitorCluster and MonitorOnMaster: the master reads every row of its own database, marks the
+// servers that stopped writing, copies each new status to the slave's database under the id the
+// row has there, runs the take-over for servers that were active, and marks template copies that
+// are behind its own tree.
+#include <cstdio>
+
+#include "base/clock.h"
+#include "base/log.h"
+#include "config/qorconf.h"
+#include "membership/heartbeat.h"
+#include "membership/monitor.h"
+#include "membership/monitor_decision.h"
+#include "membership/nodedown.h"
+#include "store/cluster_query.h"
+#include "store/cluster_writes.h"
+#include "store/pools.h"
+
+namespace qor {
+
+int64_t MasterLastWriteMill = 0;
+int64_t SlaveLastWriteMill = 0;
+int64_t MasterTplUpdateMill = 0;
+
+int MonitorCluster(int mode) {
+  if (ClustRole == kRoleMaster) return MonitorOnMaster(mode);
+  if (ClustRole == kRoleSlave) return MonitorOnSlave(mode);
+  return kMonitorNotMine;
+}
+
+namespace {
+
+// The slave's answer to ping, asked at most once per pass: with the slave's server down every
+// ask costs three seconds, and a pass may need it for every row.
+class SlaveReach {
+ public:
+  bool answers() {
+    if (asked_ == 0) asked_ = Ping(cnf.clustslave.c_str(), 1, 3) == 0 ? 1 : 2;
+    return asked_ == 1;
+  }
+
+ private:
+  int asked_ = 0;
+};
+
+// The decided status, to the master's database by the row's id, then to the slave's database by
+// the id the same host has there: each database numbers its rows itself.
+void WriteStatus(const ClustRecord& row, int status, SlaveReach& slave) {
+  SetStatusClusterSql(cnf.clustmaster.c_str(), row.id, status);
+  if (!slave.answers()) return;
+  ActInfo info;
+  GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), row.hostname.c_str(),
+                &info, ClustsTemp, 1);
+  if (info.count == 1) SetStatusClusterSql(cnf.clustslave.c_str(), ClustsTemp[0]->id, status);
+}
+
+void CheckRow(ClustRecord& row, int64_t now, int64_t answeringSince, SlaveReach& slave) {
+  int64_t silentFor = SilentFor(now, row.updated_at, answeringSince);
+  Trace("_xmonitoronmaster(9): delta=%ld ldate1=%ld ldate2=%ld\n", static_cast<long>(silentFor),
+        static_cast<long>(now), static_cast<long>(row.updated_at));
+  MonitorVerdict v = DecideOnMaster(row, silentFor, MasterLastWriteMill);
+  if (v.silent) {
+    LogError(
+        "Detected_1 that %s(%s)<%ld> has not been updated for more than 15 seconds since the "
+        "current time<%ld>",
+        row.hostname.c_str(), row.ipaddress.c_str(), static_cast<long>(row.updated_at),
+        static_cast<long>(now));
+  }
+  if (v.old) {
+    LogNotice("monitoronmaster(1) lastwritemill -> %ld %ld", static_cast<long>(MasterLastWriteMill),
+              static_cast<long>(row.last_writemill));
+    LogError("DB_OLD_STAT_4: %s(%s) is now DB_OLD_STAT(%s:%ld > %s:%ld)", row.hostname.c_str(),
+             row.ipaddress.c_str(), cnf.clustmaster.c_str(), static_cast<long>(MasterLastWriteMill),
+             row.hostname.c_str(), static_cast<long>(row.last_writemill));
+    row.last_writemill = 0;
+  }
+  if (v.changed) WriteStatus(row, v.status, slave);
+  // The take-over sees the row as read, but with the last write cleared for a slave made old.
+  if (v.takeover) Qordown(row);
+}
+
+void MarkTemplate(const ClustRecord& row, SlaveReach& slave) {
+  if (!TemplateBehind(row, MasterTplUpdateMill)) return;
+  UpdateTplsyncSql(cnf.clustmaster.c_str(), row.hostname.c_str(), row.tpl_syncmill, kTplOld);
+  if (slave.answers()) {
+    UpdateTplsyncSql(cnf.clustslave.c_str(), row.hostname.c_str(), row.tpl_syncmill, kTplOld);
+  }
+}
+
+}  // namespace
+
+int MonitorOnMaster(int) {
+  char date[32];
+  int64_t now = mygetdate(date, sizeof date, kDateTime);
+  Trace("_xmonitoronmaster(1): starting at %s (%ld)\n", date, static_cast<long>(now));
+  if (ClustRole != kRoleMaster) return kMonitorNotMine;
+  GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all", &mactinfo,
+                ClustsOnMaster, 0);
+  int64_t answeringSince = DbAnsweringSince(0);
+  SlaveReach slave;
+  for (int i = 0; i < mactinfo.count; ++i) {
+    ClustRecord& row = *ClustsOnMaster[i];
+    // Master rows come first by role_id; each one read sets the reference for the rows after it.
+    if (row.role_id == kRoleIdMaster) {
+      MasterLastWriteMill = row.last_writemill;
+      MasterTplUpdateMill = row.tpl_updatemill;
+      continue;
+    }
+    CheckRow(row, now, answeringSince, slave);
+    MarkTemplate(row, slave);
+  }
+  return kMonitorDone;
+}
+
+}  // namespace qor

@@ -1,0 +1,54 @@
+// The monitors' decisions apart from their effects: pure functions of one row (or the master's
+// and the slave's rows) read in the current pass, saying whether the server is silent, what its
+// row becomes, whether the take-over runs and which line explains it. No process-wide state.
+#pragma once
+
+#include <cstdint>
+
+#include "store/clust_record.h"
+
+namespace qor {
+
+// A row unchanged for more seconds than this belongs to a silent server.
+constexpr int64_t kSilentSeconds = 15;
+
+// Seconds the row has been silent at now. answeringSince is the second from which the database
+// the row was read from has answered again after a failure (0: it never failed): a hung database
+// could not take anyone's heartbeat, so the time before it does not count against the row.
+int64_t SilentFor(int64_t now, int64_t updatedAt, int64_t answeringSince);
+bool IsSilent(int64_t silentFor);
+
+struct MonitorVerdict {
+  bool silent = false;    // the Detected_ line is due
+  int status = 0;         // the decided status
+  bool changed = false;   // the decided status is to be written
+  bool takeover = false;  // the server was active: Qordown
+  bool old = false;       // its database is declared old: DB_OLD_STAT_ and the notice
+};
+
+// --- On the master, for each row read from its own database that is not a master row.
+
+// row: a slave or any other row; masterLastWriteMill: the master row's last_writemill as last
+// read. A slave that stopped writing before the master did becomes old (300), others inactive.
+MonitorVerdict DecideOnMaster(const ClustRecord& row, int64_t silentFor,
+                              int64_t masterLastWriteMill);
+
+// The row's template copy is older than the master's tree.
+bool TemplateBehind(const ClustRecord& row, int64_t masterTplUpdateMill);
+
+// --- On the slave.
+
+// The master's row as its own database holds it (M, status 100 or 200), with the slave's row S
+// from there: the master answers ping. A stale M is rewritten even when it stays 200.
+MonitorVerdict DecideMasterAnswering(const ClustRecord& M, const ClustRecord& S, int64_t silentFor);
+
+// The master's row R as the slave's database holds it, the master silent; the two last_writemill
+// values as the slave's database holds them.
+MonitorVerdict DecideMasterSilent(const ClustRecord& R, int64_t silentFor,
+                                  int64_t masterLastWriteMill, int64_t slaveLastWriteMill);
+
+// A member's (or other) row from the slave's database, the master silent: only active rows are
+// judged.
+MonitorVerdict DecideMemberFromSlave(const ClustRecord& row, int64_t silentFor);
+
+}  // namespace qor

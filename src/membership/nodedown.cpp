@@ -1,0 +1,97 @@
+#include "membership/nodedown.h"
+
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/shell.h"
+#include "config/qorconf.h"
+#include "store/cluster_query.h"
+#include "store/cluster_writes.h"
+#include "store/pools.h"
+
+namespace qor {
+
+namespace {
+
+void LogDown(const char* who, const ClustRecord& r) {
+  LogError(
+      "%s detected %s(%s) down[id:%d role:%s status=%d lastwritemill:%ld tplupdatemill:%ld "
+      "tplsyncmill:%ld tplsyncstate:%d cpuloadavg:%.2f cpuloadavgpp:%.2f containers:%d "
+      "cpuutil:%.2f memutil:%.2f updated_at:%ld qortimemill:%ld] and run qordown.sh",
+      who, r.hostname.c_str(), r.ipaddress.c_str(), r.id, r.role.c_str(), r.status,
+      static_cast<long>(r.last_writemill), static_cast<long>(r.tpl_updatemill),
+      static_cast<long>(r.tpl_syncmill), r.tpl_syncstate, r.cpuloadavg, r.cpuloadavgpp,
+      r.containers, r.cpuutil, r.memutil, static_cast<long>(r.updated_at),
+      static_cast<long>(r.qortimemill));
+}
+
+}  // namespace
+
+void Qordown(const ClustRecord& r) {
+  // Browser containers move only from the peer: a dead member's sessions are the take-over
+  // script's business.
+  if (ClustRole == kRoleMaster) {
+    LogDown("MASTER", r);
+    if (r.ipaddress == cnf.clustslave.c_str()) {
+      LumoBRContainerRepaireSql(r.ipaddress.c_str(), cnf.clustmaster.c_str());
+    }
+  } else if (ClustRole == kRoleSlave) {
+    LogDown("SLAVE", r);
+    if (r.ipaddress == cnf.clustmaster.c_str()) {
+      LumoBRContainerRepaireSql(r.ipaddress.c_str(), cnf.clustslave.c_str());
+    }
+  }
+  // The script learns nothing from us; its output is read only so that it can run to its end.
+  if (!RunShell(kQordownCommand, kShellLineMax, [](char*) {})) LogError("qordown run error.");
+}
+
+int LumoBRContainerRepaireSql(const char* source, const char* destination) {
+  Trace("_xlumobrcontainerrepairesql(1):srcipadr=%s dstipdar=%s\n", source, destination);
+  char dst[512], src[512];
+  FixedText<640> set, where;
+  SqlText sql;
+  // The doubled percent signs reach the database as they stand: one formatting step only.
+  if (!SqlEscape(dst, sizeof dst, destination) || !SqlEscape(src, sizeof src, source) ||
+      !set.format("update containers set hostname = '%s'", dst) ||
+      !where.format("where containername like 'lumobr_%%%%' and hostname = '%s'", src) ||
+      !sql.format("%s %s", set.c_str(), where.c_str())) {
+    LogError("xlumobrcontainerrepairesql refused: value too long (%.64s)", source);
+    return kDbQueryFailed;
+  }
+  Trace("_xlumobrcontainerrepairesql(2):%s\n", sql.c_str());
+  QzPool* pool = PoolByAddress(destination);
+  if (Cluster && pool == nullptr) return kDbOk;
+  DbConn conn(pool);
+  if (!conn.usable()) {
+    LogError("xlumobrcontainerrepairesql db connection error to %s", destination);
+    return kDbNoConnection;
+  }
+  if (!conn.Execute(sql.c_str())) {
+    LogError("xlumobrcontainerrepairesql db update error to %s", destination);
+  }
+  return kDbOk;
+}
+
+void SweepCluster() {
+  ActInfo sweepinfo;
+  const char* user = cnf.dbuser.c_str();
+  const char* pwd = cnf.dbpwd.c_str();
+  if (ClustRole == kRoleMaster) {
+    const char* master = cnf.clustmaster.c_str();
+    GetClusterSql(master, user, pwd, "-active_all_master_slave", &sweepinfo, ClustsTemp, 0);
+    if (sweepinfo.count == 2) {
+      SweepClustersql(master);
+      if (Ping(cnf.clustslave.c_str(), 1, 3) == 0) SweepClustersql(cnf.clustslave.c_str());
+    } else if (sweepinfo.count == 1) {
+      SweepClustersql(master);
+    } else {
+      LogError("sweepcluster getclusterssql error sweepinfo.count %d.", sweepinfo.count);
+    }
+  } else if (ClustRole == kRoleSlave) {
+    // With both active the master sweeps; the slave sweeps only what its own database sees alone.
+    const char* slave = cnf.clustslave.c_str();
+    GetClusterSql(slave, user, pwd, "-active_all_master_slave", &sweepinfo, ClustsTemp, 1);
+    if (sweepinfo.count == 1) SweepClustersql(slave);
+  }
+}
+
+}  // namespace qor

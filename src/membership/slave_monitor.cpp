@@ -1,0 +1,127 @@
+// MonitorOnSlave: the slave watches the master. While the master's host answers ping it judges
+// the master's row as the master's own database holds it and writes the verdict to both
+// databases; while it does not, it judges the master's and the members' rows from its own
+// database and writes there only.
+#include "base/clock.h"
+#include "base/log.h"
+#include "config/qorconf.h"
+#include "membership/heartbeat.h"
+#include "membership/monitor.h"
+#include "membership/monitor_decision.h"
+#include "membership/nodedown.h"
+#include "store/cluster_query.h"
+#include "store/cluster_writes.h"
+#include "store/pools.h"
+
+namespace qor {
+
+namespace {
+
+void LogSilent(const char* prefix, const ClustRecord& row, int64_t now) {
+  LogError(
+      "%s that %s(%s)<%ld> has not been updated for more than 15 seconds since the current "
+      "time<%ld>",
+      prefix, row.hostname.c_str(), row.ipaddress.c_str(), static_cast<long>(row.updated_at),
+      static_cast<long>(now));
+}
+
+int64_t TraceAge(int step, int64_t now, const ClustRecord& row, int64_t answeringSince) {
+  int64_t silentFor = SilentFor(now, row.updated_at, answeringSince);
+  Trace("_xmonitoronslave(%d): delta=%ld ldate1=%ld ldate2=%ld\n", step,
+        static_cast<long>(silentFor), static_cast<long>(now), static_cast<long>(row.updated_at));
+  return silentFor;
+}
+
+// idOnSlave: the id of the master's row in the slave's database.
+int WatchAnsweringMaster(int64_t now, int idOnSlave) {
+  GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave",
+                &mactinfo, ClustsOnMaster, 0);
+  Trace("_xmonitoronslave(2): mactinfo.count=%d\n", mactinfo.count);
+  if (mactinfo.count != 2) return kMonitorDone;
+  ClustRecord& M = *ClustsOnMaster[0];
+  const ClustRecord& S = *ClustsOnMaster[1];
+  // Ordered by role text: anything but the master's and the slave's row is no pair to judge.
+  if (!(M.role == "master" && S.role == "slave")) return kMonitorDone;
+  if (M.status != kStatusActive && M.status != kStatusInactive) return kMonitorDone;
+  int64_t silentFor = TraceAge(3, now, M, DbAnsweringSince(0));
+  MonitorVerdict v = DecideMasterAnswering(M, S, silentFor);
+  if (!v.silent) return kMonitorDone;
+  LogSilent("Detected_2", M, now);
+  if (v.old) {
+    LogError("DB_OLD_STAT_5: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", M.hostname.c_str(),
+             M.ipaddress.c_str(), M.hostname.c_str(), static_cast<long>(M.last_writemill),
+             S.hostname.c_str(), static_cast<long>(S.last_writemill));
+    LogNotice("monitoronslave(4) lastwritemill -> %ld %ld", static_cast<long>(M.last_writemill),
+              static_cast<long>(S.last_writemill));
+    M.last_writemill = 0;
+  }
+  SetStatusClusterSql(cnf.clustmaster.c_str(), M.id, v.status);
+  SetStatusClusterSql(cnf.clustslave.c_str(), idOnSlave, v.status);
+  if (v.takeover) Qordown(M);
+  return kMonitorDone;
+}
+
+void JudgeMasterAlone(const ClustRecord& R, int64_t now, int64_t answeringSince) {
+  MasterLastWriteMill = R.last_writemill;
+  if (R.status != kStatusActive && R.status != kStatusInactive) return;
+  int64_t silentFor = TraceAge(6, now, R, answeringSince);
+  MonitorVerdict v = DecideMasterSilent(R, silentFor, MasterLastWriteMill, SlaveLastWriteMill);
+  if (!v.silent) return;
+  LogSilent("Detected_3", R, now);
+  if (v.old) {
+    LogError("DB_OLD_STAT_6: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", R.hostname.c_str(),
+             R.ipaddress.c_str(), cnf.clustmaster.c_str(), static_cast<long>(MasterLastWriteMill),
+             cnf.clustslave.c_str(), static_cast<long>(SlaveLastWriteMill));
+  }
+  SetStatusClusterSql(cnf.clustslave.c_str(), R.id, v.status);
+  if (v.takeover) Qordown(R);
+}
+
+void JudgeMemberAlone(const ClustRecord& R, int64_t now, int64_t answeringSince) {
+  if (R.status != kStatusActive) return;
+  MonitorVerdict v = DecideMemberFromSlave(R, TraceAge(7, now, R, answeringSince));
+  if (!v.silent) return;
+  LogSilent("Detected_4", R, now);
+  SetStatusClusterSql(cnf.clustslave.c_str(), R.id, v.status);
+  Qordown(R);
+}
+
+// The master's host is silent: the slave keeps the watch from its own database alone.
+int WatchFromSlave(int64_t now) {
+  const char* slave = cnf.clustslave.c_str();
+  GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-slave", &sactinfo, ClustsOnSlave,
+                1);
+  SlaveLastWriteMill = sactinfo.count >= 1 ? ClustsOnSlave[0]->last_writemill : 0;
+  GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-not_slave", &sactinfo,
+                ClustsOnSlave, 1);
+  Trace("_xmonitoronslave(5): sactinfo.count=%d\n", sactinfo.count);
+  int64_t answeringSince = DbAnsweringSince(1);
+  for (int i = 0; i < sactinfo.count; ++i) {
+    const ClustRecord& R = *ClustsOnSlave[i];
+    if (R.role == "master") {
+      JudgeMasterAlone(R, now, answeringSince);
+    } else {
+      JudgeMemberAlone(R, now, answeringSince);
+    }
+  }
+  return kMonitorDone;
+}
+
+}  // namespace
+
+int MonitorOnSlave(int) {
+  char date[32];
+  int64_t now = mygetdate(date, sizeof date, kDateTime);
+  Trace("_xmonitoronslave(1): starting at %s (%ld)\n", date, static_cast<long>(now));
+  if (ClustRole != kRoleSlave) return kMonitorNotMine;
+  GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master", &sactinfo,
+                ClustsOnSlave, 1);
+  if (sactinfo.count != 1) return kMonitorDone;
+  // A master that the slave's database already holds as old is not watched, nor are the members.
+  if (ClustsOnSlave[0]->status == kStatusOld) return kMonitorDone;
+  int idOnSlave = ClustsOnSlave[0]->id;
+  if (Ping(cnf.clustmaster.c_str(), 1, 3) == 0) return WatchAnsweringMaster(now, idOnSlave);
+  return WatchFromSlave(now);
+}
+
+}  // namespace qor
