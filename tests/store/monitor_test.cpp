@@ -1,0 +1,171 @@
+// The monitors, the take-over and the sweep against the two real databases: which rows of which
+// database change, under which id, the lines logged, one take-over per server newly found down,
+// and the browser-container move from a dead peer only.
+#include "membership/monitor.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "base/paths.h"
+#include "config/qorconf.h"
+#include "heartbeat_fixture.h"
+#include "membership/nodedown.h"
+
+namespace qortest {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+class StoreMonitor : public HeartbeatTest {
+ protected:
+  void SetUp() override {
+    HeartbeatTest::SetUp();
+    // The take-over script is counted, not run: it is the platform's, not this machine's.
+    auto ping = seam.real;
+    seam.real = [ping](std::string& c) { return c != qor::kQordownCommand && ping(c); };
+    qor::MasterLastWriteMill = qor::SlaveLastWriteMill = qor::MasterTplUpdateMill = 0;
+  }
+  // A row with the columns the monitors judge; silentFor seconds since its last write.
+  void Put(const std::string& side, const std::string& hostname, const std::string& ip,
+           const std::string& role, int status, int64_t lastwrite, int silentFor,
+           int64_t tplsync = 0, int64_t tplupdate = 0) {
+    Sql(side,
+        "insert into clusters (hostname, ipaddress, role, role_id, status, last_writemill, "
+        "tpl_syncmill, tpl_updatemill, updated_at) values ('" +
+            hostname + "', '" + ip + "', '" + role + "', " +
+            std::to_string(qor::RoleIdOf(role.c_str())) + ", " + std::to_string(status) + ", " +
+            std::to_string(lastwrite) + ", " + std::to_string(tplsync) + ", " +
+            std::to_string(tplupdate) + ", now() - interval " + std::to_string(silentFor) +
+            " second);");
+  }
+  void Containers(const std::string& side) {
+    Sql(side,
+        "insert into containers (containername, hostname) values ('lumobr_1', '127.0.0.1'), "
+        "('lumobr_2', '127.0.0.2'), ('lumodt_1', '127.0.0.2'), ('lumobr_3', '10.0.0.9');");
+  }
+  std::string ContainerHosts(const std::string& side) {
+    return Sql(side, "select containername, hostname from containers order by id;");
+  }
+  int Takeovers() {
+    return static_cast<int>(
+        std::count(seam.commands.begin(), seam.commands.end(), std::string(qor::kQordownCommand)));
+  }
+  // Log lines that begin with prefix.
+  int Logged(const Lines& logs, const std::string& prefix) {
+    return static_cast<int>(std::count_if(
+        logs.begin(), logs.end(), [&](const std::string& l) { return l.rfind(prefix, 0) == 0; }));
+  }
+};
+
+TEST_F(StoreMonitor, MasterMarksSilentRowsInBothDatabasesUnderEachDatabasesId) {
+  Become("master");
+  // The slave's database numbers the same hosts differently.
+  Put("slave", "filler", "10.0.0.8", "member", 100, 0, 0);
+  for (const char* side : {"master", "slave"}) {
+    Put(side, host, "127.0.0.1", "master", 100, 5000, 0, 0, 50);
+    Put(side, "shost", "127.0.0.2", "slave", 100, 4000, 20, 60);
+    Put(side, "gone", "10.0.0.9", "member", 100, 0, 16, 60);
+    Put(side, "fresh", "10.0.0.7", "member", 100, 0, 15, 10);
+    Put(side, "asleep", "10.0.0.6", "member", 200, 0, 99, 60);
+  }
+  Containers("master");
+  Connect();
+
+  EXPECT_EQ(qor::MonitorOnMaster(0), 0);
+  const std::string want = Line({"shost", "300"}) + Line({"gone", "200"}) + Line({"fresh", "100"}) +
+                           Line({"asleep", "200"});
+  const std::string cols = "hostname,status";
+  const std::string others = " from clusters where role != 'master' and hostname != 'filler'";
+  EXPECT_EQ(Sql("master", "select " + cols + others + " order by id;"), want);
+  EXPECT_EQ(Sql("slave", "select " + cols + others + " order by id;"), want);
+  EXPECT_EQ(Sql("slave", "select status from clusters where hostname = 'filler';"), "100\n");
+  // The template mark reaches the master's database (first open pool) for the one behind.
+  EXPECT_EQ(Sql("master", "select tpl_syncstate from clusters where hostname = 'fresh';"), "300\n");
+  EXPECT_EQ(qor::MasterLastWriteMill, 5000);
+  EXPECT_EQ(qor::MasterTplUpdateMill, 50);
+
+  Lines logs = Logs();
+  EXPECT_EQ(Logged(logs, "Detected_1 that "), 3);
+  EXPECT_EQ(Logged(logs,
+                   "DB_OLD_STAT_4: shost(127.0.0.2) is now DB_OLD_STAT(127.0.0.1:5000 > "
+                   "shost:4000)"),
+            1);
+  EXPECT_EQ(Logged(logs, "monitoronmaster(1) lastwritemill -> 5000 4000"), 1);
+  EXPECT_EQ(Logged(logs, "MASTER detected shost(127.0.0.2) down[id:"), 1);
+  EXPECT_EQ(Logged(logs, "MASTER detected gone(10.0.0.9) down[id:"), 1);
+  EXPECT_EQ(Takeovers(), 2);
+  // Only the dead slave's browser containers come to the master.
+  EXPECT_EQ(ContainerHosts("master"),
+            Line({"lumobr_1", "127.0.0.1"}) + Line({"lumobr_2", "127.0.0.1"}) +
+                Line({"lumodt_1", "127.0.0.2"}) + Line({"lumobr_3", "10.0.0.9"}));
+
+  // The next pass finds the written rows fresh: no take-over again, the sleeper's line only.
+  seam.commands.clear();
+  EXPECT_EQ(qor::MonitorOnMaster(0), 0);
+  logs = Logs();
+  EXPECT_EQ(Takeovers(), 0);
+  EXPECT_EQ(Logged(logs, "Detected_1 that asleep(10.0.0.6)"), 1);
+  EXPECT_EQ(Logged(logs, "Detected_1 that "), 1);
+}
+
+TEST_F(StoreMonitor, SlaveJudgesAnAnsweringMasterFromTheMastersDatabase) {
+  Become("slave");
+  Put("slave", "filler", "10.0.0.8", "member", 100, 0, 0);
+  for (const char* side : {"master", "slave"}) {
+    Put(side, "mhost", "127.0.0.1", "master", 100, 4000, 16);
+    Put(side, host, "127.0.0.2", "slave", 100, 5000, 0);
+  }
+  Containers("slave");
+  Connect();
+
+  EXPECT_EQ(qor::MonitorOnSlave(0), 0);
+  const char* query = "select hostname, status from clusters where role = 'master';";
+  EXPECT_EQ(Sql("master", query), Line({"mhost", "300"}));
+  EXPECT_EQ(Sql("slave", query), Line({"mhost", "300"}));
+  Lines logs = Logs();
+  EXPECT_EQ(Logged(logs, "Detected_2 that mhost(127.0.0.1)"), 1);
+  EXPECT_EQ(Logged(logs, "DB_OLD_STAT_5: mhost(127.0.0.1) is now DB_OLD_STAT(mhost:4000 < "), 1);
+  EXPECT_EQ(Logged(logs, "SLAVE detected mhost(127.0.0.1) down[id:"), 1);
+  EXPECT_EQ(Takeovers(), 1);
+  EXPECT_EQ(ContainerHosts("slave"),
+            Line({"lumobr_1", "127.0.0.2"}) + Line({"lumobr_2", "127.0.0.2"}) +
+                Line({"lumodt_1", "127.0.0.2"}) + Line({"lumobr_3", "10.0.0.9"}));
+}
+
+TEST_F(StoreMonitor, SlaveKeepsTheWatchFromItsOwnDatabaseWhileTheMasterIsSilent) {
+  Become("slave");
+  for (const char* side : {"master", "slave"}) {
+    Put(side, "mhost", "127.0.0.1", "master", 100, 0, 16);
+    Put(side, host, "127.0.0.2", "slave", 100, 0, 0);
+    Put(side, "gone", "10.0.0.9", "member", 100, 0, 16);
+    Put(side, "asleep", "10.0.0.6", "member", 200, 0, 99);
+  }
+  const std::string masterRows = Rows("master", "hostname,status");
+  Connect({kMasterAddr});
+
+  EXPECT_EQ(qor::MonitorOnSlave(0), 0);
+  EXPECT_EQ(Rows("slave", "hostname,status"), Line({"mhost", "200"}) + Line({host, "100"}) +
+                                                  Line({"gone", "200"}) + Line({"asleep", "200"}));
+  EXPECT_EQ(Rows("master", "hostname,status"), masterRows);
+  Lines logs = Logs();
+  EXPECT_EQ(Logged(logs, "Detected_3 that mhost(127.0.0.1)"), 1);
+  EXPECT_EQ(Logged(logs, "Detected_4 that gone(10.0.0.9)"), 1);
+  EXPECT_EQ(Logged(logs, "Detected_"), 2);
+  EXPECT_EQ(Takeovers(), 2);
+}
+
+TEST_F(StoreMonitor, SweepDeletesOnlyMembersOlderThanTheAge) {
+  Become("master");
+  qor::cnf.clustsweep = 30;
+  Put("master", host, "127.0.0.1", "master", 100, 0, 3600);
+  Put("master", "shost", "127.0.0.2", "slave", 100, 0, 3600);
+  Put("master", "old", "10.0.0.9", "member", 200, 0, 31 * 60);
+  Put("master", "recent", "10.0.0.8", "member", 200, 0, 29 * 60);
+  Connect();
+  qor::SweepCluster();
+  EXPECT_EQ(Rows("master", "hostname"), Line({host}) + Line({"shost"}) + Line({"recent"}));
+}
+
+}  // namespace
+}  // namespace qortest
