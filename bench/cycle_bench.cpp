@@ -25,9 +25,9 @@ namespace {
 // Counts the pipelines the cycle starts; each still runs for real.
 class CountingShell : public qor::ShellRunner {
  public:
-  bool Run(const char* command, size_t lineMax, qor::LineSink sink) override {
+  bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) override {
     ++commands;
-    return qor::PopenShell().Run(command, lineMax, sink);
+    return qor::PopenShell().Run(command, lineMax, seconds, sink);
   }
   long commands = 0;
 };

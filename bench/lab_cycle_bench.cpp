@@ -41,10 +41,10 @@ long LastPid() {
 
 class CountingShell : public qor::ShellRunner {
  public:
-  bool Run(const char* command, size_t lineMax, qor::LineSink sink) override {
+  bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) override {
     ++pipelines;
     long before = LastPid();
-    bool ran = qor::PopenShell().Run(command, lineMax, sink);
+    bool ran = qor::PopenShell().Run(command, lineMax, seconds, sink);
     processes += LastPid() - before;
     return ran;
   }

@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <chrono>
+#include <cstring>
+#include <fstream>
 #include <string>
+#include <thread>
 
 #include "base/clock.h"
 #include "base/fixed_text.h"
@@ -41,7 +45,7 @@ TEST(BaseShell, OnlyAddressAndHostCharactersAreSafe) {
   EXPECT_FALSE(IsShellSafeWord(nullptr));
 }
 
-TEST(BaseShell, PopenRunnerDeliversLinesInPiecesOfTheLineLimit) {
+TEST(BaseShell, RunnerDeliversLinesInPiecesOfTheLineLimit) {
   std::string got;
   int pieces = 0;
   bool ran = RunShell("printf 'abcdef\\nxy\\n'", 4, [&](char* line) {
@@ -52,6 +56,26 @@ TEST(BaseShell, PopenRunnerDeliversLinesInPiecesOfTheLineLimit) {
   EXPECT_TRUE(ran);
   EXPECT_EQ(got, "abc|def|\n|xy\n|");
   EXPECT_EQ(pieces, 4);
+}
+
+// A pipeline past its bound ends with its whole process group: the shell and what it started in
+// the background, which would otherwise keep the pipe open.
+TEST(BaseShell, PipelinePastItsBoundIsKilledWithItsGroup) {
+  std::string pid;
+  bool ran = RunShell(
+      "sleep 60 & echo $!; wait", 64, [&](char* line) { pid = line; }, 1);
+  EXPECT_TRUE(ran);
+  ChopLast(pid.data());
+  pid.resize(std::strlen(pid.c_str()));
+  ASSERT_FALSE(pid.empty());
+  std::string state;
+  for (int i = 0; i < 50; ++i) {
+    std::ifstream stat("/proc/" + pid + "/stat");
+    std::getline(stat, state);
+    if (state.empty() || state.find(") Z") != std::string::npos) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  EXPECT_TRUE(state.empty() || state.find(") Z") != std::string::npos) << state;
 }
 
 TEST(BaseLineReader, ReadsLikeFgetsIncludingNulAndLongLines) {

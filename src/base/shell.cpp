@@ -1,28 +1,127 @@
 #include "base/shell.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cctype>
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
+
+#include "base/log.h"
 
 namespace qor {
 
 namespace {
 
-class PopenRunner final : public ShellRunner {
+int64_t MonotonicMs() {
+  timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
+
+// Delivers buffered output in fgets pieces: a line with its newline, or lineMax - 1 characters of
+// a longer one; at the end of the output, whatever is left.
+class Pieces {
  public:
-  bool Run(const char* command, size_t lineMax, LineSink sink) override {
-    FILE* fp = popen(command, "r");
-    if (fp == nullptr) return false;
-    char line[kShellLineMax];
-    int size = static_cast<int>(lineMax < sizeof line ? lineMax : sizeof line);
-    while (std::fgets(line, size, fp) != nullptr) sink(line);
-    pclose(fp);
+  Pieces(size_t lineMax, LineSink sink) : max_(lineMax - 1), sink_(sink) {}
+  // Room for the next read, never empty while a piece can still be delivered.
+  char* room() { return buf_ + len_; }
+  size_t roomSize() const { return sizeof buf_ - 1 - len_; }
+  void Added(size_t n) {
+    len_ += n;
+    Deliver(false);
+  }
+  void Finish() { Deliver(true); }
+
+ private:
+  void Deliver(bool atEnd) {
+    size_t start = 0;
+    for (;;) {
+      size_t left = len_ - start;
+      if (left == 0) break;
+      const char* nl = static_cast<const char*>(std::memchr(buf_ + start, '\n', left));
+      size_t n = nl ? static_cast<size_t>(nl - (buf_ + start)) + 1 : left;
+      if (n > max_) n = max_;
+      if (!nl && n < max_ && !atEnd) break;
+      char piece[kShellLineMax];
+      std::memcpy(piece, buf_ + start, n);
+      piece[n] = '\0';
+      sink_(piece);
+      start += n;
+    }
+    std::memmove(buf_, buf_ + start, len_ - start);
+    len_ -= start;
+  }
+
+  size_t max_;
+  LineSink sink_;
+  char buf_[2 * kShellLineMax];
+  size_t len_ = 0;
+};
+
+// /bin/sh -c in a process group of its own, read as popen reads it. The group is what a timeout
+// kills: a script's own children may hold the pipe open after the shell itself is gone.
+class ProcessRunner final : public ShellRunner {
+ public:
+  bool Run(const char* command, size_t lineMax, int seconds, LineSink sink) override {
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) return false;
+    std::fflush(nullptr);
+    pid_t pid = fork();
+    if (pid < 0) {
+      close(fds[0]);
+      close(fds[1]);
+      return false;
+    }
+    if (pid == 0) {
+      setpgid(0, 0);
+      if (fds[1] != STDOUT_FILENO) dup2(fds[1], STDOUT_FILENO);
+      execl("/bin/sh", "sh", "-c", command, static_cast<char*>(nullptr));
+      _exit(127);
+    }
+    setpgid(pid, pid);
+    close(fds[1]);
+    size_t limit = lineMax < kShellLineMax ? lineMax : kShellLineMax;
+    Pieces pieces(limit < 2 ? 2 : limit, sink);
+    int64_t end = MonotonicMs() + static_cast<int64_t>(seconds) * 1000;
+    bool timedOut = false;
+    for (;;) {
+      int64_t left = end - MonotonicMs();
+      if (left <= 0) {
+        timedOut = true;
+        break;
+      }
+      pollfd p{fds[0], POLLIN, 0};
+      int r = poll(&p, 1, static_cast<int>(left));
+      if (r < 0 && errno == EINTR) continue;
+      if (r <= 0) continue;
+      ssize_t n = read(fds[0], pieces.room(), pieces.roomSize());
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) break;
+      pieces.Added(static_cast<size_t>(n));
+    }
+    pieces.Finish();
+    close(fds[0]);
+    if (timedOut) {
+      kill(-pid, SIGKILL);
+      kill(pid, SIGKILL);
+      LogError("command did not end within %d s and was stopped: %.128s", seconds, command);
+    }
+    // With SIGCHLD ignored (the daemon) the child is reaped by the system and this fails at once.
+    while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+    }
     return true;
   }
 };
 
-PopenRunner popen_runner;
-ShellRunner* current = &popen_runner;
+ProcessRunner real_runner;
+ShellRunner* current = &real_runner;
 
 }  // namespace
 
@@ -30,10 +129,10 @@ ShellRunner& CurrentShell() {
   return *current;
 }
 ShellRunner& PopenShell() {
-  return popen_runner;
+  return real_runner;
 }
 void SetShellRunner(ShellRunner* runner) {
-  current = runner ? runner : &popen_runner;
+  current = runner ? runner : &real_runner;
 }
 
 bool IsShellSafeWord(const char* value) {

@@ -41,6 +41,8 @@ void Qordown(const ClustRecord& r) {
     }
   }
   // The script learns nothing from us; its output is read only so that it can run to its end.
+  // A script that never ends is stopped after the runner's bound (60 s), so the heartbeat
+  // resumes: a half-done take-over is the script's to retry, a frozen daemon would look dead.
   if (!RunShell(kQordownCommand, kShellLineMax, [](char*) {})) LogError("qordown run error.");
 }
 

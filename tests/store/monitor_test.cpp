@@ -66,7 +66,7 @@ TEST_F(StoreMonitor, MasterMarksSilentRowsInBothDatabasesUnderEachDatabasesId) {
     Put(side, host, "127.0.0.1", "master", 100, 5000, 0, 0, 50);
     Put(side, "shost", "127.0.0.2", "slave", 100, 4000, 20, 60);
     Put(side, "gone", "10.0.0.9", "member", 100, 0, 16, 60);
-    Put(side, "fresh", "10.0.0.7", "member", 100, 0, 15, 10);
+    Put(side, "fresh", "10.0.0.7", "member", 100, 0, 5, 10);
     Put(side, "asleep", "10.0.0.6", "member", 200, 0, 99, 60);
   }
   Containers("master");

@@ -55,11 +55,11 @@ std::string Describe(const qor::ClustRecord& r) {
   return text;
 }
 
-bool FakeShell::Run(const char* command, size_t lineMax, qor::LineSink sink) {
+bool FakeShell::Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) {
   commands.push_back(command);
   lineMaxes.push_back(lineMax);
   std::string run = command;
-  if (real && real(run)) return qor::PopenShell().Run(run.c_str(), lineMax, sink);
+  if (real && real(run)) return qor::PopenShell().Run(run.c_str(), lineMax, seconds, sink);
   if (!startable) return false;
   if (static_cast<int>(commands.size()) < answerFrom) return true;
   for (size_t pos = 0; pos < output.size();) {

@@ -26,7 +26,7 @@ class FakeShell : public qor::ShellRunner {
  public:
   explicit FakeShell(std::string out = "") : output(std::move(out)) { qor::SetShellRunner(this); }
   ~FakeShell() override { qor::SetShellRunner(nullptr); }
-  bool Run(const char* command, size_t lineMax, qor::LineSink sink) override;
+  bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) override;
 
   std::string output;
   bool startable = true;
