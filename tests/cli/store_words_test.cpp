@@ -1,4 +1,5 @@
-// The real binary's words that reach the network and the databases: -ping and -count.
+// The real binary's words that reach the network and the databases: -ping, -count, -update and
+// -monitor.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -81,6 +82,18 @@ TEST_F(CliStoreWords, UpdateWritesOneHeartbeatThenListsBothDatabases) {
   EXPECT_NE(s, std::string::npos) << r.out;
   EXPECT_LT(m, s);
   EXPECT_EQ(r.out.substr(s).find("[1] "), std::string::npos) << "the slave's table is empty";
+}
+
+TEST_F(CliStoreWords, MonitorMarksASilentMemberThenListsBothDatabases) {
+  Sql("master",
+      "insert into clusters (hostname, ipaddress, role, role_id, status, updated_at) values "
+      "('m1', '10.0.0.9', 'member', 102, 100, now() - interval 30 second);");
+  RunResult r = box.Run({"-monitor"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(Sql("master", "select status from clusters;"), "200\n");
+  EXPECT_NE(r.out.find("1.-- on master db"), std::string::npos) << r.out;
+  ASSERT_FALSE(r.syslog.empty());
+  EXPECT_EQ(r.syslog[0].rfind("Detected_1 that m1(10.0.0.9)<", 0), 0u) << r.syslog[0];
 }
 
 }  // namespace
