@@ -8,6 +8,10 @@ constexpr const char* kConfFile = "/var/www/html/qor/.qorconf";
 constexpr const char* kEnvFile = "/var/www/html/qor/.env";
 // The platform's take-over script, run with no arguments when a server is found down.
 constexpr const char* kQordownCommand = "/bin/bash /var/www/html/qor/qorbin/qordown.sh";
+// The shared trees the slave and the members pull from the master, and where they land.
+constexpr const char* kWlistTree = "/var/www/html/qor/wlist";
+constexpr const char* kLumobrTree = "/var/www/html/qor/lumobr";
+constexpr const char* kTemplateTree = "/var/www/html/qor/qortemplates";
 constexpr const char* kProcCpuinfo = "/proc/cpuinfo";
 constexpr const char* kProcLoadavg = "/proc/loadavg";
 constexpr const char* kProcStat = "/proc/stat";

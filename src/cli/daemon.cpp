@@ -20,10 +20,12 @@
 #include "cli/schedule.h"
 #include "config/qorconf.h"
 #include "config/qorver.h"
+#include "housekeeping/container_rows.h"
 #include "membership/heartbeat.h"
 #include "membership/monitor.h"
 #include "membership/nodedown.h"
 #include "metrics/utilisation.h"
+#include "replication/replication.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
 
@@ -76,7 +78,7 @@ int Recheck(int64_t* prevTotal, int64_t* prevIdle) {
     CloseConnectionPool();
     return 1;
   }
-  // Releasing reserved container rows without a container (CheckAllRsvContainers) joins here.
+  CheckAllRsvContainers();
   int64_t total = 0, idle = 0;
   if (getcpuidle(&total, &idle) == 0) {
     CpuUtil = CpuUtilBetween(*prevTotal, *prevIdle, total, idle);
@@ -105,10 +107,14 @@ void SlowWork(const LoopCounters& c, int64_t* sequence) {
             kActInterval, cnf.clustsweep, tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday,
             kWeekdays[tm.tm_wday % 7], tm.tm_hour, tm.tm_min, tm.tm_sec,
             static_cast<long>((*sequence)++));
-  // The template and whitelist pull (RsyncLicWlistTpl) joins here, for every role.
+  RsyncLicWlistTpl();
   if (!masterPass) Tplsync = 0;
-  // The role work joins here: on the master and the slave the release of stale browser and
-  // desktop container rows (DeleteLumoBRSql) and the profile synchronisations.
+  if (ClustRole == kRoleMaster || ClustRole == kRoleSlave) {
+    bool master = ClustRole == kRoleMaster;
+    DeleteLumoBRSql(master ? cnf.clustmaster.c_str() : cnf.clustslave.c_str(), master ? 0 : 1);
+    SyncLumoBrProf();
+    SyncLumoDtSecret();
+  }
   if (cnf.clustsweep > 0) SweepCluster();
 }
 
@@ -144,7 +150,7 @@ int DaemonMain() {
   ReconnectCluster();
   LogNotice("(cluster=%d) db cennection mpool=%p spool=%p", Cluster, static_cast<void*>(mpool),
             static_cast<void*>(spool));
-  // Releasing reserved container rows without a container (CheckAllRsvContainers) joins here.
+  CheckAllRsvContainers();
   getcpuidle(&state.prevTotal, &state.prevIdle);
   getqorver(QorVersion);
   MemUtil = getmemutil();

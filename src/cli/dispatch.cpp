@@ -22,6 +22,7 @@
 #include "membership/monitor.h"
 #include "metrics/cpuinfo.h"
 #include "metrics/ifaddress.h"
+#include "replication/replication.h"
 #include "store/clust_record.h"
 #include "store/cluster_query.h"
 #include "store/lookups.h"
@@ -121,13 +122,29 @@ int StartNocheck(const CommandArgs&) {
   return 0;
 }
 
-int Stop(const CommandArgs&) {
+// Words that need root: refused, they print so and still end with 0.
+template <int (*Run)(const CommandArgs&)>
+int AsRoot(const CommandArgs& a) {
   if (checkroot() != 0) {
     std::puts("Please sudo this!");
     return 0;
   }
+  return Run(a);
+}
+
+int Stop(const CommandArgs&) {
   std::puts("qorclustd daemon stopping...");
   return StopDaemon();
+}
+
+int Chown(const CommandArgs&) {
+  ChownLicWlistTpl();
+  return 0;
+}
+
+int SyncTpl(const CommandArgs&) {
+  RsyncLicWlistTpl();
+  return 0;
 }
 
 int Proc(const CommandArgs&) {
@@ -183,7 +200,7 @@ const Command kCommands[] = {
     {"-start", Start},
     {"-start_boot", StartBoot},
     {"-start_nocheck", StartNocheck},
-    {"-stop", Stop},
+    {"-stop", AsRoot<Stop>},
     {"-ps", Proc},
     {"-proc", Proc},
     {"-dblisten", DbListen},
@@ -193,7 +210,9 @@ const Command kCommands[] = {
     {"-lf", Listing<1>},
     {"-monitor", Monitor},
     {"-target", Target},
-    // "-chown", "-synctpl" and "-synclictpl" (root only) join here.
+    {"-chown", AsRoot<Chown>},
+    {"-synctpl", AsRoot<SyncTpl>},
+    {"-synclictpl", AsRoot<SyncTpl>},
     {"-cluster", Conf<kShowCluster>},
     {"-conf", Conf<kShowConf>},
     {"-role", Conf<kShowRole>},

@@ -60,17 +60,8 @@ int LumoBRContainerRepaireSql(const char* source, const char* destination) {
     return kDbQueryFailed;
   }
   Trace("_xlumobrcontainerrepairesql(2):%s\n", sql.c_str());
-  QzPool* pool = PoolByAddress(destination);
-  if (Cluster && pool == nullptr) return kDbOk;
-  DbConn conn(pool);
-  if (!conn.usable()) {
-    LogError("xlumobrcontainerrepairesql db connection error to %s", destination);
-    return kDbNoConnection;
-  }
-  if (!conn.Execute(sql.c_str())) {
-    LogError("xlumobrcontainerrepairesql db update error to %s", destination);
-  }
-  return kDbOk;
+  return ExecuteFor(PoolByAddress(destination), sql.c_str(), "xlumobrcontainerrepairesql", "update",
+                    destination);
 }
 
 void SweepCluster() {

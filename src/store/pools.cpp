@@ -163,4 +163,23 @@ bool DbConn::Execute(const char* sql) {
   return qz_execute(conn_, sql) == 0;
 }
 
+int ExecuteOn(QzPool* pool, const char* sql, const char* connErr, const char* stmtErr) {
+  DbConn conn(pool);
+  if (!conn.usable()) {
+    LogError("%s", connErr);
+    return kDbNoConnection;
+  }
+  if (!conn.Execute(sql)) LogError("%s", stmtErr);
+  return kDbOk;
+}
+
+int ExecuteFor(QzPool* pool, const char* sql, const char* op, const char* verb,
+               const char* server) {
+  if (Cluster && pool == nullptr) return kDbOk;
+  FixedText<256> connErr, stmtErr;
+  connErr.format("%s db connection error to %s", op, server);
+  stmtErr.format("%s db %s error to %s", op, verb, server);
+  return ExecuteOn(pool, sql, connErr.c_str(), stmtErr.c_str());
+}
+
 }  // namespace qor

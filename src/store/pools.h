@@ -49,6 +49,14 @@ QzPool* PoolByAddress(const char* address);
 // First open pool: mpool, else spool.
 QzPool* FirstOpenPool();
 
+// Runs one statement without result on a live connection of pool: kDbOk (after logging stmtErr
+// when the database refused it), or kDbNoConnection after logging connErr.
+int ExecuteOn(QzPool* pool, const char* sql, const char* connErr, const char* stmtErr);
+// The same for the statements that name their server in both messages ("<op> db connection
+// error to <server>", "<op> db <verb> error to <server>"). In a cluster a missing pool means
+// this node has no database there: nothing is run, silently, and kDbOk.
+int ExecuteFor(QzPool* pool, const char* sql, const char* op, const char* verb, const char* server);
+
 // A connection taken from a pool for one statement and given back when it goes out of scope.
 class DbConn {
  public:

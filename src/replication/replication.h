@@ -1,0 +1,25 @@
+// The shared trees of the master reach the other servers: the slave pulls the whitelist, the
+// lumobr tree and the templates, members the templates, each with rsync over ssh as qorrun; the
+// pull is recorded in the row (tpl_syncstate 100, tpl_syncmill the start). On the master the trees
+// are given to the web server's user, and on master and slave the platform's profile
+// synchronisations are triggered. Single-threaded; call after the pools are opened.
+#pragma once
+
+#include "base/fixed_text.h"
+
+namespace qor {
+
+// The system's error text of the last pull that could not be started, with a newline.
+extern FixedText<8192> SshLastError;
+
+// Pulls by this node's role (nothing on the master) and records the pull. A pull that cannot be
+// started ends the process with status 1 ("STAT:SSHERROR"), the daemon included.
+void RsyncLicWlistTpl();
+// Master only: 0, or 1 on another role or when a chown cannot be started.
+int ChownLicWlistTpl();
+// The platform's lumobr and lumodt synchronisations; a command that cannot be started ends the
+// process with status 1.
+void SyncLumoBrProf();
+void SyncLumoDtSecret();
+
+}  // namespace qor
