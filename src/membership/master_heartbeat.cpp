@@ -81,6 +81,21 @@ int WritePair(int full) {
   return kHeartbeatDone;
 }
 
+// The master's own database is there but failed the read (hung, refusing): nothing can be judged,
+// but the master's copy in the slave's database keeps moving, so that nobody who reads that
+// database takes a running master for a dead one.
+int KeepAliveOnSlave(int full) {
+  const char* slave = cnf.clustslave.c_str();
+  if (Ping(slave, 1, 3) != 0) return kHeartbeatStopped;
+  GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master", &sactinfo, ClustsOnSlave,
+                1);
+  if (sactinfo.count != 1) return kHeartbeatStopped;
+  LogNotice("updatemaster(17) own database failed, row kept on %s", slave);
+  CopyOwnValues(*ClustsOnSlave[0], Clust, Containers);
+  UpdateClusterSql(slave, ClustsOnSlave, 0, 0, full, 1);
+  return kHeartbeatDone;
+}
+
 }  // namespace
 
 int UpdateMaster(int full) {
@@ -104,9 +119,10 @@ int UpdateMaster(int full) {
         cnf.clustrole.c_str(), ClustRole);
 
   const char* master = cnf.clustmaster.c_str();
-  GetClusterSql(master, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave", &mactinfo,
-                ClustsOnMaster, 0);
+  int read = GetClusterSql(master, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave",
+                           &mactinfo, ClustsOnMaster, 0);
   Trace("_xupdatemaster(4): mactinfo.count=%d\n", mactinfo.count);
+  if (read != kDbOk && mpool != nullptr) return KeepAliveOnSlave(full);
   switch (ClassifyPair(mactinfo.count, *ClustsOnMaster[0], "master")) {
     case PairRows::kBoth:
       return WritePair(full);

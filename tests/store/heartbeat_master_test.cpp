@@ -141,6 +141,18 @@ TEST_F(StoreHeartbeatMaster, DuplicateMasterRowsOnTheSlavesDatabaseLeaveOnlyThat
   EXPECT_EQ(Moved("slave"), 0);
 }
 
+TEST_F(StoreHeartbeatMaster, OwnDatabaseFailingKeepsTheCopyOnTheSlaveMoving) {
+  PutRow("slave", host, "master", 200, 0);
+  AgeRows();
+  Sql("master", "rename table clusters to clusters_away;");
+  int result = qor::UpdateMaster(0);
+  Sql("master", "rename table clusters_away to clusters;");
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(Moved("slave"), 1);
+  EXPECT_EQ(Rows("slave"), Line({host, "master", "200", "0"})) << "judged by nobody: status kept";
+  EXPECT_EQ(Rows("master"), "") << "no insert into a database that failed";
+}
+
 TEST_F(StoreHeartbeatMaster, RowGuardStopsAboveSixtyFourRows) {
   qor::ClustCount = 65;
   EXPECT_EQ(qor::UpdateMaster(0), 1);
