@@ -81,13 +81,14 @@ void CloseConnectionPool() {
 
 int Ping(const char* address, int deadline, int attempts) {
   // The address stands unquoted on a shell command line: anything but a plain address or host
-  // name is refused here, once per call, and counts as not answering.
-  if (!IsShellSafeWord(address)) {
+  // name is refused here, once per call, and counts as not answering; so is one too long for the
+  // command, which cut would name another host.
+  FixedText<256> command;
+  if (!IsShellSafeWord(address) ||
+      !command.format("%s %d %s", "/bin/ping -c 1 -w", deadline, address)) {
     LogError("ping refused address (%.64s)", address ? address : "");
     return 1;
   }
-  FixedText<256> command;
-  command.format("%s %d %s", "/bin/ping -c 1 -w", deadline, address);
   for (int i = 0; i < attempts; ++i) {
     bool answered = false;
     RunShell(command.c_str(), 8192, [&](char* line) {

@@ -29,7 +29,8 @@ int ReconnectCluster();
 void CloseConnectionPool();
 
 // 0 when address answered one echo request within attempts tries of deadline seconds each.
-// An address that is not a plain address or host name is never run: logged, and 1.
+// An address that is not a plain address or host name, or too long for the command, is never
+// run: logged, and 1.
 int Ping(const char* address, int deadline, int attempts);
 
 // Percent-encoding of a password for the connection URL; false when out was too small.
