@@ -70,7 +70,9 @@ class DbConn {
 
 template <class F>
 int DbConn::Query(const char* sql, F&& f) {
-  QzRowFn fn = [](void* ctx, int ncols, const char* const* values) {
+  // An exception escaping f would unwind through the library's C frames: it ends the program
+  // here instead.
+  QzRowFn fn = [](void* ctx, int ncols, const char* const* values) noexcept {
     (*static_cast<decltype(&f)>(ctx))(ncols, values);
   };
   return qz_query(conn_, sql, fn, &f) == 0 ? kDbOk : kDbQueryFailed;
