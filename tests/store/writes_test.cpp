@@ -347,6 +347,20 @@ TEST_F(StoreWritesRows, RemoveSelectorWords) {
   }
 }
 
+TEST_F(StoreWritesRows, ClearEmptiesTheFirstOpenPoolsTable) {
+  struct Case {
+    std::set<std::string> down;
+    const char* reached;
+  } cases[] = {{{}, "master"}, {{kMasterAddr}, "slave"}, {{kMasterAddr, kSlaveAddr}, ""}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.reached);
+    Prepare({{3, "node-a"}, {9, "node-b"}}, c.down);
+    ExpectReached(qor::ClearClusterSql(kSlaveAddr), c.reached,
+                  {{3, Cols("(gone)=")}, {9, Cols("(gone)=")}},
+                  "clearclustersql db connection error");
+  }
+}
+
 // Member rows unchanged for more than clustsweep minutes by the database clock go.
 class StoreWritesSweep : public StoreWrites {
  protected:
