@@ -18,7 +18,7 @@ constexpr size_t kSqlMax = 8192;
 constexpr const char* kSqlRefused = "value too long or holding a backslash";
 
 // value made ready to stand between single quotes; ok() is false (and the text empty) when it
-// holds a backslash or does not fit.
+// holds a backslash or could not fit any statement.
 class SqlQuoted {
  public:
   explicit SqlQuoted(const char* value);
@@ -26,7 +26,7 @@ class SqlQuoted {
   const char* c_str() const { return buf_; }
 
  private:
-  char buf_[256];  // a record text of 127 characters, every one of them a quote
+  char buf_[kSqlMax];  // whatever its statement could hold
   bool ok_ = false;
 };
 
