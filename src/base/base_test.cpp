@@ -32,6 +32,27 @@ TEST(BaseFixedText, WritesAreCutAtCapacityAndSaySo) {
   EXPECT_TRUE(t.empty());
 }
 
+TEST(BaseFixedText, CutsNeverSplitAUtf8Character) {
+  struct Case {
+    const char* text;
+    const char* kept;  // in 4 characters
+  } cases[] = {
+      {"ab\xc3\xa9z", "ab\xc3\xa9"},                   // e acute fits whole
+      {"abc\xc3\xa9", "abc"},                          // two-byte character cut after its lead
+      {"a\xe2\x82\xac\xe2\x82\xac", "a\xe2\x82\xac"},  // euro signs: the second is cut inside
+      {"\xf0\x9f\x98\x80x", "\xf0\x9f\x98\x80"},       // four bytes fit exactly
+      {"x\xf0\x9f\x98\x80", "x"},                      // four-byte character cut inside
+      {"ab\xa9\xa9\xa9", "ab\xa9\xa9"},                // not UTF-8: cut where it is
+  };
+  for (const Case& c : cases) {
+    FixedText<5> t;
+    EXPECT_FALSE(t.set(c.text));
+    EXPECT_STREQ(t.c_str(), c.kept);
+    EXPECT_FALSE(t.format("%s", c.text));
+    EXPECT_STREQ(t.c_str(), c.kept);
+  }
+}
+
 TEST(BaseShell, OnlyAddressAndHostCharactersAreSafe) {
   struct Case {
     const char* value;

@@ -1,5 +1,7 @@
 #include "config/qorconf.h"
 
+#include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -184,6 +186,21 @@ void SetTextOr(CnfText& field, const char* value, const char* dflt) {
   field.set(*value == '\0' && dflt != nullptr ? dflt : value);
 }
 
+// A number of more digits than an int holds is clamped to the largest int rather than refused:
+// whoever wrote it asked for "very much" (a sweep age of 4294967295 minutes means never), and
+// keeping the old value instead would keep a setting the file no longer names. It must never
+// wrap to a negative value that turns the setting off. Logged when it changes the field, so a
+// file that every heartbeat re-reads says it once.
+int DigitsToInt(const char* key, const char* digits, int current) {
+  errno = 0;
+  long long v = std::strtoll(digits, nullptr, 10);
+  if (errno != ERANGE && v <= INT_MAX) return static_cast<int>(v);
+  if (current != INT_MAX) {
+    LogError("getqorconf %s=%.32s is more than an int holds, taken as %d", key, digits, INT_MAX);
+  }
+  return INT_MAX;
+}
+
 int RoleCode(const CnfText& role) {
   if (role == "master") return kRoleMaster;
   if (role == "slave") return kRoleSlave;
@@ -219,7 +236,7 @@ void ApplyKey(const Key& k, const char* value) {
       if (*value == '\0') {
         cnf.*k.integer = 0;
       } else if (isnumber(value)) {
-        cnf.*k.integer = std::atoi(value);
+        cnf.*k.integer = DigitsToInt(k.match, value, cnf.*k.integer);
       }
       break;
     case Rule::kDbsvr:

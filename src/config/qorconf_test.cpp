@@ -194,7 +194,12 @@ TEST_F(ConfigQorconfTest, DamagedFilesAreReadSafely) {
       {"qor_clustrole=slave\r\nqor_netif=eth0\r\n", P(ClustRole), "103"},
       {"qor_clustrole=slave\r\nqor_netif=eth0\r\n", P(&Cnf::netif), "eth0\r"},
       {"qor_clustid=1\rqor_netif=eth0\r", P(&Cnf::clustid), "1\rqor_netif=eth0\r"},
-      {"qor_clustid=1\rqor_netif=eth0\r", P(&Cnf::netif), "em0"}};
+      {"qor_clustid=1\rqor_netif=eth0\r", P(&Cnf::netif), "em0"},
+      // Past what an int holds: the largest int, never a wrap to a negative "off".
+      {"qor_clustsweep=4294967295\n", P(&Cnf::clustsweep), "2147483647"},
+      {"qor_clustcontrol=" + std::string(40, '9') + "\n", P(&Cnf::clustcontrol), "2147483647"},
+      {"qor_clustsweep=2147483647\n", P(&Cnf::clustsweep), "2147483647"},
+      {"qor_clustsweep=" + std::string(30, '0') + "42\n", P(&Cnf::clustsweep), "42"}};
   for (const Case& c : cases) {
     Reset();
     ASSERT_EQ(Read(c.file), 0);

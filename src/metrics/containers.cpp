@@ -13,12 +13,12 @@ namespace qor {
 int Containers = 0;
 
 int getcontainers(const char* host) {
-  char escaped[256];
+  SqlQuoted h(host);
   SqlText sql;
-  if (!SqlEscape(escaped, sizeof escaped, host) ||
+  if (!h.ok() ||
       !sql.format("select count(id) from containers where hostname='%s' and containerid!='';",
-                  escaped)) {
-    LogError("getcontainers host too long: %.64s", host);
+                  h.c_str())) {
+    LogError("getcontainers refused: %s (%.64s)", kSqlRefused, host);
     return kDbQueryFailed;
   }
   Trace("_getcontainersssql: sql=%s\n", sql.c_str());
@@ -52,12 +52,13 @@ int GetLumoContainerSql() {
   } else {
     return 0;
   }
-  char escaped[256];
+  SqlQuoted h(host);
   SqlText sql;
-  if (!SqlEscape(escaped, sizeof escaped, host) ||
+  if (!h.ok() ||
       !sql.format("select count(id) from qor.containers where (containername like 'lumobr_%%%%' "
                   "or containername like 'lumodt_%%%%') and hostname='%s';",
-                  escaped)) {
+                  h.c_str())) {
+    LogError("getlumocontainersql refused: %s (%.64s)", kSqlRefused, host);
     return 0;
   }
   // The statement goes to the database as data, so "%%" stays "%%" there, as it always has.

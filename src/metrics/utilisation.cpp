@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -61,9 +62,10 @@ double MemUtilFromFreeLine(const char* line) {
   char word[64];
   double total = getword(word, sizeof word, line, 1) == 0 ? std::atof(word) : 0.0;
   double used = getword(word, sizeof word, line, 2) == 0 ? std::atof(word) : 0.0;
-  // Memory that cannot be measured reads as idle, as a disk that cannot be measured does.
-  if (!(total > 0.0)) return 0.0;
-  return used / total;
+  // Memory that cannot be measured reads as idle, as a disk that cannot be measured does; words
+  // such as "inf", "nan" or a used amount beyond the total come only from a damaged output.
+  double util = total > 0.0 ? used / total : 0.0;
+  return std::isfinite(util) ? std::clamp(util, 0.0, 1.0) : 0.0;
 }
 
 double getmemutil() {

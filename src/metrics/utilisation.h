@@ -20,7 +20,8 @@ void ParseProcStatLine(const char* line, int64_t* total, int64_t* idle);
 double CpuUtilBetween(int64_t prevTotal, int64_t prevIdle, int64_t total, int64_t idle);
 // used / total from the second line of `free`; a failed start ends the process.
 double getmemutil();
-// used / total of one `free` line (words 1 and 2); 0.0 when the total is missing or 0.
+// used / total of one `free` line (words 1 and 2), held to [0, 1]; 0.0 when the total is missing
+// or 0 or the words are no numbers.
 double MemUtilFromFreeLine(const char* line);
 // (total - free) / total of the file system holding path; 0.0 when it cannot be measured.
 double getdiskutil(const char* path);

@@ -59,6 +59,12 @@ TEST(MetricsMemUtil, SecondLineOfFree) {
       {"header only", kFreeHeader, 0.0},
       {"blank second line", std::string(kFreeHeader) + "\n", 0.0},
       {"no output", "", 0.0},
+      // A damaged output never gives NaN, infinity or a figure outside [0, 1].
+      {"used beyond total", std::string(kFreeHeader) + "Mem:  100  400  0\n", 1.0},
+      {"negative used", std::string(kFreeHeader) + "Mem:  100  -5  0\n", 0.0},
+      {"infinite used", std::string(kFreeHeader) + "Mem:  100  inf  0\n", 0.0},
+      {"infinite total", std::string(kFreeHeader) + "Mem:  inf  inf  0\n", 0.0},
+      {"nan used", std::string(kFreeHeader) + "Mem:  100  nan  0\n", 0.0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

@@ -61,16 +61,17 @@ bool WhereClause(FixedText<128>& where, const char** order, const char* cond) {
     return where.format(s.where, s.status);
 #pragma GCC diagnostic pop
   }
-  char escaped[256];
   if (std::strncmp(cond, "like_", 5) == 0) {
     char pattern[128];
     if (strext(pattern, sizeof pattern, cond, 5, static_cast<int>(std::strlen(cond))) != 0) {
       return false;
     }
-    return SqlEscape(escaped, sizeof escaped, pattern) &&
-           where.format("where hostname like '%s' or ipaddress like '%s'", escaped, escaped);
+    SqlQuoted p(pattern);
+    return p.ok() &&
+           where.format("where hostname like '%s' or ipaddress like '%s'", p.c_str(), p.c_str());
   }
-  return SqlEscape(escaped, sizeof escaped, cond) && where.format("where hostname = '%s'", escaped);
+  SqlQuoted host(cond);
+  return host.ok() && where.format("where hostname = '%s'", host.c_str());
 }
 
 int AtoI(const char* s) {
@@ -191,7 +192,7 @@ int GetClusterSql(const char* dbsvr, const char* dbuser, const char* /*dbpwd*/, 
   Trace("_xgetclustersql(1): dbsvr=%s dbuser=%s cond=%s con=%p\n", dbsvr, dbuser, cond, nullptr);
   SqlText sql;
   if (!BuildClusterSelect(sql, cond)) {
-    LogError("getclustersql selector too long for %s: %.64s", dbsvr, cond);
+    LogError("getclustersql selector refused for %s: %s (%.64s)", dbsvr, kSqlRefused, cond);
     return kDbQueryFailed;
   }
   Trace("_xgetclustersql(2): sql=\n%s\n", sql.c_str());

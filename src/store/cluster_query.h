@@ -14,7 +14,8 @@ extern int ClustCount;
 
 using SqlText = FixedText<kSqlMax>;
 
-// The statement for selector cond; false when the where clause would not fit its 127 characters.
+// The statement for selector cond; false when the where clause would not fit its 127 characters
+// or a host name or pattern holds a backslash.
 bool BuildClusterSelect(SqlText& sql, const char* cond);
 
 // Fills rec from one result row (columns by position, at most 26 used) and adds an active row to

@@ -40,9 +40,9 @@ TEST(StoreSelect, EverySelectorGivesItsStatementText) {
       {"like_", "where hostname like '' or ipaddress like '' order by role_id, hostname;"},
       {"node-7", "where hostname = 'node-7' order by role_id, hostname;"},
       {"-Master", "where hostname = '-Master' order by role_id, hostname;"},
-      {"o'brien\\", "where hostname = 'o\\'brien\\\\' order by role_id, hostname;"},
+      {"o'brien", "where hostname = 'o''brien' order by role_id, hostname;"},
       {"like_a'%",
-       "where hostname like 'a\\'%' or ipaddress like 'a\\'%' order by role_id, hostname;"},
+       "where hostname like 'a''%' or ipaddress like 'a''%' order by role_id, hostname;"},
   };
   for (const Case& c : cases) {
     SqlText sql;
@@ -51,7 +51,7 @@ TEST(StoreSelect, EverySelectorGivesItsStatementText) {
   }
 }
 
-TEST(StoreSelect, WhereClauseThatWouldNotFitIsRefused) {
+TEST(StoreSelect, HostNamesThatCannotBePlacedAreRefused) {
   // "where hostname like '%s' or ipaddress like '%s'" holds the pattern twice in 127 characters.
   SqlText sql;
   EXPECT_TRUE(BuildClusterSelect(sql, ("like_" + std::string(42, 'p')).c_str()));
@@ -62,6 +62,8 @@ TEST(StoreSelect, WhereClauseThatWouldNotFitIsRefused) {
   EXPECT_TRUE(BuildClusterSelect(sql, std::string(54, '\'').c_str()));
   EXPECT_FALSE(BuildClusterSelect(sql, std::string(55, '\'').c_str()));
   EXPECT_FALSE(BuildClusterSelect(sql, ("like_" + std::string(300, 'p')).c_str()));
+  EXPECT_FALSE(BuildClusterSelect(sql, "o\\brien"));
+  EXPECT_FALSE(BuildClusterSelect(sql, "like_a\\%"));
 }
 
 TEST(StoreSelect, UpdatedAtIsLocalTimeWithoutDaylightSaving) {

@@ -12,14 +12,6 @@ namespace qor {
 
 namespace {
 
-// An escaped record text: 127 characters at most, so at most 254 after escaping.
-struct Lit {
-  explicit Lit(const char* v) { ok = SqlEscape(buf, sizeof buf, v); }
-  const char* c_str() const { return buf; }
-  char buf[512];
-  bool ok;
-};
-
 long L(int64_t v) {
   return static_cast<long>(v);
 }
@@ -42,7 +34,7 @@ int Write(QzPool* pool, const char* sql, const char* connErr, const char* stmtEr
 
 // A statement that could not be built is refused with the operation's name; nothing is run.
 int Refuse(const char* op, const char* what) {
-  LogError("%s refused: value too long (%.64s)", op, what);
+  LogError("%s refused: %s (%.64s)", op, kSqlRefused, what);
   return kDbQueryFailed;
 }
 
@@ -60,9 +52,9 @@ bool PlainName(const char* name) {
 }  // namespace
 
 bool InsertStatement(SqlText& sql, const ClustRecord& rec, int64_t mill) {
-  Lit host(rec.hostname.c_str()), ip(rec.ipaddress.c_str()), cid(rec.clusterid.c_str()),
+  SqlQuoted host(rec.hostname.c_str()), ip(rec.ipaddress.c_str()), cid(rec.clusterid.c_str()),
       role(rec.role.c_str()), cpu(rec.cpuinfo.c_str());
-  return host.ok && ip.ok && cid.ok && role.ok && cpu.ok &&
+  return host.ok() && ip.ok() && cid.ok() && role.ok() && cpu.ok() &&
          sql.format(
              "insert into clusters (hostname,ipaddress,clusterid,role,role_id,status,dbwrite_count,"
              "last_writemill,cpuinfo,cpus,cpuphycores,cpucores,cpuprocs,cpuloadavg,cpuloadavgpp,"
@@ -76,9 +68,9 @@ bool InsertStatement(SqlText& sql, const ClustRecord& rec, int64_t mill) {
 
 bool UpdateStatement(SqlText& sql, const ClustRecord& r, int withlastwrite, int full) {
   if (full == 1) {
-    Lit host(r.hostname.c_str()), ip(r.ipaddress.c_str()), cid(r.clusterid.c_str()),
+    SqlQuoted host(r.hostname.c_str()), ip(r.ipaddress.c_str()), cid(r.clusterid.c_str()),
         role(r.role.c_str()), ver(QorVersion.c_str());
-    if (!(host.ok && ip.ok && cid.ok && role.ok && ver.ok)) return false;
+    if (!(host.ok() && ip.ok() && cid.ok() && role.ok() && ver.ok())) return false;
     if (withlastwrite == 1) {
       return sql.format(
           "update clusters set updated_at=now(), hostname='%s', ipaddress='%s', clusterid='%s', "
@@ -126,11 +118,8 @@ bool RemoveStatement(SqlText& sql, const char* selector) {
   } else if (!std::strcmp(selector, "-alldummy")) {
     where.set("where hostname like 'qordummyd%'");
   } else if (*selector != '\0') {
-    char escaped[256];
-    if (!SqlEscape(escaped, sizeof escaped, selector) ||
-        !where.format("where hostname = '%s'", escaped)) {
-      return false;
-    }
+    SqlQuoted host(selector);
+    if (!host.ok() || !where.format("where hostname = '%s'", host.c_str())) return false;
   }
   FixedText<128> from;
   return from.format("from %s.clusters", cnf.cldbname.c_str()) &&
@@ -183,11 +172,11 @@ int SetStatusClusterSql(const char* dbsvr, int id, int status) {
 
 int SetOldClusterSvrSql(const char* dbsvr, const char* host) {
   Trace("_xsetoldclustersvrsql(1) dbsvr=%s host=%s\n", dbsvr, host);
-  Lit h(host);
+  SqlQuoted h(host);
   SqlText sql;
-  if (!h.ok || !sql.format("update clusters set updated_at=now(), status = '%d', last_writemill "
-                           "= '0' where hostname = '%s';",
-                           kStatusOld, h.c_str())) {
+  if (!h.ok() || !sql.format("update clusters set updated_at=now(), status = '%d', last_writemill "
+                             "= '0' where hostname = '%s';",
+                             kStatusOld, h.c_str())) {
     return Refuse("setoldclustersvrsql", host);
   }
   Trace("_xsetoldclustersvrsql(2): sql=\n%s\n", sql.c_str());
@@ -197,11 +186,11 @@ int SetOldClusterSvrSql(const char* dbsvr, const char* host) {
 
 int SetTplOldClusterSvrSql(const char* dbsvr, const char* host) {
   Trace("_xsettploldclustersvrsql(1) dbsvr=%s host=%s\n", dbsvr, host);
-  Lit h(host);
+  SqlQuoted h(host);
   SqlText sql;
-  if (!h.ok || !sql.format("update clusters set updated_at=now(), tpl_syncstate = '%d', "
-                           "tpl_syncmill = '0' where hostname = '%s';",
-                           kTplOld, h.c_str())) {
+  if (!h.ok() || !sql.format("update clusters set updated_at=now(), tpl_syncstate = '%d', "
+                             "tpl_syncmill = '0' where hostname = '%s';",
+                             kTplOld, h.c_str())) {
     return Refuse("settploldclustersvrsql", host);
   }
   Trace("_xsettploldclustersvrsql(2): sql=\n%s\n", sql.c_str());
@@ -211,11 +200,11 @@ int SetTplOldClusterSvrSql(const char* dbsvr, const char* host) {
 
 int UpdateTplsyncSql(const char* dbsvr, const char* host, int64_t syncmill, int state) {
   Trace("_xupdatetplsyncsql(1) dbsvr=%s host=%s\n", dbsvr, host);
-  Lit h(host);
+  SqlQuoted h(host);
   SqlText sql;
-  if (!h.ok || !sql.format("update clusters set updated_at=now(), tpl_syncstate = '%d', "
-                           "tpl_syncmill = '%ld' where hostname = '%s';",
-                           state, L(syncmill), h.c_str())) {
+  if (!h.ok() || !sql.format("update clusters set updated_at=now(), tpl_syncstate = '%d', "
+                             "tpl_syncmill = '%ld' where hostname = '%s';",
+                             state, L(syncmill), h.c_str())) {
     return Refuse("updatetplsyncsql", host);
   }
   Trace("_xupdatetplsyncssql(2): sql=\n%s\n", sql.c_str());

@@ -63,17 +63,17 @@ TEST_F(StoreStatements, UpdateFormsAreTheTemplatesFilledFromTheRecord) {
   }
 }
 
-TEST_F(StoreStatements, InsertDerivesRoleIdAndEscapesTexts) {
+TEST_F(StoreStatements, InsertDerivesRoleIdAndQuotesTexts) {
   ClustRecord r = SampleRecord();
   r.role = "Master";  // wrong case: role_id 0
-  r.hostname = "o'host\\";
+  r.hostname = "o'host";
   SqlText sql;
   ASSERT_TRUE(InsertStatement(sql, r, 1700000009999));
   EXPECT_EQ(sql.view(),
             "insert into clusters (hostname,ipaddress,clusterid,role,role_id,status,"
             "dbwrite_count,last_writemill,cpuinfo,cpus,cpuphycores,cpucores,cpuprocs,cpuloadavg,"
             "cpuloadavgpp,containers,tpl_updatemill,tpl_syncmill,tpl_syncstate,created_at,"
-            "updated_at,qortimemill) values ('o\\'host\\\\','10.0.0.5','c1','Master','0','100',"
+            "updated_at,qortimemill) values ('o''host','10.0.0.5','c1','Master','0','100',"
             "'0','0','Xeon 2.4','2','8','16','32','1.24','0.07','9','0','0','0',now(),now(),"
             "'1700000009999');");
 }
@@ -87,7 +87,7 @@ TEST_F(StoreStatements, RemoveAndSweepWhereClauses) {
       {"", "delete from qor.clusters ;"},
       {"-alldummy", "delete from qor.clusters where hostname like 'qordummyd%';"},
       {"node-3", "delete from qor.clusters where hostname = 'node-3';"},
-      {"x' or '1'='1", "delete from qor.clusters where hostname = 'x\\' or \\'1\\'=\\'1';"},
+      {"x' or '1'='1", "delete from qor.clusters where hostname = 'x'' or ''1''=''1';"},
   };
   for (const Case& c : cases) {
     SqlText sql;
@@ -98,6 +98,8 @@ TEST_F(StoreStatements, RemoveAndSweepWhereClauses) {
   EXPECT_TRUE(RemoveStatement(sql, std::string(108, 'h').c_str()));
   EXPECT_FALSE(RemoveStatement(sql, std::string(109, 'h').c_str())) << "refused, never cut";
   EXPECT_FALSE(RemoveStatement(sql, std::string(300, 'h').c_str()));
+  EXPECT_FALSE(RemoveStatement(sql, "node-a\\"))
+      << "a backslash means one thing or another by sql_mode";
   cnf.cldbname = "qor;drop";
   EXPECT_FALSE(RemoveStatement(sql, "-all")) << "a database name is not a place for SQL";
   cnf.cldbname = "qor";

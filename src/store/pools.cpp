@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cstring>
 
+#include "base/fatal.h"
 #include "base/log.h"
 #include "base/shell.h"
 #include "config/qorconf.h"
@@ -15,8 +16,12 @@ int ConnectionPool = 1;
 
 namespace {
 
-void LogLibraryError(const char* message) {
+// Ends the process with status 1, as the library does without a handler: neither the library
+// nor the operation it broke off can be trusted to go on. A daemon that ends so leaves its rows
+// to age like those of any server that stopped.
+[[noreturn]] void LibraryFatal(const char* message) {
   LogError("libzdb: %s", message);
+  FatalExit();
 }
 
 // The numbered notices of one side: the master uses 1/2, the slave 3/4, standalone 5/6.
@@ -35,7 +40,7 @@ void BuildPool(const Side& side, const char* address) {
   url_encode(password, sizeof password, cnf.dbpwd.c_str());
   FixedText<512> url;
   url.format("mysql://%s/qor?user=qordirect&password=%s", address, password);
-  qz_set_error_logger(LogLibraryError);
+  qz_set_fatal_handler(LibraryFatal);
   *side.pool = qz_pool_start(url.c_str(), ConnectionPool);
   if (*side.pool == nullptr) LogError("Connection Failure %s to %s", side.name, address);
   if (ConnectionPool == 5) {
@@ -85,13 +90,14 @@ void CloseConnectionPool() {
 
 int Ping(const char* address, int deadline, int attempts) {
   // The address stands unquoted on a shell command line: anything but a plain address or host
-  // name is refused here, once per call, and counts as not answering.
-  if (!IsShellSafeWord(address)) {
+  // name is refused here, once per call, and counts as not answering; so is one too long for the
+  // command, which cut would name another host.
+  FixedText<256> command;
+  if (!IsShellSafeWord(address) ||
+      !command.format("%s %d %s", "/bin/ping -c 1 -w", deadline, address)) {
     LogError("ping refused address (%.64s)", address ? address : "");
     return 1;
   }
-  FixedText<256> command;
-  command.format("%s %d %s", "/bin/ping -c 1 -w", deadline, address);
   for (int i = 0; i < attempts; ++i) {
     bool answered = false;
     RunShell(command.c_str(), 8192, [&](char* line) {

@@ -33,7 +33,8 @@ int64_t DbAnsweringSince(int target);
 void CloseConnectionPool();
 
 // 0 when address answered one echo request within attempts tries of deadline seconds each.
-// An address that is not a plain address or host name is never run: logged, and 1.
+// An address that is not a plain address or host name, or too long for the command, is never
+// run: logged, and 1.
 int Ping(const char* address, int deadline, int attempts);
 
 // Percent-encoding of a password for the connection URL; false when out was too small.
@@ -81,7 +82,9 @@ class DbConn {
 
 template <class F>
 int DbConn::Query(const char* sql, F&& f) {
-  QzRowFn fn = [](void* ctx, int ncols, const char* const* values) {
+  // An exception escaping f would unwind through the library's C frames: it ends the program
+  // here instead.
+  QzRowFn fn = [](void* ctx, int ncols, const char* const* values) noexcept {
     (*static_cast<decltype(&f)>(ctx))(ncols, values);
   };
   return qz_query(conn_, sql, fn, &f) == 0 ? kDbOk : kDbQueryFailed;

@@ -2,20 +2,19 @@
 
 namespace qor {
 
-bool SqlEscape(char* out, size_t size, const char* value) {
-  if (size == 0) return false;
+SqlQuoted::SqlQuoted(const char* value) {
   size_t n = 0;
   for (const char* p = value ? value : ""; *p; ++p) {
-    bool esc = *p == '\'' || *p == '\\';
-    if (n + (esc ? 2 : 1) >= size) {
-      out[0] = '\0';
-      return false;
+    size_t len = *p == '\'' ? 2 : 1;
+    if (*p == '\\' || n + len >= sizeof buf_) {
+      buf_[0] = '\0';
+      return;
     }
-    if (esc) out[n++] = '\\';
-    out[n++] = *p;
+    buf_[n++] = *p;
+    if (len == 2) buf_[n++] = '\'';
   }
-  out[n] = '\0';
-  return true;
+  buf_[n] = '\0';
+  ok_ = true;
 }
 
 }  // namespace qor

@@ -14,17 +14,21 @@ struct QzConn {
   Connection_T con;
 };
 
-static QzLogFn error_logger = NULL;
+static QzFatalFn fatal_handler = NULL;
 
-void qz_set_error_logger(QzLogFn fn) { error_logger = fn; }
+void qz_set_fatal_handler(QzFatalFn fn) {
+  fatal_handler = fn;
+}
 
-/* The library calls this instead of ending the process; the message is logged and the program
- * goes on: the operation at hand then fails like any other database failure. */
+/* The library calls this instead of ending the process itself. Returning would let the call it
+ * interrupted carry on past the error (a query would take a half-read table as complete) with a
+ * library that may no longer be used, so the handler ends the process. */
 static void abort_handler(const char* error) {
-  if (error_logger != NULL) error_logger(error);
+  fatal_handler(error);
 }
 
 QzPool* qz_pool_start(const char* url, int initial) {
+  if (fatal_handler == NULL) return NULL;
   QzPool* volatile p = calloc(1, sizeof *p);
   if (p == NULL) return NULL;
   p->url = URL_new(url);

@@ -14,12 +14,14 @@ extern "C" {
 typedef struct QzPool QzPool;
 typedef struct QzConn QzConn;
 
-/* Called with each library message that is not a normal SQL error (fatal library errors). */
-typedef void (*QzLogFn)(const char* message);
-void qz_set_error_logger(QzLogFn fn);
+/* Called with the library's message after an error it documents as fatal (out of memory, an
+ * exception no handler caught), after which it may not be used again. Must not return. */
+typedef void (*QzFatalFn)(const char* message);
+void qz_set_fatal_handler(QzFatalFn fn);
 
 /* Creates and starts a pool on url with initial connections. NULL when the library raised an
- * SQL exception while starting (wrong password, server not listening): nothing is left over. */
+ * SQL exception while starting (wrong password, server not listening): nothing is left over; and
+ * NULL before a fatal handler is set. */
 QzPool* qz_pool_start(const char* url, int initial);
 void qz_pool_free(QzPool* pool);
 
@@ -33,7 +35,8 @@ void qz_close(QzConn* conn);
 /* Runs a statement without result: 0 done, -1 the database raised an error. */
 int qz_execute(QzConn* conn, const char* sql);
 
-/* One row: values[i] is NULL for SQL NULL. Strings live until the callback returns. */
+/* One row: values[i] is NULL for SQL NULL. Strings live until the callback returns. It runs
+ * inside the library's frames, so it must neither throw nor call the library. */
 typedef void (*QzRowFn)(void* ctx, int ncols, const char* const* values);
 /* Runs a query and hands each row to fn: 0 done, -1 the database raised an error, -2 no
  * result set. At most 64 columns of a row are handed out. */

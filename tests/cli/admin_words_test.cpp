@@ -166,7 +166,6 @@ TEST_F(CliAdmin, HostileAndOverlongHostsChangeNothing) {
   } cases[] = {
       {{"-rm_from_master", "x' or '1'='1"}, "removing x' or '1'='1 from 127.0.0.1...OK\n", 0, ""},
       {{"-rm_from_master", "node-%"}, "removing node-% from 127.0.0.1...OK\n", 0, ""},
-      {{"-set_old_on_master", "node-a\\"}, "set node-a\\ old on 127.0.0.1...OK\n", 0, ""},
       {{"-set_tplold_on_master", "x'; delete from clusters; -- "},
        "set x'; delete from clusters; --  tpl old on 127.0.0.1...OK\n",
        0,
@@ -175,7 +174,7 @@ TEST_F(CliAdmin, HostileAndOverlongHostsChangeNothing) {
       {{"-rm_from_master", longHost},
        "removing " + longHost + " from 127.0.0.1...NG\n",
        1,
-       "removeclustersvrssql refused: value too long"},
+       "removeclustersvrssql refused: value too long or holding a backslash"},
       // The whole statement still fits: it runs and matches no row.
       {{"-set_old_on_master", longHost}, "set " + longHost + " old on 127.0.0.1...OK\n", 0, ""},
   };

@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "config/processors.h"
 #include "config/qorconf.h"
+#include "metrics/cpuinfo.h"
 #include "store/pools.h"
 #include "store_fixture.h"
 
@@ -78,6 +80,26 @@ TEST_F(StoreContainers, LumoCountsThisServersLumoContainers) {
     Connect(c.down);
     EXPECT_EQ(qor::GetLumoContainerSql(), c.count);
     EXPECT_TRUE(Logs().empty());
+  }
+}
+
+// The weighted load classifies the containers that are not this server's own lumo containers:
+// 11 here, of which the master's database holds 5 lumo ones of the master's, so 6; a member
+// subtracts nothing. 6 is below a limit of 7 and not below one of 6.
+TEST_F(StoreContainers, WeightedLoadLeavesOutTheOwnLumoContainers) {
+  struct Case {
+    const char* role;
+    int maxlimithi;
+    bool full;
+  } cases[] = {{"master", 7, false}, {"master", 6, true}, {"member", 7, true}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.role << " below " << c.maxlimithi);
+    UseTestCluster(c.role, kMasterAddr);
+    qor::cnf.maxlimitlo = qor::cnf.maxlimit = qor::cnf.maxlimithi = c.maxlimithi;
+    qor::Containers = 11;
+    Connect();
+    EXPECT_EQ(qor::GetCpuData(), 0);
+    EXPECT_EQ(qor::Cpu.loadavgpp == 1000.0f, c.full) << qor::Cpu.loadavgpp;
   }
 }
 

@@ -122,6 +122,16 @@ TEST_F(StorePools, WrongPasswordLeavesThePoolsEmpty) {
                                               "Connection Failure spool to 127.0.0.2"}));
 }
 
+// An error the library documents as fatal ends the process with status 1 after its message:
+// here an assertion of the library raised where no handler of ours waits for it.
+TEST_F(StorePools, AFatalLibraryErrorEndsTheProcess) {
+  qor::ConnectionPool = -1;
+  EXPECT_EXIT(qor::ReconnectCluster(), testing::ExitedWithCode(1), "");
+  std::vector<std::string> logs = Logs();
+  ASSERT_EQ(logs.size(), 1u);
+  EXPECT_EQ(logs[0].rfind("libzdb: AssertException", 0), 0u) << logs[0];
+}
+
 TEST_F(StorePools, StandaloneBuildsTheMasterPoolWithoutPing) {
   qor::Cluster = 0;
   qor::cnf.cluster = "0";

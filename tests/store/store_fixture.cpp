@@ -47,6 +47,18 @@ int StoreTest::Select(const char* cond, qor::ActInfo* info, int target) {
                             qor::ClustsTemp, target);
 }
 
+void StoreTest::ForEachSqlMode(const std::function<void()>& body) {
+  std::string own = Sql("master", "select @@global.sql_mode;");
+  own.erase(own.find_last_not_of('\n') + 1);
+  for (const std::string& mode :
+       {own, own.empty() ? "NO_BACKSLASH_ESCAPES" : own + ",NO_BACKSLASH_ESCAPES"}) {
+    SCOPED_TRACE("sql_mode " + mode);
+    Sql("master", "set global sql_mode = '" + mode + "';");
+    body();
+  }
+  Sql("master", "set global sql_mode = '" + own + "';");
+}
+
 namespace {
 
 std::string ThirdDir() {

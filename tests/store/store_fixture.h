@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -45,6 +46,10 @@ class StoreTest : public ::testing::Test {
             const std::set<std::string>& down = {});
   // GetClusterSql as the program calls it, naming the master's address.
   int Select(const char* cond, qor::ActInfo* info, int target = 0);
+  // Runs body under each sql_mode the statements must be safe in, set as the master's global
+  // mode (connections made after the switch take it): the server's own, then the same with
+  // NO_BACKSLASH_ESCAPES. The server's own mode is set back afterwards.
+  void ForEachSqlMode(const std::function<void()>& body);
 
   PingSeam seam;
 };
