@@ -48,15 +48,14 @@ void Qordown(const ClustRecord& r) {
 
 int LumoBRContainerRepaireSql(const char* source, const char* destination) {
   Trace("_xlumobrcontainerrepairesql(1):srcipadr=%s dstipdar=%s\n", source, destination);
-  char dst[512], src[512];
+  SqlQuoted dst(destination), src(source);
   FixedText<640> set, where;
   SqlText sql;
   // The doubled percent signs reach the database as they stand: one formatting step only.
-  if (!SqlEscape(dst, sizeof dst, destination) || !SqlEscape(src, sizeof src, source) ||
-      !set.format("update containers set hostname = '%s'", dst) ||
-      !where.format("where containername like 'lumobr_%%%%' and hostname = '%s'", src) ||
+  if (!dst.ok() || !src.ok() || !set.format("update containers set hostname = '%s'", dst.c_str()) ||
+      !where.format("where containername like 'lumobr_%%%%' and hostname = '%s'", src.c_str()) ||
       !sql.format("%s %s", set.c_str(), where.c_str())) {
-    LogError("xlumobrcontainerrepairesql refused: value too long (%.64s)", source);
+    LogError("xlumobrcontainerrepairesql refused: %s (%.64s)", kSqlRefused, source);
     return kDbQueryFailed;
   }
   Trace("_xlumobrcontainerrepairesql(2):%s\n", sql.c_str());
