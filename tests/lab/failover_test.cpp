@@ -8,6 +8,7 @@
 #include <chrono>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "lab/lab_fixture.h"
 
@@ -45,15 +46,14 @@ std::string ContainerHosts(const Lab& lab, int db) {
 void PutContainers(const Lab& lab, int db, int peer) {
   const std::string p = lab.Info(peer).address, m = lab.Info(kMember1).address;
   lab.Sql(db, "insert into containers (containername, hostname) values ('lumobr_1', '" + p +
-                  "'), ('lumodt_1', '" + p + "'), ('lumobr_2', '" + m + "'), ('lumobr_3', '" + p +
-                  "');");
+                  "'), ('lumodt_1', '" + p + "'), ('lumobr_2', '" + m + "');");
 }
 
 // What PutContainers left, with the peer's browser containers on host to.
 std::string MovedContainers(const Lab& lab, int peer, int to) {
   const std::string p = lab.Info(peer).address, m = lab.Info(kMember1).address,
                     t = lab.Info(to).address;
-  return "lumobr_1\t" + t + "\nlumodt_1\t" + p + "\nlumobr_2\t" + m + "\nlumobr_3\t" + t + "\n";
+  return "lumobr_1\t" + t + "\nlumodt_1\t" + p + "\nlumobr_2\t" + m + "\n";
 }
 
 std::string Silent(const char* prefix, const LabHost& h) {
@@ -154,7 +154,7 @@ TEST_F(LabFailover, SilentMemberIsSweptAfterTheSweepAge) {
       << Statuses(lab_, master.name);
 
   std::this_thread::sleep_until(stopped + std::chrono::seconds(62));
-  EXPECT_EQ(RowOf(lab_, kMaster, m1.name).status, 100) << "swept before the slow work";
+  EXPECT_NE(RowOf(lab_, kMaster, m1.name).role_id, -1) << "swept before the slow work ran";
   RunOptions yes;
   yes.input = "y\n";
   RunResult tplold =
