@@ -105,6 +105,11 @@ bool Logged(Lab& lab, int i, const std::string& prefix) {
   return false;
 }
 
+bool Moves(const Lab& lab, int db, const std::string& hostname, int seconds) {
+  int64_t at = RowOf(lab, db, hostname).updated_at;
+  return WaitFor(seconds, [&] { return RowOf(lab, db, hostname).updated_at > at; });
+}
+
 LabCluster::LabCluster() : lab_(LabOptions{TestDir(), 4, true}) {}
 
 void LabCluster::SetUp() {

@@ -1,0 +1,172 @@
+// A running cluster when servers go silent: a member's daemon killed, the master's or the slave's
+// link pulled, a member silent long enough to be swept. Each is seen as the platform sees it: the
+// rows of both databases, the detection lines, the runs of the take-over script and where the
+// browser-container rows end up.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lab/lab_fixture.h"
+
+namespace qortest {
+namespace {
+
+using LabFailover = LabCluster;
+
+// Runs of the take-over script on host i so far.
+int Takeovers(const Lab& lab, int i) {
+  std::vector<std::string> calls = lab.Calls(i);
+  return static_cast<int>(std::count_if(calls.begin(), calls.end(), [](const std::string& c) {
+    return c.find(" qordown.sh") != std::string::npos;
+  }));
+}
+
+// Lines of host i's syslog that begin with prefix.
+int Count(Lab& lab, int i, const std::string& prefix) {
+  const std::vector<std::string>& lines = lab.Syslog(i);
+  return static_cast<int>(std::count_if(
+      lines.begin(), lines.end(), [&](const std::string& l) { return l.rfind(prefix, 0) == 0; }));
+}
+
+std::string Statuses(const Lab& lab, const std::string& hostname) {
+  return std::to_string(RowOf(lab, kMaster, hostname).status) + " / " +
+         std::to_string(RowOf(lab, kSlave, hostname).status);
+}
+
+// "name host" lines of the containers table in database db, in id order.
+std::string ContainerHosts(const Lab& lab, int db) {
+  return lab.Sql(db, "select containername, hostname from containers order by id;");
+}
+
+// Browser and desktop containers of the peer (host peer), and one browser container of a member.
+void PutContainers(const Lab& lab, int db, int peer) {
+  const std::string p = lab.Info(peer).address, m = lab.Info(kMember1).address;
+  lab.Sql(db, "insert into containers (containername, hostname) values ('lumobr_1', '" + p +
+                  "'), ('lumodt_1', '" + p + "'), ('lumobr_2', '" + m + "');");
+}
+
+// What PutContainers left, with the peer's browser containers on host to.
+std::string MovedContainers(const Lab& lab, int peer, int to) {
+  const std::string p = lab.Info(peer).address, m = lab.Info(kMember1).address,
+                    t = lab.Info(to).address;
+  return "lumobr_1\t" + t + "\nlumodt_1\t" + p + "\nlumobr_2\t" + m + "\n";
+}
+
+std::string Silent(const char* prefix, const LabHost& h) {
+  return std::string(prefix) + " that " + h.name + "(" + h.address + ")";
+}
+
+TEST_F(LabFailover, KilledMemberIsInactiveInBothDatabasesUntilItStartsAgain) {
+  ASSERT_TRUE(StartAndJoin());
+  const LabHost& m = lab_.Info(kMember1);
+  ASSERT_EQ(lab_.Run(kMember1, {"-stop"}).status, 0);
+  // 15 s of silence, the whole seconds of updated_at, a cycle of the master; the take-over runs
+  // after both status writes.
+  EXPECT_TRUE(WaitFor(25, [&] { return Takeovers(lab_, kMaster) > 0; }));
+  EXPECT_EQ(Statuses(lab_, m.name), "200 / 200");
+  const std::string detected = Silent("Detected_1", m);
+  EXPECT_TRUE(Logged(lab_, kMaster, detected));
+  EXPECT_TRUE(Logged(lab_, kMaster, "MASTER detected " + m.name + "(" + m.address + ") down[id:"));
+  // The status write made the row fresh; once stale again it is found again, with no second
+  // take-over.
+  EXPECT_TRUE(WaitFor(25, [&] { return Count(lab_, kMaster, detected) >= 2; }));
+  EXPECT_EQ(Takeovers(lab_, kMaster), 1);
+  // Nobody else went silent, and the slave leaves the members to a master that answers.
+  EXPECT_EQ(Count(lab_, kMaster, "Detected_"), Count(lab_, kMaster, detected));
+  EXPECT_EQ(Count(lab_, kSlave, "Detected_"), 0);
+  EXPECT_EQ(Takeovers(lab_, kSlave), 0);
+
+  RunResult start = lab_.Run(kMember1, {"-start_boot"});
+  EXPECT_EQ(start.status, 0) << start.out << start.err;
+  EXPECT_TRUE(WaitFor(10, [&] { return AllActive(lab_, kMaster) && AllActive(lab_, kSlave); }))
+      << AllActive(lab_, kMaster).message() << " / " << AllActive(lab_, kSlave).message();
+}
+
+TEST_F(LabFailover, SlaveTakesOverFromAMasterCutOff) {
+  ASSERT_TRUE(StartAndJoin());
+  const LabHost &master = lab_.Info(kMaster), &m1 = lab_.Info(kMember1);
+  PutContainers(lab_, kSlave, kMaster);
+  ASSERT_TRUE(lab_.Cut(kMaster));
+  // A query under way fails first, then the slave's cycles take about 11 s, most of it pinging
+  // the master; the master's row is found once 15 s stale.
+  EXPECT_TRUE(WaitFor(45, [&] { return Takeovers(lab_, kSlave) > 0; }));
+  EXPECT_TRUE(Logged(lab_, kSlave, Silent("Detected_3", master)));
+  // Neither database was written alone: the two last writes are equal.
+  EXPECT_EQ(RowOf(lab_, kSlave, master.name).status, 200);
+  EXPECT_TRUE(
+      Logged(lab_, kSlave, "SLAVE detected " + master.name + "(" + master.address + ") down[id:"));
+  EXPECT_EQ(Takeovers(lab_, kSlave), 1);
+  EXPECT_EQ(ContainerHosts(lab_, kSlave), MovedContainers(lab_, kMaster, kSlave));
+
+  // The members keep the slave's database current; one that dies now is found by the slave.
+  for (int m : {kMember1, kMember2}) {
+    EXPECT_TRUE(Moves(lab_, kSlave, lab_.Info(m).name, 20)) << lab_.Info(m).name;
+  }
+  ASSERT_EQ(lab_.Run(kMember1, {"-stop"}).status, 0);
+  EXPECT_TRUE(WaitFor(45, [&] { return Takeovers(lab_, kSlave) > 1; }));
+  EXPECT_TRUE(Logged(lab_, kSlave, Silent("Detected_4", m1)));
+  EXPECT_EQ(RowOf(lab_, kSlave, m1.name).status, 200);
+  EXPECT_EQ(RowOf(lab_, kSlave, lab_.Info(kMember2).name).status, 100);
+  EXPECT_EQ(Takeovers(lab_, kSlave), 2);
+  EXPECT_EQ(Count(lab_, kSlave, "Detected_4"), 1);
+}
+
+TEST_F(LabFailover, MasterTakesOverFromASlaveCutOff) {
+  ASSERT_TRUE(StartAndJoin());
+  const LabHost& slave = lab_.Info(kSlave);
+  PutContainers(lab_, kMaster, kSlave);
+  ASSERT_TRUE(lab_.Cut(kSlave));
+  // The status is written before the take-over: its effects are checked once the script ran.
+  EXPECT_TRUE(WaitFor(40, [&] { return Takeovers(lab_, kMaster) > 0; }));
+  EXPECT_EQ(RowOf(lab_, kMaster, slave.name).status, 200);
+  EXPECT_TRUE(Logged(lab_, kMaster, Silent("Detected_1", slave)));
+  EXPECT_TRUE(
+      Logged(lab_, kMaster, "MASTER detected " + slave.name + "(" + slave.address + ") down[id:"));
+  EXPECT_EQ(Takeovers(lab_, kMaster), 1);
+  EXPECT_EQ(ContainerHosts(lab_, kMaster), MovedContainers(lab_, kSlave, kMaster));
+  for (int m : {kMember1, kMember2}) {
+    EXPECT_EQ(RowOf(lab_, kMaster, lab_.Info(m).name).status, 100) << lab_.Info(m).name;
+  }
+}
+
+// The master sweeps in its slow work, every 300 s; the slave sweeps too, in a slow work that its
+// heartbeat can ask for at once (its template copy marked old), but only while its database holds
+// itself alone active. So: the master's daemon dies, the slave marks the master inactive, a member
+// dies, and a minute later the slave's slow work sweeps the member away.
+TEST_F(LabFailover, SilentMemberIsSweptAfterTheSweepAge) {
+  for (int i = 0; i < lab_.size(); ++i) {
+    std::string conf = LabQorconf(lab_.Info(i));
+    const std::string off = "qor_clustsweep=0\n";
+    conf.replace(conf.find(off), off.size(), "qor_clustsweep=1\n");
+    lab_.Host(i).Write(".qorconf", conf);
+  }
+  ASSERT_TRUE(StartAndJoin());
+  const LabHost &master = lab_.Info(kMaster), &m1 = lab_.Info(kMember1);
+  ASSERT_EQ(lab_.Run(kMaster, {"-stop"}).status, 0);
+  ASSERT_EQ(lab_.Run(kMember1, {"-stop"}).status, 0);
+  auto stopped = std::chrono::steady_clock::now();
+  EXPECT_TRUE(WaitFor(25, [&] { return Logged(lab_, kSlave, Silent("Detected_2", master)); }));
+  EXPECT_TRUE(WaitFor(5, [&] { return Statuses(lab_, master.name) == "200 / 200"; }))
+      << Statuses(lab_, master.name);
+
+  std::this_thread::sleep_until(stopped + std::chrono::seconds(62));
+  EXPECT_NE(RowOf(lab_, kMaster, m1.name).role_id, -1) << "swept before the slow work ran";
+  RunOptions yes;
+  yes.input = "y\n";
+  RunResult tplold =
+      lab_.Host(kMember2).Run({"-set_tplold_on_master", lab_.Info(kSlave).name}, yes);
+  ASSERT_TRUE(FullMatch(tplold.out, ".*OK\n")) << tplold.out << tplold.err;
+  // The sweep reaches the first open pool: the master's database, whose server still runs.
+  EXPECT_TRUE(WaitFor(10, [&] { return RowOf(lab_, kMaster, m1.name).role_id == -1; }));
+  EXPECT_TRUE(Logged(lab_, kSlave, "slave/member rsync started"));
+  for (int i : {kMaster, kSlave, kMember2}) {
+    EXPECT_NE(RowOf(lab_, kMaster, lab_.Info(i).name).role_id, -1) << lab_.Info(i).name;
+  }
+}
+
+}  // namespace
+}  // namespace qortest
