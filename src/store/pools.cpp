@@ -67,7 +67,35 @@ void Reconnect(const Side& side, const char* role, const char* address) {
 
 }  // namespace
 
+namespace {
+
+// Addresses that did not answer since the cycle began (ReconnectCluster begins it). A silent
+// server costs three seconds a ping, and a cycle asks for the master and the slave several times
+// over; once per cycle is enough to know it is gone, and keeps a lone slave's cycle short.
+FixedText<256> silent[8];
+int silentCount = 0;
+
+bool KnownSilent(const char* address) {
+  for (int i = 0; i < silentCount; ++i) {
+    if (silent[i] == address) return true;
+  }
+  return false;
+}
+
+void NoteSilent(const char* address) {
+  if (silentCount < static_cast<int>(sizeof silent / sizeof silent[0])) {
+    silent[silentCount++].set(address);
+  }
+}
+
+}  // namespace
+
+void ForgetSilentAddresses() {
+  silentCount = 0;
+}
+
 int ReconnectCluster() {
+  ForgetSilentAddresses();
   if (!Cluster) {
     if (mpool == nullptr) BuildPool({&mpool, "mpool", 5}, cnf.dbsvr.c_str());
     return 1;
@@ -98,6 +126,7 @@ int Ping(const char* address, int deadline, int attempts) {
     LogError("ping refused address (%.64s)", address ? address : "");
     return 1;
   }
+  if (KnownSilent(address)) return 1;
   for (int i = 0; i < attempts; ++i) {
     bool answered = false;
     RunShell(command.c_str(), 8192, [&](char* line) {
@@ -105,6 +134,7 @@ int Ping(const char* address, int deadline, int attempts) {
     });
     if (answered) return 0;
   }
+  NoteSilent(address);
   return 1;
 }
 

@@ -23,9 +23,11 @@ extern QzPool* spool;
 // notices are logged only at 5.
 extern int ConnectionPool;
 
-// Drops the pool of a server that stops answering ping, builds a missing one whose server
-// answers (standalone: one pool to dbsvr, no ping). Always 1.
+// Begins a cycle: drops the pool of a server that stops answering ping, builds a missing one whose
+// server answers (standalone: one pool to dbsvr, no ping). Always 1.
 int ReconnectCluster();
+// Forgets which addresses did not answer ping: they are asked again.
+void ForgetSilentAddresses();
 // The second (epoch) from which the database behind the master's pool (target 0) or the
 // slave's (1) has answered again after a failed call; 0 when no call on it has failed.
 int64_t DbAnsweringSince(int target);

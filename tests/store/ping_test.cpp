@@ -43,6 +43,7 @@ TEST(StorePing, OnlyAReplyLineAnswers) {
   g_syslog->Take();
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
+    qor::ForgetSilentAddresses();
     FakeShell shell(c.output);
     EXPECT_EQ(qor::Ping("127.0.0.5", 1, 3), c.result);
     EXPECT_EQ(shell.commands.size(), c.result == 0 ? 1u : 3u);
@@ -65,6 +66,7 @@ TEST(StorePing, CommandTextAndAttempts) {
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << "attempts " << c.attempts << " answerFrom " << c.answerFrom
                                     << " startable " << c.startable);
+    qor::ForgetSilentAddresses();
     FakeShell shell("64 bytes from 127.0.0.5: icmp_seq=1\n");
     shell.answerFrom = c.answerFrom;
     shell.startable = c.startable;
@@ -74,6 +76,17 @@ TEST(StorePing, CommandTextAndAttempts) {
       EXPECT_EQ(cmd, "/bin/ping -c 1 -w " + std::to_string(c.deadline) + " 127.0.0.5");
     }
   }
+}
+
+TEST(StorePing, ASilentAddressIsAskedOncePerCycle) {
+  FakeShell shell("");
+  qor::ForgetSilentAddresses();
+  EXPECT_EQ(qor::Ping("127.0.0.5", 1, 3), 1);
+  EXPECT_EQ(qor::Ping("127.0.0.5", 1, 3), 1);
+  EXPECT_EQ(shell.commands.size(), 3u);
+  qor::ForgetSilentAddresses();
+  EXPECT_EQ(qor::Ping("127.0.0.5", 1, 3), 1);
+  EXPECT_EQ(shell.commands.size(), 6u);
 }
 
 TEST(StorePing, AddressesThatAreNotPlainWordsAreNeverRun) {
