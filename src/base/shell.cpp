@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -73,20 +74,27 @@ class ProcessRunner final : public ShellRunner {
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) return false;
     std::fflush(nullptr);
-    pid_t pid = fork();
-    if (pid < 0) {
+    // Spawned as popen spawns (no copy of this process lingers between fork and exec), so a
+    // process listing never shows a second daemon for the instant a command starts.
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attr;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+    posix_spawnattr_init(&attr);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);
+    posix_spawnattr_setpgroup(&attr, 0);
+    char sh[] = "sh", dashC[] = "-c";
+    char* argv[] = {sh, dashC, const_cast<char*>(command), nullptr};
+    pid_t pid = -1;
+    int spawned = posix_spawn(&pid, "/bin/sh", &actions, &attr, argv, environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attr);
+    close(fds[1]);
+    if (spawned != 0) {
       close(fds[0]);
-      close(fds[1]);
+      errno = spawned;
       return false;
     }
-    if (pid == 0) {
-      setpgid(0, 0);
-      if (fds[1] != STDOUT_FILENO) dup2(fds[1], STDOUT_FILENO);
-      execl("/bin/sh", "sh", "-c", command, static_cast<char*>(nullptr));
-      _exit(127);
-    }
-    setpgid(pid, pid);
-    close(fds[1]);
     size_t limit = lineMax < kShellLineMax ? lineMax : kShellLineMax;
     Pieces pieces(limit < 2 ? 2 : limit, sink);
     int64_t end = MonotonicMs() + static_cast<int64_t>(seconds) * 1000;
