@@ -8,8 +8,8 @@ PACKAGES=(
   # build
   cmake g++ make pkg-config clang-format
   libgtest-dev libgmock-dev
-  # database pools
-  libzdb-dev
+  # database pools, and the client library under them whose waits the store bounds
+  libzdb-dev libmariadb-dev
   # test databases and the program's runtime tools
   mariadb-server mariadb-client
   iputils-ping rsync openssh-client openssh-server
