@@ -16,6 +16,8 @@ PACKAGES=(
   procps iproute2 util-linux coreutils grep sed
   # useradd, for the replication account the cluster lab creates
   passwd
+  # nft, with which the lab drops a database's packets
+  nftables
 )
 
 missing=()
