@@ -8,14 +8,16 @@ PACKAGES=(
   # build
   cmake g++ make pkg-config clang-format
   libgtest-dev libgmock-dev
-  # database pools
-  libzdb-dev
+  # database pools, and the client library under them whose waits the store bounds
+  libzdb-dev libmariadb-dev
   # test databases and the program's runtime tools
   mariadb-server mariadb-client
   iputils-ping rsync openssh-client openssh-server
   procps iproute2 util-linux coreutils grep sed
   # useradd, for the replication account the cluster lab creates
   passwd
+  # nft, with which the lab drops a database's packets
+  nftables
 )
 
 missing=()

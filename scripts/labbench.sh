@@ -6,10 +6,21 @@
 # The cycle figures come from bench/lab_cycle_bench, run inside the master, the slave and a member
 # in place of their daemons while the other member's daemon runs.
 # Usage: labbench.sh [CYCLES]   (100; takes about 2 s per cycle plus 90 s). Needs root.
+#        labbench.sh --stall [SECONDS]   instead, only the longest stall of the other daemons'
+#   cycles while the master's database gets no packets for SECONDS (60): port 3306 dropped in the
+#   master's host at an arbitrary moment of the cycles, so that a statement under way, or the
+#   next one, gets no answer. The figure is the longest time between two rewrites of each row in
+#   the slave's database, from the drop to the end.
 # QOR_BUILD_DIR=DIR builds into DIR instead of build/.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-cycles=${1:-100}
+stall=
+if [ "${1:-}" = "--stall" ]; then
+  stall=${2:-60}
+  cycles=0
+else
+  cycles=${1:-100}
+fi
 bash "$root/scripts/install-deps.sh"
 if [ -n "${QOR_BUILD_DIR:-}" ]; then
   dir=$QOR_BUILD_DIR
@@ -26,6 +37,42 @@ trap '"$qorlab" --dir "$lab" down >/dev/null 2>&1 || true' EXIT
 echo "== lab start-up"
 "$qorlab" --dir "$lab" up | grep -E '^lab up in'
 sleep 10
+
+if [ -n "$stall" ]; then
+  echo "== longest time between two rewrites of a row in the slave's database, with the master's"
+  echo "   database port dropped for $stall s"
+  # Each sample: the time in ms, then each row's host name and updated_at.
+  sample() {
+    mariadb --no-defaults --socket="$lab/qor-slave/db/mysqld.sock" -uroot -N -B qor -e \
+      "select hostname, unix_timestamp(updated_at) from clusters where role != 'master'" |
+      sed "s/^/$(($(date +%s%N) / 1000000)) /"
+  }
+  "$qorlab" --dir "$lab" run master nft -f - <<'NFT' >/dev/null
+table inet labstall {
+  chain in { type filter hook input priority 0; tcp dport 3306 drop; }
+  chain out { type filter hook output priority 0; tcp sport 3306 drop; }
+}
+NFT
+  t0=$(($(date +%s%N) / 1000000))
+  t1=$((t0 + stall * 1000))
+  while [ $(($(date +%s%N) / 1000000)) -lt $t1 ]; do
+    sample
+    sleep 0.2
+  done >"$lab/logs/stall"
+  "$qorlab" --dir "$lab" run master nft delete table inet labstall >/dev/null
+  # A row's stall: from the drop, or from the sample that first showed a new updated_at, to the
+  # next such sample, or to the end.
+  awk -v t0="$t0" -v t1="$t1" '
+    !($2 in last) { last[$2] = t0; seen[$2] = $3 }
+    $3 != seen[$2] { if ($1 - last[$2] > worst[$2]) worst[$2] = $1 - last[$2]
+                     last[$2] = $1; seen[$2] = $3; n[$2]++ }
+    END { for (h in last) { if (t1 - last[h] > worst[h]) worst[h] = t1 - last[h]
+            printf "%s: longest stall %.1f s, %d rewrites\n", h, worst[h] / 1000, n[h] } }' \
+    "$lab/logs/stall" | sort
+  echo "== lab teardown"
+  "$qorlab" --dir "$lab" down | grep -E '^lab down in'
+  exit 0
+fi
 
 echo "== statements per second from the four daemons, over 60 s"
 counters() {

@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <cstring>
+#include <ctime>
 
 #include "base/fatal.h"
 #include "base/log.h"
@@ -16,6 +17,35 @@ int ConnectionPool = 1;
 
 namespace {
 
+// Whether the database behind mpool (0) and spool (1) answered its latest call, and since when.
+struct Answering {
+  bool failing = false;
+  int64_t since = 0;
+};
+Answering answering[2];
+
+// side: 0 mpool, 1 spool, -1 neither (nothing to note).
+void NoteAnswer(int side, bool answered) {
+  if (side < 0) return;
+  Answering& a = answering[side];
+  if (!answered) {
+    a.failing = true;
+  } else if (a.failing) {
+    a.failing = false;
+    a.since = static_cast<int64_t>(time(nullptr));
+  }
+}
+
+int SideOf(const QzPool* pool) {
+  return pool == nullptr ? -1 : pool == mpool ? 0 : pool == spool ? 1 : -1;
+}
+
+// A pool whose server kept a call of this round waiting in vain counts as absent, as while its
+// server does not answer ping: target 0 and the first open pool go on with the slave's database.
+bool Open(const QzPool* pool) {
+  return pool != nullptr && !qz_pool_timed_out(pool);
+}
+
 // Ends the process with status 1, as the library does without a handler: neither the library
 // nor the operation it broke off can be trusted to go on. A daemon that ends so leaves its rows
 // to age like those of any server that stopped.
@@ -29,6 +59,7 @@ struct Side {
   QzPool** pool;
   const char* name;  // "mpool" or "spool"
   int notice;
+  int index() const { return pool == &spool ? 1 : 0; }
 };
 
 void BuildPool(const Side& side, const char* address) {
@@ -42,6 +73,7 @@ void BuildPool(const Side& side, const char* address) {
   url.format("mysql://%s/qor?user=qordirect&password=%s", address, password);
   qz_set_fatal_handler(LibraryFatal);
   *side.pool = qz_pool_start(url.c_str(), ConnectionPool);
+  NoteAnswer(side.index(), *side.pool != nullptr);
   if (*side.pool == nullptr) LogError("Connection Failure %s to %s", side.name, address);
   if (ConnectionPool == 5) {
     LogNotice("reconnect_mysql(%d) starting cluster=%d mpool=%p spool=%p toadr=%s(%d)",
@@ -52,6 +84,7 @@ void BuildPool(const Side& side, const char* address) {
 
 void Reconnect(const Side& side, const char* role, const char* address) {
   if (Ping(address, 1, 3) != 0) {
+    NoteAnswer(side.index(), false);
     if (*side.pool != nullptr) {
       qz_pool_free(*side.pool);
       *side.pool = nullptr;
@@ -96,6 +129,9 @@ void ForgetSilentAddresses() {
 
 int ReconnectCluster() {
   ForgetSilentAddresses();
+  for (QzPool* pool : {mpool, spool}) {
+    if (pool != nullptr) qz_pool_rearm(pool);
+  }
   if (!Cluster) {
     if (mpool == nullptr) BuildPool({&mpool, "mpool", 5}, cnf.dbsvr.c_str());
     return 1;
@@ -105,8 +141,9 @@ int ReconnectCluster() {
   return 1;
 }
 
-int64_t DbAnsweringSince(int) {
-  return 0;
+int64_t DbAnsweringSince(int target) {
+  const Answering& a = answering[!Cluster || target == 0 ? 0 : 1];
+  return a.failing ? static_cast<int64_t>(time(nullptr)) : a.since;
 }
 
 void CloseConnectionPool() {
@@ -169,7 +206,7 @@ bool url_encode(char* out, size_t size, const char* text) {
 
 QzPool* PoolByTarget(int target) {
   if (!Cluster) return mpool;
-  if (target == 0) return mpool != nullptr ? mpool : spool;
+  if (target == 0) return Open(mpool) ? mpool : spool;
   return spool;
 }
 
@@ -182,13 +219,14 @@ QzPool* PoolByAddress(const char* address) {
 
 QzPool* FirstOpenPool() {
   if (!Cluster) return mpool;
-  return mpool != nullptr ? mpool : spool;
+  return Open(mpool) ? mpool : spool;
 }
 
-DbConn::DbConn(QzPool* pool) {
+DbConn::DbConn(QzPool* pool) : pool_(pool) {
   if (pool == nullptr) return;
   conn_ = qz_get(pool);
   usable_ = conn_ != nullptr && qz_ping(conn_) == 1;
+  NoteAnswer(SideOf(pool), usable_);
 }
 
 DbConn::~DbConn() {
@@ -196,7 +234,13 @@ DbConn::~DbConn() {
 }
 
 bool DbConn::Execute(const char* sql) {
-  return qz_execute(conn_, sql) == 0;
+  bool done = qz_execute(conn_, sql) == 0;
+  NoteStatement();
+  return done;
+}
+
+void DbConn::NoteStatement() const {
+  NoteAnswer(SideOf(pool_), !qz_pool_timed_out(pool_));
 }
 
 int ExecuteOn(QzPool* pool, const char* sql, const char* connErr, const char* stmtErr) {

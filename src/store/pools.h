@@ -24,15 +24,25 @@ extern QzPool* spool;
 extern int ConnectionPool;
 
 // Begins a cycle: drops the pool of a server that stops answering ping, builds a missing one whose
-// server answers (standalone: one pool to dbsvr, no ping). Always 1.
+// server answers (standalone: one pool to dbsvr, no ping). Always 1. It also opens a new round for
+// the pools it keeps: within a round, once a call on a pool waited QZ_WAIT_SECONDS
+// (store/client_waits.h) in vain, every further call on it fails at once as having no usable
+// connection, and the choice below passes it over. The cycle calls this first, so a hung
+// database costs each cycle about QZ_WAIT_SECONDS and the other database still gets its writes.
 int ReconnectCluster();
 // Forgets which addresses did not answer ping: they are asked again.
 void ForgetSilentAddresses();
-// The second (epoch) from which the database behind the master's pool (target 0) or the
-// slave's (1) has answered again after a failed call; 0 when no call on it has failed.
-int64_t DbAnsweringSince(int target);
 // Frees mpool, then spool.
 void CloseConnectionPool();
+
+// The second (since the epoch) from which the database behind mpool (target 0; every target in
+// standalone mode) or spool (any other target) has answered without a break: the second of its
+// first answer after the latest failure. Failures are a pool dropped or not built, no usable
+// connection, and a call that ran out of time (a statement the server refused counts as answered).
+// The current second while the latest call failed; 0 when none has failed in this process. A
+// database that did not answer could not take anyone's heartbeat: the monitors count no silence
+// before this second.
+int64_t DbAnsweringSince(int target);
 
 // 0 when address answered one echo request within attempts tries of deadline seconds each.
 // An address that is not a plain address or host name, or too long for the command, is never
@@ -44,7 +54,8 @@ bool url_encode(char* out, size_t size, const char* text);
 // Lower-case hexadecimal digit of the low four bits of value.
 char to_hex(int value);
 
-// Pool choice. Standalone mode always takes mpool.
+// Pool choice. Standalone mode always takes mpool. For the rest of a round in which a call on
+// mpool ran out of time, target 0 and the first open pool take spool, as while mpool is absent.
 // By target: 0 takes mpool, else spool; any other target takes spool only.
 QzPool* PoolByTarget(int target);
 // By address: mpool for the master's address, spool for the slave's, else none.
@@ -78,6 +89,10 @@ class DbConn {
   int Query(const char* sql, F&& f);
 
  private:
+  // Notes for DbAnsweringSince whether the statement just run ran out of time.
+  void NoteStatement() const;
+
+  QzPool* pool_ = nullptr;
   QzConn* conn_ = nullptr;
   bool usable_ = false;
 };
@@ -89,7 +104,9 @@ int DbConn::Query(const char* sql, F&& f) {
   QzRowFn fn = [](void* ctx, int ncols, const char* const* values) noexcept {
     (*static_cast<decltype(&f)>(ctx))(ncols, values);
   };
-  return qz_query(conn_, sql, fn, &f) == 0 ? kDbOk : kDbQueryFailed;
+  int rc = qz_query(conn_, sql, fn, &f);
+  NoteStatement();
+  return rc == 0 ? kDbOk : kDbQueryFailed;
 }
 
 }  // namespace qor

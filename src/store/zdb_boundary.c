@@ -3,15 +3,19 @@
 #include <stdlib.h>
 #include <zdb.h>
 
+#include "store/client_waits.h"
+
 #define QZ_MAX_COLUMNS 64
 
 struct QzPool {
   URL_T url;
   ConnectionPool_T pool;
+  int timed_out; /* a call on it ran out of time since qz_pool_rearm */
 };
 
 struct QzConn {
   Connection_T con;
+  QzPool* pool;
 };
 
 static QzFatalFn fatal_handler = NULL;
@@ -40,6 +44,7 @@ QzPool* qz_pool_start(const char* url, int initial) {
   ConnectionPool_setAbortHandler(p->pool, abort_handler);
   ConnectionPool_setInitialConnections(p->pool, initial);
   volatile int ok = 1;
+  qz_wait_begin(&p->timed_out);
   TRY {
     ConnectionPool_start(p->pool);
   }
@@ -47,6 +52,7 @@ QzPool* qz_pool_start(const char* url, int initial) {
     ok = 0;
   }
   END_TRY;
+  qz_wait_end();
   if (!ok) {
     qz_pool_free(p);
     return NULL;
@@ -56,14 +62,25 @@ QzPool* qz_pool_start(const char* url, int initial) {
 
 void qz_pool_free(QzPool* p) {
   if (p == NULL) return;
+  qz_wait_begin(&p->timed_out);
   if (p->pool != NULL) ConnectionPool_free(&p->pool);
+  qz_wait_end();
   if (p->url != NULL) URL_free(&p->url);
   free(p);
 }
 
+void qz_pool_rearm(QzPool* p) {
+  p->timed_out = 0;
+}
+
+int qz_pool_timed_out(const QzPool* p) {
+  return p->timed_out;
+}
+
 QzConn* qz_get(QzPool* p) {
-  if (p == NULL) return NULL;
+  if (p == NULL || p->timed_out) return NULL;
   Connection_T volatile con = NULL;
+  qz_wait_begin(&p->timed_out);
   TRY {
     con = ConnectionPool_getConnection(p->pool);
   }
@@ -71,6 +88,7 @@ QzConn* qz_get(QzPool* p) {
     con = NULL;
   }
   END_TRY;
+  qz_wait_end();
   if (con == NULL) return NULL;
   QzConn* c = malloc(sizeof *c);
   if (c == NULL) {
@@ -78,11 +96,13 @@ QzConn* qz_get(QzPool* p) {
     return NULL;
   }
   c->con = con;
+  c->pool = p;
   return c;
 }
 
 int qz_ping(QzConn* c) {
   volatile int alive = 0;
+  qz_wait_begin(&c->pool->timed_out);
   TRY {
     alive = Connection_ping(c->con) ? 1 : 0;
   }
@@ -90,17 +110,21 @@ int qz_ping(QzConn* c) {
     alive = 0;
   }
   END_TRY;
+  qz_wait_end();
   return alive;
 }
 
 void qz_close(QzConn* c) {
   if (c == NULL) return;
+  qz_wait_begin(&c->pool->timed_out);
   Connection_close(c->con);
+  qz_wait_end();
   free(c);
 }
 
 int qz_execute(QzConn* c, const char* sql) {
   volatile int rc = 0;
+  qz_wait_begin(&c->pool->timed_out);
   TRY {
     Connection_execute(c->con, "%s", sql);
   }
@@ -108,11 +132,13 @@ int qz_execute(QzConn* c, const char* sql) {
     rc = -1;
   }
   END_TRY;
+  qz_wait_end();
   return rc;
 }
 
 int qz_query(QzConn* c, const char* sql, QzRowFn fn, void* ctx) {
   volatile int rc = 0;
+  qz_wait_begin(&c->pool->timed_out);
   TRY {
     ResultSet_T r = Connection_executeQuery(c->con, "%s", sql);
     if (r == NULL) {
@@ -131,5 +157,6 @@ int qz_query(QzConn* c, const char* sql, QzRowFn fn, void* ctx) {
     rc = -1;
   }
   END_TRY;
+  qz_wait_end();
   return rc;
 }

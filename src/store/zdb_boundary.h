@@ -25,7 +25,13 @@ void qz_set_fatal_handler(QzFatalFn fn);
 QzPool* qz_pool_start(const char* url, int initial);
 void qz_pool_free(QzPool* pool);
 
-/* A connection of the pool, or NULL when it has none to give. */
+/* Every call on a pool, and on the connections it gave, waits for the server at most
+ * QZ_WAIT_SECONDS (client_waits.h). Once a call ran out of time, the pool counts as timed out:
+ * qz_get gives nothing, at once, and every wait ends at once, until qz_pool_rearm. */
+void qz_pool_rearm(QzPool* pool);
+int qz_pool_timed_out(const QzPool* pool);
+
+/* A connection of the pool, or NULL when it has none to give or has timed out. */
 QzConn* qz_get(QzPool* pool);
 /* 1 when the connection's server answers. */
 int qz_ping(QzConn* conn);

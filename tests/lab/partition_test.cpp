@@ -46,7 +46,7 @@ TEST_F(LabPartition, MasterDeclaresItsRowOldWhenItsDatabaseIsBehind) {
 TEST_F(LabPartition, SlaveAloneKeepsItsDatabaseAndDeclaresItselfOld) {
   ASSERT_TRUE(StartAndJoin());
   ASSERT_TRUE(lab_.Cut(kMaster));
-  // A query under way when the link went fails first (the lab's TCP times), then a cycle pings.
+  // A query under way when the link went fails first (the daemon's bound), then a cycle pings.
   ASSERT_TRUE(WaitFor(30, [&] {
     return Logged(lab_, kSlave, "Ping master(198.18.0.1) failed in ReconnectCluster. Made mpool");
   })) << "the slave did not notice the master's link going";

@@ -3,9 +3,12 @@
 #include "store/pools.h"
 
 #include <algorithm>
+#include <chrono>
+#include <ctime>
 #include <ostream>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "config/qorconf.h"
@@ -190,6 +193,54 @@ TEST_F(StorePools, TargetPicksTheDatabase) {
     EXPECT_STREQ(qor::ClustsTemp[0]->hostname.c_str(),
                  c.hosts.empty() ? "untouched" : c.hosts[0].c_str());
   }
+}
+
+// The master's database on a third server of the test's own, which hangs (SIGSTOP) for a while.
+TEST_F(StorePools, AHungDatabaseCostsOneBoundedWaitAndItsAnsweringSinceFollows) {
+  ThirdServer third;
+  ASSERT_TRUE(third.started()) << "see " << QOR_TESTDB_DIR << "/third.log";
+  qor::cnf.clustmaster = kThirdAddr;
+  Sql("slave", InsertRows({{"on-slave", "127.0.0.2", "slave", 101, 100, 1, "0"}}));
+  auto seconds = [](auto call) {
+    auto t0 = std::chrono::steady_clock::now();
+    call();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+  };
+  int count = 0;
+  qor::ActInfo info;
+
+  // A pool dropped, then rebuilt: the database answers again from the rebuild on.
+  Connect({kThirdAddr});
+  ASSERT_EQ(mpool, nullptr);
+  seam.blocked.clear();
+  time_t rebuilt = time(nullptr);
+  qor::ReconnectCluster();
+  ASSERT_NE(mpool, nullptr);
+  const int64_t since = qor::DbAnsweringSince(0);
+  EXPECT_GE(since, rebuilt);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  EXPECT_EQ(qor::DbAnsweringSince(0), since);
+
+  // Hung: the first call waits its bound in vain, the rest of the round passes mpool over.
+  ASSERT_TRUE(third.Pause(true));
+  double waited = seconds([&] { EXPECT_EQ(qor::GetClustCountSql(kThirdAddr, &count), 500); });
+  EXPECT_GE(waited, 1.5);
+  EXPECT_LE(waited, 3.5);
+  EXPECT_LT(seconds([&] { EXPECT_EQ(Select("-all", &info, 0), 0); }), 0.5);
+  EXPECT_EQ(Hosts(info, qor::ClustsTemp), std::vector<std::string>{"on-slave"});
+  // Not answering: nothing before the current second counts.
+  time_t now = time(nullptr);
+  EXPECT_GE(qor::DbAnsweringSince(0), now);
+  EXPECT_LE(qor::DbAnsweringSince(0), time(nullptr));
+  EXPECT_EQ(Logs(), std::vector<std::string>{"getclustcountsql db connection error"});
+
+  // Answering again, and given its time again by the next round.
+  ASSERT_TRUE(third.Pause(false));
+  time_t back = time(nullptr);
+  qor::ReconnectCluster();
+  EXPECT_EQ(qor::GetClustCountSql(kThirdAddr, &count), 0);
+  EXPECT_GE(qor::DbAnsweringSince(0), back);
+  EXPECT_GT(qor::DbAnsweringSince(0), since);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "store_fixture.h"
 
+#include <signal.h>
+
 #include <cstdio>
 #include <cstdlib>
 
@@ -84,8 +86,18 @@ ThirdServer::ThirdServer() {
 
 bool ThirdServer::Stop() {
   if (!started_) return true;
+  Pause(false);
   started_ = false;
   return ThirdScript("stop " + ThirdDir());
+}
+
+bool ThirdServer::Pause(bool stop) {
+  long pid = 0;
+  if (FILE* f = std::fopen((ThirdDir() + "/mysqld.pid").c_str(), "r")) {
+    if (std::fscanf(f, "%ld", &pid) != 1) pid = 0;
+    std::fclose(f);
+  }
+  return started_ && pid > 0 && kill(static_cast<pid_t>(pid), stop ? SIGSTOP : SIGCONT) == 0;
 }
 
 std::vector<std::string> Hosts(const qor::ActInfo& info, qor::ClustRecord* const* records) {

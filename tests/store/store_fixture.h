@@ -66,6 +66,8 @@ class ThirdServer {
 
   bool started() const { return started_; }
   bool Stop();
+  // Stops (SIGSTOP) or continues the server's process: a server that hangs.
+  bool Pause(bool stop);
 
  private:
   bool started_ = false;
