@@ -3,7 +3,9 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -47,25 +49,40 @@ std::set<std::string> NamespacesInUse() {
   return in;
 }
 
-// Processes whose command line mentions text.
-std::vector<std::string> ProcessesMentioning(const std::string& text) {
+// Processes in one of the namespaces ns ("pid:[inode]" texts), with their command lines.
+std::vector<std::string> ProcessesIn(const std::vector<std::string>& ns) {
   std::vector<std::string> found;
+  std::error_code ec;
   for (const std::string& p : ProcDirs()) {
+    fs::path pidns = fs::read_symlink(p + "/ns/pid", ec);
+    if (ec || std::find(ns.begin(), ns.end(), pidns.string()) == ns.end()) continue;
     std::ifstream in(p + "/cmdline", std::ios::binary);
     std::string cmd((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     for (char& c : cmd) {
       if (c == '\0') c = ' ';
     }
-    if (cmd.find(text) != std::string::npos) found.push_back(p + ": " + cmd);
+    found.push_back(p + ": " + cmd);
   }
   return found;
 }
 
-bool FileMentions(const std::string& file, const std::string& text) {
-  std::ifstream in(file);
+// True when a mount table (/proc/PID/mountinfo) names dir, which it writes with blanks, tabs,
+// newlines and backslashes escaped in octal.
+bool MountsMention(const std::string& mountinfo, const std::string& dir) {
+  std::string escaped;
+  for (char c : dir) {
+    if (c == ' ' || c == '\t' || c == '\n' || c == '\\') {
+      char octal[5];
+      snprintf(octal, sizeof octal, "\\%03o", static_cast<unsigned char>(c));
+      escaped += octal;
+    } else {
+      escaped += c;
+    }
+  }
+  std::ifstream in(mountinfo);
   std::stringstream all;
   all << in.rdbuf();
-  return all.str().find(text) != std::string::npos;
+  return all.str().find(escaped) != std::string::npos;
 }
 
 double Seconds(std::chrono::steady_clock::time_point t0) {
@@ -89,11 +106,12 @@ TEST(LabTeardown, UpWithinAMinuteDownWithoutLeftovers) {
   ASSERT_EQ(made.size(), 1u + 4u * 4u);
   std::set<std::string> used = NamespacesInUse();
   for (const std::string& ns : made) EXPECT_TRUE(used.count(ns)) << ns;
-  EXPECT_GE(ProcessesMentioning(dir).size(), 3u) << "two database servers and an sshd";
+  EXPECT_GE(ProcessesIn(made).size(), 4u + 3u + 4u)
+      << "the holders, two database servers, an sshd and the daemons";
   std::vector<pid_t> holders = lab.Holders();
   ASSERT_EQ(holders.size(), 5u);
-  EXPECT_TRUE(FileMentions("/proc/" + std::to_string(holders[1]) + "/mountinfo", dir));
-  EXPECT_FALSE(FileMentions("/proc/self/mountinfo", dir));
+  EXPECT_TRUE(MountsMention("/proc/" + std::to_string(holders[1]) + "/mountinfo", dir));
+  EXPECT_FALSE(MountsMention("/proc/self/mountinfo", dir));
 
   t0 = std::chrono::steady_clock::now();
   lab.Down();
@@ -101,12 +119,12 @@ TEST(LabTeardown, UpWithinAMinuteDownWithoutLeftovers) {
 
   used = NamespacesInUse();
   for (const std::string& ns : made) EXPECT_FALSE(used.count(ns)) << ns << " is still in use";
-  EXPECT_EQ(ProcessesMentioning(dir), std::vector<std::string>{});
+  EXPECT_EQ(ProcessesIn(made), std::vector<std::string>{});
   for (pid_t pid : holders) EXPECT_FALSE(fs::exists("/proc/" + std::to_string(pid) + "/ns"));
   EXPECT_EQ(RootOut("ip -o link show | cut -d: -f2"), links);
   EXPECT_EQ(RootOut("ip netns list"), netns);
-  EXPECT_FALSE(FileMentions("/proc/self/mountinfo", dir));
-  EXPECT_FALSE(FileMentions("/proc/1/mountinfo", dir));
+  EXPECT_FALSE(MountsMention("/proc/self/mountinfo", dir));
+  EXPECT_FALSE(MountsMention("/proc/1/mountinfo", dir));
   EXPECT_FALSE(fs::exists(dir));
   // A second Down has nothing left to do.
   lab.Down();
