@@ -104,8 +104,10 @@ rate "slave's server" "$s0" "$s1"
 echo "== cycle work time per role, $cycles cycles each (all three at once)"
 hosts=(master slave member1)
 for h in "${hosts[@]}"; do "$qorlab" --dir "$lab" run "$h" qorclustd -stop >/dev/null; done
+# The hosts see the lab's directory at /run/lab, and no path of this machine.
+cp "$bench" "$lab/lab_cycle_bench"
 for h in "${hosts[@]}"; do
-  "$qorlab" --dir "$lab" run "$h" "$bench" "$cycles" >"$lab/logs/bench.$h" 2>&1 &
+  "$qorlab" --dir "$lab" run "$h" /run/lab/lab_cycle_bench "$cycles" >"$lab/logs/bench.$h" 2>&1 &
 done
 wait
 for h in "${hosts[@]}"; do cat "$lab/logs/bench.$h"; done

@@ -40,9 +40,14 @@ start() {
   # made by a failed one is made again instead of being trusted.
   if [ ! -f "$dir/installed" ]; then
     rm -rf "$dir/data"
-    mariadb-install-db --no-defaults --datadir="$dir/data" --user=root \
+    # mariadb-install-db splits an unquoted data directory at blanks: it is given a link to
+    # DIR whose own path has none.
+    local link; link=$(mktemp -d /tmp/qordb.XXXXXX)
+    ln -s "$dir" "$link/db"
+    mariadb-install-db --no-defaults --datadir="$link/db/data" --user=root \
       --auth-root-authentication-method=socket --skip-test-db >"$dir/install.log" 2>&1 || {
-      cat "$dir/install.log" >&2; exit 1; }
+      rm -rf "$link"; cat "$dir/install.log" >&2; exit 1; }
+    rm -rf "$link"
     touch "$dir/installed"
   fi
   mariadbd --no-defaults --user=root --datadir="$dir/data" --socket="$dir/mysqld.sock" \

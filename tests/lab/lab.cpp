@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "lab/lab_files.h"
+#include "support/store_env.h"
 
 namespace qortest {
 
@@ -31,6 +32,11 @@ RunResult RootShell(const std::string& command, int timeout_sec = 30) {
 
 std::string Failed(const std::string& what, const RunResult& r) {
   return what + " failed (status " + std::to_string(r.status) + "): " + r.out + r.err;
+}
+
+// A path of the lab's directory as every host sees it.
+std::string InHost(const std::string& path) {
+  return std::string(kLabDirInHost) + "/" + path;
 }
 
 // A process whose only job is to hold a network namespace: the bridge's. It dies with the thread
@@ -113,8 +119,13 @@ std::string Lab::Up() {
   }
   std::error_code ec;
   fs::remove_all(dir, ec);
-  fs::create_directories(dir / "logs", ec);
-  fs::create_directories(dir / "ssh", ec);
+  for (const char* sub : {"logs", "ssh", "tools/scripts", "tools/db"}) {
+    if (!ec) fs::create_directories(dir / sub, ec);
+  }
+  // The database servers' script and schema, copied where the hosts find them.
+  for (const char* file : {"scripts/testdb.sh", "db/schema.sql"}) {
+    if (!ec) fs::copy_file(fs::path(QOR_SOURCE_DIR) / file, dir / "tools" / file, ec);
+  }
   if (ec) return "cannot make " + opts_.dir + ": " + ec.message();
   info_.clear();
   for (int i = 0; i < opts_.hosts; ++i) info_.push_back(LabHostAt(i));
@@ -189,10 +200,12 @@ std::string Lab::Wire() {
 
 std::string Lab::Prepare() {
   std::string ssh = opts_.dir + "/ssh";
-  RunResult keys = RootShell("ssh-keygen -q -t ed25519 -N '' -C qorrun@lab -f " + ssh +
-                             "/qorrun && ssh-keygen -q -t ed25519 -N '' -C lab-host -f " + ssh +
-                             "/host_ed25519");
-  if (keys.status != 0) return Failed("ssh-keygen", keys);
+  for (auto [comment, key] : {std::pair{"qorrun@lab", "/qorrun"}, {"lab-host", "/host_ed25519"}}) {
+    RunResult r = RunProgram(
+        {"/usr/bin/ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-C", comment, "-f", ssh + key},
+        RunOptions{});
+    if (r.status != 0) return Failed("ssh-keygen", r);
+  }
   std::string links;
   for (const char* c : kLabStandIns) {
     links += std::string(" && ln -s /var/www/html/qor/qorbin/") + c + " /usr/local/sbin/" + c;
@@ -200,12 +213,17 @@ std::string Lab::Prepare() {
   for (int i = 0; i < size(); ++i) {
     std::string err = WritePlatformDir(info_[i], Host(i).dir() + "/qor", ssh + "/qorrun");
     if (!err.empty()) return err;
-    // Each host has its own root's home (ssh's known_hosts), its own /run, and the stand-ins
-    // first on its PATH, as a server would.
-    RunResult r = Shell(i, "mount --bind " + Host(i).dir() +
-                               "/root /root && mount -t tmpfs -o mode=755 tmpfs /run && "
-                               "mount -t tmpfs -o mode=755 tmpfs /usr/local/sbin" +
-                               links);
+    // Each host has its own /run, the lab's directory in it, its own root's home (ssh's
+    // known_hosts) over this machine's, which may hold the checkout and so must come last, and
+    // the stand-ins beside the daemon, first on its PATH, as a server would. The lab's directory
+    // is the shell's $1: any characters may be in it.
+    RunResult r =
+        Host(i).Enter({"/bin/sh", "-c",
+                       std::string("mount -t tmpfs -o mode=755 tmpfs /run && mkdir ") +
+                           kLabDirInHost + " && mount --bind \"$1\" " + kLabDirInHost +
+                           " && mount --bind " + InHost(info_[i].name + "/root") + " /root" + links,
+                       "sh", opts_.dir},
+                      RunOptions{});
     if (r.status != 0) return Failed(info_[i].name + ": mounts", r);
   }
   return "";
@@ -229,13 +247,12 @@ std::string Lab::StartServices() {
     o.timeout_sec = 120;
     // Temporary tables are named after the server's pid, and every host's server may have the
     // same pid in its own namespace: each needs a temporary directory of its own.
-    std::string tmp = Host(i).dir() + "/tmp";
     std::error_code ec;
-    fs::create_directories(tmp, ec);
+    fs::create_directories(Host(i).dir() + "/tmp", ec);
     return Host(i).Enter(
-        {"/usr/bin/env", std::string("QOR_TEST_DBPWD=") + kLabDbPassword, "TMPDIR=" + tmp,
-         "/bin/bash", std::string(QOR_SOURCE_DIR) + "/scripts/testdb.sh", "start", info_[i].address,
-         DbDir(i)},
+        {"/usr/bin/env", std::string("QOR_TEST_DBPWD=") + kLabDbPassword,
+         "TMPDIR=" + InHost(info_[i].name + "/tmp"), "/bin/bash", InHost("tools/scripts/testdb.sh"),
+         "start", info_[i].address, InHost(info_[i].name + "/db")},
         o);
   };
   RunResult slaveDb;
@@ -245,13 +262,12 @@ std::string Lab::StartServices() {
   if (masterDb.status != 0) return Failed("master database", masterDb);
   if (slaveDb.status != 0) return Failed("slave database", slaveDb);
 
-  std::string ssh = opts_.dir + "/ssh";
-  std::ofstream(ssh + "/sshd_config")
-      << SshdConfig(info_[0].address, ssh + "/host_ed25519", "/run/lab-ssh/authorized_keys",
+  std::ofstream(opts_.dir + "/ssh/sshd_config")
+      << SshdConfig(info_[0].address, InHost("ssh/host_ed25519"), "/run/lab-ssh/authorized_keys",
                     "/run/lab-ssh/sshd.pid");
-  RunResult sshd = Shell(0, "mkdir -p -m 755 /run/sshd /run/lab-ssh && install -m 644 " + ssh +
-                                "/qorrun.pub /run/lab-ssh/authorized_keys && /usr/sbin/sshd -f " +
-                                ssh + "/sshd_config");
+  RunResult sshd = Shell(
+      0, "mkdir -p -m 755 /run/sshd /run/lab-ssh && install -m 644 " + InHost("ssh/qorrun.pub") +
+             " /run/lab-ssh/authorized_keys && /usr/sbin/sshd -f " + InHost("ssh/sshd_config"));
   if (sshd.status != 0) return Failed("sshd", sshd);
   return "";
 }
@@ -321,12 +337,7 @@ std::vector<std::string> Lab::Calls(int i) const {
 }
 
 std::string Lab::Sql(int i, const std::string& statements, bool* ok) const {
-  RunOptions o;
-  o.input = statements;
-  o.timeout_sec = 30;
-  RunResult r = RunProgram({"/usr/bin/mariadb", "--no-defaults",
-                            "--socket=" + DbDir(i) + "/mysqld.sock", "-uroot", "-N", "-B", "qor"},
-                           o);
+  RunResult r = RootSql(DbDir(i) + "/mysqld.sock", statements);
   if (ok) *ok = r.status == 0;
   return r.status == 0 ? r.out : r.out + r.err;
 }

@@ -4,7 +4,9 @@
 // namespace of its own, so nothing routes anywhere but between the hosts. The master and the slave
 // run a MariaDB server on their address; the master runs an sshd for the account qorrun, whose key
 // every host holds at qorbin/qorrunsec. The platform's commands the daemon calls are stand-ins that
-// record every call. Every host's syslog goes to a file of its own.
+// record every call. Every host's syslog goes to a file of its own. A host sees the binary under
+// test at kInstalledQorclustd and the lab's directory at kLabDirInHost, never at a path of this
+// machine: the checkout may sit under a home directory that each host covers with its own.
 //
 // One thread drives a Lab; Up, Down and the destructor must not overlap any other call. Needs root.
 #pragma once
@@ -38,6 +40,8 @@ constexpr const char* kLabNet = "198.18.0";
 constexpr const char* kLabNetif = "eth0";
 constexpr const char* kLabDbPassword = "Lab Pw&5%x";
 constexpr const char* kLabVersion = "4.0.16-lab";
+// Where every host sees the lab's directory (LabOptions::dir).
+constexpr const char* kLabDirInHost = "/run/lab";
 // The PATH of every command run in a host: the stand-ins come first, as a server's own tools.
 constexpr const char* kLabPath = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 

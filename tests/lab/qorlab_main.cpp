@@ -6,7 +6,7 @@
 //   qorlab up [--dir D]                the same lab kept up by a background process, then returns
 //   qorlab down [--dir D]              ends the background process, which tears the lab down
 //   qorlab run HOST CMD [ARGS..]       CMD inside HOST (its name, role or number); qorclustd is on
-//                                      the PATH there
+//                                      the PATH there, and D is at /run/lab
 //   qorlab cut HOST | restore HOST     pulls or plugs HOST's link at the bridge
 //
 // The lab's state (the keeper's pid, the namespace holders' pids) is in D/lab.state. Needs root.
@@ -29,7 +29,6 @@
 #include <vector>
 
 #include "lab/lab.h"
-#include "support/sandbox.h"
 
 namespace {
 
@@ -50,10 +49,6 @@ void CatchStopSignals() {
 
 double Since(std::chrono::steady_clock::time_point t0) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-}
-
-std::string BinDir() {
-  return std::filesystem::path(qortest::QorclustdPath()).parent_path();
 }
 
 std::string Self() {
@@ -188,15 +183,28 @@ struct HowTo {
   std::string on, cut, restore, down;
 };
 
+// A path as one word of a shell command line.
+std::string Word(const std::string& path) {
+  if (path.find_first_not_of(
+          "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-") ==
+      std::string::npos) {
+    return path;
+  }
+  std::string quoted = "'";
+  for (char c : path) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
+}
+
 HowTo CommandsFor(const Lab& lab) {
   std::string build = std::filesystem::path(QOR_LAB_DIR).parent_path();
   if (lab.dir() == QOR_LAB_DIR) {
     std::string env =
-        build == std::string(QOR_SOURCE_DIR) + "/build" ? "" : "QOR_BUILD_DIR=" + build + " ";
-    std::string script = env + "bash " + QOR_SOURCE_DIR + "/scripts/demo.sh ";
+        build == std::string(QOR_SOURCE_DIR) + "/build" ? "" : "QOR_BUILD_DIR=" + Word(build) + " ";
+    std::string script =
+        env + "bash " + Word(std::string(QOR_SOURCE_DIR) + "/scripts/demo.sh") + " ";
     return {script + "--on", script + "--cut", script + "--restore", script + "--down"};
   }
-  std::string self = Self() + " --dir " + lab.dir() + " ";
+  std::string self = Word(Self()) + " --dir " + Word(lab.dir()) + " ";
   return {self + "run", self + "cut", self + "restore", self + "down"};
 }
 
@@ -313,7 +321,7 @@ int RunOn(const std::string& dir, const std::string& which, char** argv) {
                                 "-n",
                                 "--",
                                 "/usr/bin/env",
-                                "PATH=" + BinDir() + ":" + qortest::kLabPath,
+                                std::string("PATH=") + qortest::kLabPath,
                                 "HOME=/root"};
   for (char** a = argv; *a; ++a) args.push_back(*a);
   std::vector<char*> c;

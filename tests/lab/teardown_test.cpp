@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -47,25 +48,28 @@ std::set<std::string> NamespacesInUse() {
   return in;
 }
 
-// Processes whose command line mentions text.
-std::vector<std::string> ProcessesMentioning(const std::string& text) {
+// Processes in one of the namespaces ns ("pid:[inode]" texts), with their command lines.
+std::vector<std::string> ProcessesIn(const std::vector<std::string>& ns) {
   std::vector<std::string> found;
+  std::error_code ec;
   for (const std::string& p : ProcDirs()) {
+    fs::path pidns = fs::read_symlink(p + "/ns/pid", ec);
+    if (ec || std::find(ns.begin(), ns.end(), pidns.string()) == ns.end()) continue;
     std::ifstream in(p + "/cmdline", std::ios::binary);
     std::string cmd((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     for (char& c : cmd) {
       if (c == '\0') c = ' ';
     }
-    if (cmd.find(text) != std::string::npos) found.push_back(p + ": " + cmd);
+    found.push_back(p + ": " + cmd);
   }
   return found;
 }
 
-bool FileMentions(const std::string& file, const std::string& text) {
+std::string Text(const std::string& file) {
   std::ifstream in(file);
   std::stringstream all;
   all << in.rdbuf();
-  return all.str().find(text) != std::string::npos;
+  return all.str();
 }
 
 double Seconds(std::chrono::steady_clock::time_point t0) {
@@ -76,6 +80,7 @@ TEST(LabTeardown, UpWithinAMinuteDownWithoutLeftovers) {
   const std::string dir = std::string(QOR_LAB_TEST_DIR) + "/Teardown";
   const std::string links = RootOut("ip -o link show | cut -d: -f2");
   const std::string netns = RootOut("ip netns list");
+  const std::string mounts = Text("/proc/self/mountinfo");
   Lab lab(LabOptions{dir, 4, false});
 
   auto t0 = std::chrono::steady_clock::now();
@@ -89,11 +94,14 @@ TEST(LabTeardown, UpWithinAMinuteDownWithoutLeftovers) {
   ASSERT_EQ(made.size(), 1u + 4u * 4u);
   std::set<std::string> used = NamespacesInUse();
   for (const std::string& ns : made) EXPECT_TRUE(used.count(ns)) << ns;
-  EXPECT_GE(ProcessesMentioning(dir).size(), 3u) << "two database servers and an sshd";
+  EXPECT_GE(ProcessesIn(made).size(), 4u + 3u + 4u)
+      << "the holders, two database servers, an sshd and the daemons";
   std::vector<pid_t> holders = lab.Holders();
   ASSERT_EQ(holders.size(), 5u);
-  EXPECT_TRUE(FileMentions("/proc/" + std::to_string(holders[1]) + "/mountinfo", dir));
-  EXPECT_FALSE(FileMentions("/proc/self/mountinfo", dir));
+  EXPECT_NE(Text("/proc/" + std::to_string(holders[1]) + "/mountinfo")
+                .find(std::string(" ") + kLabDirInHost + " "),
+            std::string::npos);
+  EXPECT_EQ(Text("/proc/self/mountinfo"), mounts) << "the hosts' mounts are made in the hosts";
 
   t0 = std::chrono::steady_clock::now();
   lab.Down();
@@ -101,12 +109,11 @@ TEST(LabTeardown, UpWithinAMinuteDownWithoutLeftovers) {
 
   used = NamespacesInUse();
   for (const std::string& ns : made) EXPECT_FALSE(used.count(ns)) << ns << " is still in use";
-  EXPECT_EQ(ProcessesMentioning(dir), std::vector<std::string>{});
+  EXPECT_EQ(ProcessesIn(made), std::vector<std::string>{});
   for (pid_t pid : holders) EXPECT_FALSE(fs::exists("/proc/" + std::to_string(pid) + "/ns"));
   EXPECT_EQ(RootOut("ip -o link show | cut -d: -f2"), links);
   EXPECT_EQ(RootOut("ip netns list"), netns);
-  EXPECT_FALSE(FileMentions("/proc/self/mountinfo", dir));
-  EXPECT_FALSE(FileMentions("/proc/1/mountinfo", dir));
+  EXPECT_EQ(Text("/proc/self/mountinfo"), mounts);
   EXPECT_FALSE(fs::exists(dir));
   // A second Down has nothing left to do.
   lab.Down();

@@ -6,6 +6,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -199,8 +201,10 @@ class StoreOddColumns : public StoreTest {
     RestoreSchema();
   }
   static void RestoreSchema() {
-    Sql("master",
-        "drop table if exists clusters; source " + std::string(QOR_SOURCE_DIR) + "/db/schema.sql;");
+    std::ifstream in(QOR_SOURCE_DIR "/db/schema.sql");
+    std::stringstream schema;
+    schema << in.rdbuf();
+    Sql("master", "drop table if exists clusters; " + schema.str());
   }
 };
 

@@ -3,12 +3,13 @@
 #include <signal.h>
 
 #include <cstdio>
-#include <cstdlib>
+#include <fstream>
 
 #include "base/shell.h"
 #include "config/qorconf.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
+#include "support/ns_host.h"
 
 namespace qortest {
 
@@ -70,25 +71,29 @@ std::string ThirdDir() {
   return std::string(QOR_TESTDB_DIR) + "/third";
 }
 
-bool ThirdScript(const std::string& args) {
+bool ThirdScript(const std::vector<std::string>& args) {
   // The script creates the user with this password unless told otherwise.
-  setenv("QOR_TEST_DBPWD", QOR_TESTDB_PASSWORD, 1);
-  std::string cmd = "bash " + std::string(QOR_SOURCE_DIR) + "/scripts/testdb.sh " + args + " >" +
-                    std::string(QOR_TESTDB_DIR) + "/third.log 2>&1";
-  return std::system(cmd.c_str()) == 0;
+  std::vector<std::string> argv{"/usr/bin/env", "QOR_TEST_DBPWD=" QOR_TESTDB_PASSWORD, "/bin/bash",
+                                QOR_SOURCE_DIR "/scripts/testdb.sh"};
+  argv.insert(argv.end(), args.begin(), args.end());
+  RunOptions o;
+  o.timeout_sec = 180;
+  RunResult r = RunProgram(argv, o);
+  std::ofstream(QOR_TESTDB_DIR "/third.log") << r.out << r.err;
+  return r.status == 0;
 }
 
 }  // namespace
 
 ThirdServer::ThirdServer() {
-  started_ = ThirdScript("start " + std::string(kThirdAddr) + " " + ThirdDir());
+  started_ = ThirdScript({"start", kThirdAddr, ThirdDir()});
 }
 
 bool ThirdServer::Stop() {
   if (!started_) return true;
   Pause(false);
   started_ = false;
-  return ThirdScript("stop " + ThirdDir());
+  return ThirdScript({"stop", ThirdDir()});
 }
 
 bool ThirdServer::Pause(bool stop) {

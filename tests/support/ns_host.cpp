@@ -34,8 +34,7 @@ int Holder(void* p) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) _exit(120);
   if (mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0) _exit(121);
-  std::string qor = a->dir + "/qor";
-  if (mount(qor.c_str(), kQorDir, nullptr, MS_BIND, nullptr) != 0) _exit(122);
+  if (!MountServerPaths(a->dir).empty()) _exit(122);
   if (!IsolateDevLog(a->dir, a->socket).empty()) _exit(123);
   if (!a->opts.hostname.empty() &&
       sethostname(a->opts.hostname.c_str(), a->opts.hostname.size()) != 0) {
@@ -65,7 +64,7 @@ NsHost::NsHost(const HostOptions& opts) : opts_(opts), dir_(opts.dir) {
   std::filesystem::create_directories(dir_ + "/qor");
   std::filesystem::create_directories(kQorDir);
   log_ = std::make_unique<SyslogCatcher>(dir_);
-  if (!log_->ok()) return;
+  if (!log_->ok() || !CopyQorclustd(dir_)) return;
   if (!opts_.syslog_file.empty() && !log_->WriteTo(opts_.syslog_file)) return;
   int ready[2];
   if (pipe2(ready, O_CLOEXEC) != 0) return;
@@ -133,7 +132,7 @@ RunResult NsHost::Enter(const std::vector<std::string>& argv, const RunOptions& 
 }
 
 RunResult NsHost::Run(const std::vector<std::string>& args, const RunOptions& opts) {
-  std::vector<std::string> argv{QorclustdPath()};
+  std::vector<std::string> argv{kInstalledQorclustd};
   argv.insert(argv.end(), args.begin(), args.end());
   return Enter(argv, opts);
 }

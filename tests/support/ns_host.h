@@ -1,6 +1,7 @@
 // A test host on this machine: a holder process that is pid 1 of its own pid namespace, with its
-// own mount namespace (its /var/www/html/qor bound to a temporary directory, /proc of its own,
-// /dev/log caught) and optionally its own network and UTS namespaces. Commands run inside it
+// own mount namespace (its /var/www/html/qor bound to a temporary directory, the binary under test
+// installed at kInstalledQorclustd, /proc of its own, /dev/log caught) and optionally its own
+// network and UTS namespaces. Commands run inside it
 // through nsenter, so the real binary sees fixed paths and a process table of its own, as on a
 // server. Destroying the host kills its pid 1 and with it everything that runs inside. Needs root.
 #pragma once
@@ -21,8 +22,9 @@ namespace qortest {
 struct HostOptions {
   std::string hostname;      // non-empty: a UTS namespace with this host name
   bool own_network = false;  // a network namespace with only lo (up)
-  // The host's directory (its platform directory is dir/qor); empty: a temporary one, removed
-  // with the host. A given directory must exist and is left in place.
+  // The host's directory (its platform directory is dir/qor, its copy of the binary
+  // dir/qorclustd); empty: a temporary one, removed with the host. A given directory must exist
+  // and is left in place.
   std::string dir;
   // Non-empty: the host's syslog lines go to this file (SyslogCatcher::WriteTo) and Syslog()
   // reads them back from it; RunResult::syslog stays empty.

@@ -1,6 +1,7 @@
 // Runs the real qorclustd as in production, with its fixed paths, but inside a private mount
-// namespace: a temporary directory is bound on /var/www/html/qor and a fresh /dev carries a
-// /dev/log socket whose syslog lines the sandbox collects. Needs root.
+// namespace: a temporary directory is bound on /var/www/html/qor, the binary is installed at
+// kInstalledQorclustd and a fresh /dev carries a /dev/log socket whose syslog lines the sandbox
+// collects. Needs root.
 #pragma once
 
 #include <string>
@@ -19,9 +20,9 @@ struct RunResult {
 };
 
 struct RunOptions {
-  std::string input;    // written to standard input, which is then closed
-  int uid = 0;          // run as this user (after the mounts are made)
-  int timeout_sec = 30; // the child is killed after this
+  std::string input;     // written to standard input, which is then closed
+  int uid = 0;           // run as this user (after the mounts are made)
+  int timeout_sec = 30;  // the child is killed after this
 };
 
 class Sandbox {
@@ -38,7 +39,17 @@ class Sandbox {
   TempDir dir_;
 };
 
-// The qorclustd binary under test.
-std::string QorclustdPath();
+// Where the sandbox and every test host have the binary under test, as a server has it
+// installed: never a path of the build machine, whose checkout may sit in a home directory that
+// only its owner may enter.
+constexpr const char* kInstalledQorclustd = "/usr/local/sbin/qorclustd";
+
+// Copies the binary under test to dir/qorclustd, executable by every user (a build made under a
+// restrictive umask is not); false when it could not.
+bool CopyQorclustd(const std::string& dir);
+// In a private mount namespace of the calling process: dir/qor bound on /var/www/html/qor, and
+// the copy in dir installed at kInstalledQorclustd on a /usr/local/sbin of the namespace's own.
+// An error text, empty on success.
+std::string MountServerPaths(const std::string& dir);
 
 }  // namespace qortest

@@ -3,32 +3,23 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
-#include <cstdio>
-
 #include "config/qorconf.h"
 #include "store/pools.h"
+#include "support/ns_host.h"
 
 namespace qortest {
 
+RunResult RootSql(const std::string& socket, const std::string& statements) {
+  RunOptions o;
+  o.input = statements;
+  return RunProgram(
+      {"/usr/bin/mariadb", "--no-defaults", "--socket=" + socket, "-uroot", "-N", "-B", "qor"}, o);
+}
+
 std::string Sql(const std::string& side, const std::string& statements) {
-  std::string path = std::string(QOR_TESTDB_DIR) + "/" + side + "/stmt.sql";
-  FILE* f = std::fopen(path.c_str(), "w");
-  if (f == nullptr) {
-    ADD_FAILURE() << "cannot write " << path;
-    return "";
-  }
-  std::fputs(statements.c_str(), f);
-  std::fclose(f);
-  std::string cmd = "mariadb --no-defaults --socket=" + std::string(QOR_TESTDB_DIR) + "/" + side +
-                    "/mysqld.sock -uroot -N -B qor < " + path + " 2>&1";
-  std::string out;
-  FILE* p = popen(cmd.c_str(), "r");
-  char buf[4096];
-  size_t n;
-  while (p && (n = std::fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-  int rc = p ? pclose(p) : -1;
-  if (rc != 0) ADD_FAILURE() << side << ": " << statements << "\n" << out;
-  return out;
+  RunResult r = RootSql(std::string(QOR_TESTDB_DIR) + "/" + side + "/mysqld.sock", statements);
+  if (r.status != 0) ADD_FAILURE() << side << ": " << statements << "\n" << r.out << r.err;
+  return r.status == 0 ? r.out : r.out + r.err;
 }
 
 void ResetTables() {

@@ -22,14 +22,14 @@ std::string Fail(const std::string& what) {
   return what + ": " + std::strerror(errno);
 }
 
+}  // namespace
+
 std::string BindFile(const std::string& from, const std::string& to) {
   int fd = open(to.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0666);
   if (fd >= 0) close(fd);
   if (mount(from.c_str(), to.c_str(), nullptr, MS_BIND, nullptr) != 0) return Fail("bind " + to);
   return "";
 }
-
-}  // namespace
 
 std::string SyslogText(const std::string& raw) {
   // "<13>Nov 22 20:23:00 ident[pid]: text" or "<13>Nov 22 20:23:00 ident: text"

@@ -53,6 +53,9 @@ class SyslogCatcher {
 // workdir is a scratch directory. Returns an error text, empty on success.
 std::string IsolateDevLog(const std::string& workdir, const std::string& socket);
 
+// Binds the file from on to, making an empty to first; an error text, empty on success.
+std::string BindFile(const std::string& from, const std::string& to);
+
 // The message text of a datagram or of a line of a WriteTo file: what follows "ident[pid]: ".
 std::string SyslogText(const std::string& raw);
 
