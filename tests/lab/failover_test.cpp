@@ -18,12 +18,6 @@ namespace {
 using LabFailover = LabCluster;
 
 // Runs of the take-over script on host i so far.
-int Takeovers(const Lab& lab, int i) {
-  std::vector<std::string> calls = lab.Calls(i);
-  return static_cast<int>(std::count_if(calls.begin(), calls.end(), [](const std::string& c) {
-    return c.find(" qordown.sh") != std::string::npos;
-  }));
-}
 
 // Lines of host i's syslog that begin with prefix.
 int Count(Lab& lab, int i, const std::string& prefix) {

@@ -2,6 +2,7 @@
 
 #include <regex.h>
 
+#include <algorithm>
 #include <sstream>
 
 namespace qortest {
@@ -130,6 +131,13 @@ void LabCluster::TearDown() {
   return ::testing::AssertionFailure()
          << "not joined within " << seconds << " s: " << AllActive(lab_, kMaster).message() << " / "
          << AllActive(lab_, kSlave).message();
+}
+
+int Takeovers(const Lab& lab, int i) {
+  std::vector<std::string> calls = lab.Calls(i);
+  return static_cast<int>(std::count_if(calls.begin(), calls.end(), [](const std::string& c) {
+    return c.find(" qordown.sh") != std::string::npos;
+  }));
 }
 
 }  // namespace qortest

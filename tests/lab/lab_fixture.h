@@ -46,6 +46,8 @@ bool FullMatch(const std::string& text, const std::string& ere,
 
 // True when host i's syslog holds a message text that begins with prefix.
 bool Logged(Lab& lab, int i, const std::string& prefix);
+// Runs of the take-over script (the qordown.sh stand-in) on host i so far.
+int Takeovers(const Lab& lab, int i);
 
 // True when the row of hostname in database db is written again within seconds from now.
 bool Moves(const Lab& lab, int db, const std::string& hostname, int seconds);
