@@ -20,36 +20,18 @@
 #include <vector>
 
 #include "lab/lab.h"
+#include "lab_figures.h"
 
 namespace {
 
+using labfigures::Clock;
+using labfigures::Report;
+using labfigures::Since;
 using qortest::Lab;
-using Clock = std::chrono::steady_clock;
+using qortest::NowMill;
 
 constexpr int kMaster = 0;
 constexpr int kMember1 = 2;
-
-int64_t NowMill() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
-
-double Since(Clock::time_point t0) {
-  return std::chrono::duration<double>(Clock::now() - t0).count();
-}
-
-void Report(const std::string& what, std::vector<double> v) {
-  if (v.empty()) {
-    std::printf("%s: no sample\n", what.c_str());
-    return;
-  }
-  std::sort(v.begin(), v.end());
-  size_t n = v.size();
-  double median = n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
-  std::printf("%s: median %.2f s, max %.2f s, min %.2f s (%zu)\n", what.c_str(), median, v.back(),
-              v.front(), n);
-}
 
 struct Tpl {
   int state = -1;
@@ -75,7 +57,7 @@ struct Latency {
 std::map<std::string, Latency> MarkRuns(const Lab& lab, int runs) {
   std::map<std::string, Latency> out;
   for (int k = 0; k < runs; ++k) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(3000 + (k * 730) % 2000));
+    labfigures::Stagger(k);
     int64_t mark = NowMill();
     lab.Sql(kMaster,
             "update clusters set tpl_updatemill=" + std::to_string(mark) + " where role_id=100;");
@@ -135,14 +117,7 @@ int main(int argc, char** argv) {
   int files = argc > 3 ? std::max(1, std::atoi(argv[3])) : 2000;
   int64_t size = (argc > 4 ? std::max(1, std::atoi(argv[4])) : 200) * int64_t{1000 * 1000};
   Lab lab(qortest::LabOptions{argv[1], 4, true});
-  Clock::time_point t0 = Clock::now();
-  std::string err = lab.Up();
-  if (err.empty()) err = lab.StartDaemons();
-  if (!err.empty()) {
-    std::fprintf(stderr, "lab_repl_bench: %s\n", err.c_str());
-    return 1;
-  }
-  std::printf("lab up and daemons started in %.1f s\n", Since(t0));
+  if (!labfigures::UpWithDaemons(lab, "lab_repl_bench")) return 1;
   std::this_thread::sleep_for(std::chrono::seconds(5));
 
   std::map<std::string, Latency> marks = MarkRuns(lab, runs);

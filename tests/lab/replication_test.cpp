@@ -21,12 +21,6 @@ namespace fs = std::filesystem;
 
 using LabReplication = LabCluster;
 
-int64_t NowMill() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
-
 struct Tpl {
   int state = -1;
   int64_t syncmill = -1;
