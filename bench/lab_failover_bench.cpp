@@ -17,21 +17,21 @@
 #include <vector>
 
 #include "lab/lab.h"
+#include "lab_figures.h"
 
 namespace {
 
+using labfigures::Clock;
+using labfigures::Report;
+using labfigures::Since;
+using labfigures::Stagger;
 using qortest::Lab;
-using Clock = std::chrono::steady_clock;
 
 constexpr int kMaster = 0;
 constexpr int kSlave = 1;
 
 double WallNow() {
   return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-double Since(Clock::time_point t0) {
-  return std::chrono::duration<double>(Clock::now() - t0).count();
 }
 
 int Status(const Lab& lab, int db, const std::string& hostname) {
@@ -80,24 +80,6 @@ bool Poll(double seconds, Pred pred) {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
   return pred();
-}
-
-// Waits a little over a whole number of seconds, so that consecutive events fall at different
-// moments of the daemons' cycles.
-void Stagger(int k) {
-  std::this_thread::sleep_for(std::chrono::milliseconds(3000 + (k * 730) % 2000));
-}
-
-void Report(const char* what, std::vector<double> v, const char* unit = "s") {
-  if (v.empty()) {
-    std::printf("%s: no sample\n", what);
-    return;
-  }
-  std::sort(v.begin(), v.end());
-  size_t n = v.size();
-  double median = n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
-  std::printf("%s: median %.2f %s, max %.2f %s, min %.2f %s (%zu)\n", what, median, unit, v.back(),
-              unit, v.front(), unit, n);
 }
 
 std::vector<double> MemberKills(Lab& lab, int kills) {
@@ -183,14 +165,7 @@ int main(int argc, char** argv) {
   int kills = argc > 2 ? std::max(0, std::atoi(argv[2])) : 10;
   int cuts = argc > 3 ? std::max(0, std::atoi(argv[3])) : 5;
   Lab lab(qortest::LabOptions{argv[1], 4, true});
-  Clock::time_point t0 = Clock::now();
-  std::string err = lab.Up();
-  if (err.empty()) err = lab.StartDaemons();
-  if (!err.empty()) {
-    std::fprintf(stderr, "lab_failover_bench: %s\n", err.c_str());
-    return 1;
-  }
-  std::printf("lab up and daemons started in %.1f s\n", Since(t0));
+  if (!labfigures::UpWithDaemons(lab, "lab_failover_bench")) return 1;
   std::vector<double> kill = MemberKills(lab, kills);
   CutFigures cut = MasterCuts(lab, cuts);
   Report("member killed -> 200 in the master's database", kill);

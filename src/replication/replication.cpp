@@ -20,9 +20,11 @@ FixedText<8192> SshLastError;
 
 namespace {
 
-// A pull of a large tree may take minutes; one that hangs (a master cut off mid-transfer, which
-// ssh alone notices only after TCP gives up) is stopped so that the heartbeat resumes.
-constexpr int kPullSeconds = 600;
+// A pull of a large tree, a chown of one, or the platform's synchronisation of every profile may
+// take minutes, far beyond the shell's default bound for status commands: cut there, it would be
+// cut every time. One that hangs (a master cut off mid-transfer, which ssh alone notices only after
+// TCP gives up) is stopped so that the heartbeat resumes.
+constexpr int kTreeSeconds = 600;
 
 // step: 1 for the whitelist and lumobr pulls, 2 for the templates, as the failure lines number
 // them.
@@ -33,7 +35,7 @@ void Pull(const char* master, const char* tree, int step) {
                  tree, kQorDir);
   Trace("rsync... from %s:%s to %s\n", master, tree, kQorDir);
   bool started = RunShell(
-      command.c_str(), kShellLineMax, [](char* line) { std::fputs(line, stdout); }, kPullSeconds);
+      command.c_str(), kShellLineMax, [](char* line) { std::fputs(line, stdout); }, kTreeSeconds);
   if (started) return;
   SshLastError.format("%s\n", std::strerror(errno));
   Trace("_rsynclicwlisttpl(%d): sshlasterror=%s\n", step, SshLastError.c_str());
@@ -46,10 +48,13 @@ void Pull(const char* master, const char* tree, int step) {
 // The first output line decides which notice is logged; a command that cannot start ends us.
 void SyncProfiles(const char* command, const char* synced, const char* unchanged) {
   bool first = true;
-  bool started = RunShell(command, 128, [&](char* line) {
-    if (first) LogNotice("%s", std::strstr(line, "SYNC_OK") ? synced : unchanged);
-    first = false;
-  });
+  bool started = RunShell(
+      command, 128,
+      [&](char* line) {
+        if (first) LogNotice("%s", std::strstr(line, "SYNC_OK") ? synced : unchanged);
+        first = false;
+      },
+      kTreeSeconds);
   if (!started) FatalCommand(command);
 }
 
@@ -82,7 +87,8 @@ int ChownLicWlistTpl() {
   }
   for (const char* command : {"chown www-data:docker -R /var/www/html/qor/wlist",
                               "chown www-data:docker -R /var/www/html/qor/qortemplates"}) {
-    if (!RunShell(command, kShellLineMax, [](char* line) { std::fputs(line, stdout); })) {
+    if (!RunShell(
+            command, kShellLineMax, [](char* line) { std::fputs(line, stdout); }, kTreeSeconds)) {
       std::puts("ChownLicWlistTpl run error!");
       return 1;
     }

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -395,6 +396,17 @@ TEST_F(CliAdmin, AddressWordsReadTheMastersDatabase) {
     EXPECT_EQ(r.status, c.status) << r.err;
     EXPECT_EQ(r.out, c.out);
   }
+}
+
+// The master's address stands unquoted in the pull's command line. A slave (this host, 127.0.0.1)
+// whose configured master would run a command of its own pulls nothing and runs nothing.
+TEST_F(CliAdmin, SyncRefusesAMasterAddressThatIsACommand) {
+  UseConf("slave", "lo", "127.0.0.3;touch /var/www/html/qor/ran;", kMasterAddr);
+  RunResult r = Run({"-synctpl"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "");
+  EXPECT_TRUE(Contains(r.syslog, "rsynclicwlisttpl refused master address"));
+  EXPECT_FALSE(std::filesystem::exists(box.dir() + "/qor/ran"));
 }
 
 TEST_F(CliAdmin, ClearIsRefusedOnAClusterServer) {

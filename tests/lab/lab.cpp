@@ -236,6 +236,14 @@ std::string Lab::StartServices() {
       "id -u qorrun >/dev/null 2>&1 || useradd --create-home --shell /bin/sh --password '*' "
       "qorrun || id -u qorrun");
   if (user.status != 0) return Failed("useradd qorrun", user);
+  // On a server the shared trees belong to www-data:docker (-chown). A master on a machine without
+  // a docker group gets a group file of its own that has one; this machine's stays as it is.
+  RunResult group = Shell(
+      0,
+      "getent group docker >/dev/null || { cp /etc/group /run/lab-group && echo \"docker:x:$(awk "
+      "-F: '$3 < 60000 && $3 > m { m = $3 } END { print m + 1 }' /etc/group):\" >> /run/lab-group "
+      "&& mount --bind /run/lab-group /etc/group; }");
+  if (group.status != 0) return Failed("the master's docker group", group);
   // Every host must reach the master before the servers start on their addresses.
   for (int i = 1; i < size(); ++i) {
     if (!WaitFor(10, [&] { return Shell(i, "ping -c 1 -w 1 " + info_[0].address).status == 0; })) {

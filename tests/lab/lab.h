@@ -14,6 +14,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <thread>
@@ -55,6 +56,13 @@ bool WaitFor(int seconds, Pred pred) {
     std::this_thread::sleep_for(std::chrono::milliseconds(250));
   }
   return pred();
+}
+
+// This machine's clock in milliseconds since the epoch, the daemons' clock for their rows.
+inline int64_t NowMill() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
 }
 
 // Takes the bridge port of host i down or up in the bridge namespace held by process bridge;

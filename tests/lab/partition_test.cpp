@@ -15,12 +15,6 @@ namespace {
 
 using LabPartition = LabCluster;
 
-int64_t NowMill() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
-
 TEST_F(LabPartition, MasterDeclaresItsRowOldWhenItsDatabaseIsBehind) {
   ASSERT_TRUE(StartAndJoin());
   // As the platform stamps it when it wrote into the slave's database alone.

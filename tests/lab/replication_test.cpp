@@ -1,0 +1,223 @@
+// The shared trees of a running cluster: a change to the master's templates reaches the slave and
+// the members through the loop of mark, heartbeat and pull, deletions included; the words -synctpl
+// and -chown act at once on the roles they serve; the slow work of the master and the slave runs
+// the platform's profile synchronisations and releases stale browser rows in its own database.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "lab/lab_fixture.h"
+
+namespace qortest {
+namespace {
+
+namespace fs = std::filesystem;
+
+using LabReplication = LabCluster;
+
+struct Tpl {
+  int state = -1;
+  int64_t syncmill = -1;
+};
+
+Tpl TplOf(const Lab& lab, int db, const std::string& hostname) {
+  std::istringstream in(lab.Sql(
+      db, "select tpl_syncstate, tpl_syncmill from clusters where hostname='" + hostname + "';"));
+  Tpl t;
+  in >> t.state >> t.syncmill;
+  return t;
+}
+
+// Host i's template copy recorded as pulled at or after since, in both databases.
+bool Synced(const Lab& lab, int i, int64_t since) {
+  for (int db : {kMaster, kSlave}) {
+    Tpl t = TplOf(lab, db, lab.Info(i).name);
+    if (t.state != 100 || t.syncmill < since) return false;
+  }
+  return true;
+}
+
+// Marks the master's template tree changed now, as the platform does, in the master's row. The
+// master's heartbeat writes back the value it read: a mark made between its read and its write is
+// lost, and made again. The mark's time, or -1.
+int64_t MarkTemplates(const Lab& lab) {
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    const std::string t = std::to_string(NowMill());
+    lab.Sql(kMaster, "update clusters set tpl_updatemill=" + t + " where role_id=100;");
+    if (!Moves(lab, kMaster, lab.Info(kMaster).name, 5)) continue;
+    if (lab.Sql(kMaster, "select tpl_updatemill from clusters where role_id=100;") == t + "\n") {
+      return std::stoll(t);
+    }
+  }
+  return -1;
+}
+
+// The time of the first login of qorrun from host i at or after since, by the master's sshd; -1
+// when none. The syslog file stamps each line as it arrives: "YYYY-MM-DD HH:MM:SS.mmm ...".
+int64_t FirstPullAfter(const Lab& lab, int i, int64_t since) {
+  std::ifstream in(lab.SyslogPath(kMaster));
+  const std::string login = "Accepted publickey for qorrun from " + lab.Info(i).address + " ";
+  for (std::string l; std::getline(in, l);) {
+    struct tm tm {};
+    int ms = 0;
+    const char* rest = strptime(l.c_str(), "%Y-%m-%d %H:%M:%S", &tm);
+    if (l.find(login) == std::string::npos || !rest || sscanf(rest, ".%3d", &ms) != 1) continue;
+    tm.tm_isdst = -1;
+    int64_t at = static_cast<int64_t>(mktime(&tm)) * 1000 + ms;
+    if (at >= since) return at;
+  }
+  return -1;
+}
+
+bool Has(Lab& lab, int i, const std::string& path) {
+  return fs::exists(lab.Host(i).dir() + "/qor/" + path);
+}
+
+// A browser row untouched for ten minutes in both databases, due for release by a slow work.
+void PutStaleBrowserRow(const Lab& lab) {
+  for (int db : {kMaster, kSlave}) {
+    lab.Sql(db,
+            "insert into containers (containerid, containername, username, hostname, updated_at) "
+            "values ('c7', 'lumobr_7', 'u7', 'h7', now() - interval 10 minute);");
+  }
+}
+
+// The stale row in database db: "c7 lumobr_7 u7" kept, "- - -" released (the row stays).
+std::string StaleRow(const Lab& lab, int db) {
+  return lab.Sql(db,
+                 "select concat_ws(' ', ifnull(containerid, '-'), ifnull(containername, '-'), "
+                 "ifnull(username, '-')) from containers where hostname = 'h7';");
+}
+
+// The slow work of host i ran the profile synchronisations: the stand-ins' SYNC_OK gave the
+// success notices.
+bool ProfilesSynced(Lab& lab, int i) {
+  return Logged(lab, i, "lumobr sync success") && Logged(lab, i, "lumodt sync success");
+}
+
+// Owner and group of a path of host i's platform directory, as the host names them.
+std::string Owner(Lab& lab, int i, const std::string& path) {
+  return lab.Shell(i, "stat -c %U:%G /var/www/html/qor/" + path).out;
+}
+
+// Stops host i's daemon and starts it again with the pause after each cycle cut to a twentieth
+// (fast_sleep.cpp): its slow work, due every 150 cycles, comes after about half a minute. The
+// daemon is started from the binary the stopped one ran.
+::testing::AssertionResult RestartFast(Lab& lab, int i) {
+  std::string exe = lab.Shell(i, "readlink /proc/$(pgrep -x qorclustd)/exe").out;
+  if (exe.empty() || lab.Run(i, {"-stop"}).status != 0) {
+    return ::testing::AssertionFailure() << "no daemon to stop";
+  }
+  exe.pop_back();
+  std::ifstream so(QOR_LAB_FAST_SLEEP, std::ios::binary);
+  std::stringstream bytes;
+  bytes << so.rdbuf();
+  lab.Host(i).Write("qorbin/lab-fast-sleep.so", bytes.str());
+  // A sanitizer's runtime wants to be loaded first; the preloaded library comes before it.
+  RunResult r =
+      lab.Host(i).Enter({"/usr/bin/env", "LD_PRELOAD=/var/www/html/qor/qorbin/lab-fast-sleep.so",
+                         "ASAN_OPTIONS=verify_asan_link_order=0", exe, "-start_boot"},
+                        RunOptions{});
+  if (r.status == 0) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "-start_boot: " << r.status << " " << r.out << r.err;
+}
+
+TEST_F(LabReplication, MasterTemplateChangeReachesEveryServerThroughTheLoop) {
+  ASSERT_TRUE(StartAndJoin());
+  const std::vector<int> pullers = {kSlave, kMember1, kMember2};
+  // Never marked before: nobody has pulled anything yet.
+  for (int i : pullers) ASSERT_FALSE(Has(lab_, i, "qortemplates")) << lab_.Info(i).name;
+  lab_.Host(kMaster).Write("qortemplates/added.tpl", "added on the master\n");
+  PutStaleBrowserRow(lab_);
+
+  int64_t mark = MarkTemplates(lab_);
+  ASSERT_NE(mark, -1) << "the master's heartbeat kept undoing the mark";
+  // The master's monitor marks, the heartbeat asks, the loop pulls: a cycle of each and the pulls.
+  for (int i : pullers) {
+    const std::string& name = lab_.Info(i).name;
+    EXPECT_TRUE(WaitFor(15, [&] { return Synced(lab_, i, mark); }))
+        << name << ": " << TplOf(lab_, kMaster, name).state << " / "
+        << TplOf(lab_, kSlave, name).state;
+    EXPECT_TRUE(Has(lab_, i, "qortemplates/added.tpl")) << name;
+    EXPECT_TRUE(Has(lab_, i, "qortemplates/qortemplates.txt")) << name;
+    // Recorded as of the start: before the first login of the pulls (the slave's whitelist).
+    int64_t login = FirstPullAfter(lab_, i, mark);
+    EXPECT_NE(login, -1) << name;
+    EXPECT_LE(TplOf(lab_, kMaster, name).syncmill, login) << name;
+    EXPECT_TRUE(Logged(lab_, i, "slave/member rsync started")) << name;
+  }
+  // Only the slave copies the whitelist and lumobr, and runs the profile synchronisations.
+  EXPECT_TRUE(Has(lab_, kSlave, "wlist/wlist.txt"));
+  EXPECT_TRUE(Has(lab_, kSlave, "lumobr/lumobr.txt"));
+  for (int m : {kMember1, kMember2}) {
+    EXPECT_FALSE(Has(lab_, m, "wlist") || Has(lab_, m, "lumobr")) << lab_.Info(m).name;
+    EXPECT_TRUE(lab_.Calls(m).empty()) << lab_.Info(m).name;
+  }
+  EXPECT_TRUE(ProfilesSynced(lab_, kSlave));
+  // The slave's slow work releases the stale row in its own database; the master's has not run.
+  EXPECT_EQ(StaleRow(lab_, kSlave), "- - -\n");
+  EXPECT_EQ(StaleRow(lab_, kMaster), "c7 lumobr_7 u7\n");
+
+  // What the master removes goes on the others too.
+  fs::remove(lab_.Host(kMaster).dir() + "/qor/qortemplates/added.tpl");
+  mark = MarkTemplates(lab_);
+  ASSERT_NE(mark, -1);
+  for (int i : pullers) {
+    EXPECT_TRUE(WaitFor(15, [&] { return Synced(lab_, i, mark); })) << lab_.Info(i).name;
+    EXPECT_FALSE(Has(lab_, i, "qortemplates/added.tpl")) << lab_.Info(i).name;
+    EXPECT_TRUE(Has(lab_, i, "qortemplates/qortemplates.txt")) << lab_.Info(i).name;
+  }
+}
+
+TEST_F(LabReplication, SyncWordsPullAtOnceAndChownServesOnlyTheMaster) {
+  ASSERT_TRUE(StartAndJoin());
+  lab_.Host(kMaster).Write("qortemplates/word.tpl", "pulled by a word\n");
+  for (auto [i, word] : {std::pair{kMember1, "-synctpl"}, {kMember2, "-synclictpl"}}) {
+    const std::string& name = lab_.Info(i).name;
+    int64_t before = NowMill();
+    RunResult r = lab_.Run(i, {word});
+    int64_t after = NowMill();
+    EXPECT_EQ(r.status, 0) << name << " " << r.err;
+    // rsync's own listing, copied to the standard output.
+    EXPECT_NE(r.out.find("qortemplates/word.tpl\n"), std::string::npos) << name << ": " << r.out;
+    EXPECT_TRUE(Has(lab_, i, "qortemplates/word.tpl")) << name;
+    Tpl t = TplOf(lab_, kMaster, name);
+    EXPECT_EQ(t.state, 100) << name;
+    EXPECT_TRUE(before <= t.syncmill && t.syncmill <= after)
+        << name << ": " << before << " <= " << t.syncmill << " <= " << after;
+  }
+  EXPECT_FALSE(Has(lab_, kSlave, "qortemplates")) << "a word pulls on its own host only";
+
+  for (int i : {kSlave, kMember1}) {
+    RunResult r = lab_.Run(i, {"-chown"});
+    EXPECT_EQ(r.status, 0) << lab_.Info(i).name;
+    EXPECT_EQ(r.out, "ChownLicWlistTpl can run on only MASTER!\n") << lab_.Info(i).name;
+  }
+  EXPECT_EQ(Owner(lab_, kMember1, "qortemplates/word.tpl"), "root:root\n");
+  RunResult r = lab_.Run(kMaster, {"-chown"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out + r.err, "");
+  for (const char* path : {"wlist", "wlist/wlist.txt", "qortemplates", "qortemplates/word.tpl"}) {
+    EXPECT_EQ(Owner(lab_, kMaster, path), "www-data:docker\n") << path;
+  }
+  EXPECT_EQ(Owner(lab_, kMaster, "lumobr/lumobr.txt"), "root:root\n");
+}
+
+TEST_F(LabReplication, MastersSlowWorkSyncsProfilesAndReleasesItsStaleRows) {
+  ASSERT_TRUE(StartAndJoin());
+  PutStaleBrowserRow(lab_);
+  ASSERT_TRUE(RestartFast(lab_, kMaster));
+  EXPECT_TRUE(WaitFor(90, [&] { return Logged(lab_, kMaster, "master running mpool="); }));
+  EXPECT_TRUE(WaitFor(10, [&] { return ProfilesSynced(lab_, kMaster); }));
+  EXPECT_EQ(StaleRow(lab_, kMaster), "- - -\n");
+  EXPECT_EQ(StaleRow(lab_, kSlave), "c7 lumobr_7 u7\n");
+}
+
+}  // namespace
+}  // namespace qortest
