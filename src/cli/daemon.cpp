@@ -176,17 +176,26 @@ int CheckRunning(int boot) {
   }
   const char* command = "ps aux | grep 'qorclustd -start' | grep -v grep | wc -l";
   Trace("_checkrunning: cmd=%s\n", command);
-  char first[128] = {};
-  bool got = false;
-  if (!RunShell(command, sizeof first, [&](char* line) {
-        if (!got) CopyText(first, sizeof first, line);
-        got = true;
-      })) {
-    FatalCommand(command);
+  // A running daemon shows its own command line for the instant a command of its cycle is being
+  // started, so one look may count a copy twice. A copy that runs is seen in every look: the
+  // smallest of a few looks is the true count.
+  int count = -1;
+  bool alone = false;
+  for (int look = 0; look < 3 && !alone; ++look) {
+    if (look > 0) usleep(100000);
+    char first[128] = {};
+    bool got = false;
+    if (!RunShell(command, sizeof first, [&](char* line) {
+          if (!got) CopyText(first, sizeof first, line);
+          got = true;
+        })) {
+      FatalCommand(command);
+    }
+    int seen = std::atoi(first);
+    Trace("_checkrunning: result=%d, buf=%s\n", seen, first);
+    if (count < 0 || seen < count) count = seen;
+    alone = (boot == 1 && count == 1) || (boot == 0 && count == 2);
   }
-  int count = std::atoi(first);
-  Trace("_checkrunning: result=%d, buf=%s\n", count, first);
-  bool alone = (boot == 1 && count == 1) || (boot == 0 && count == 2);
   LogNotice("_checkrunning: boot=%d result=%d exist=%d\n", boot, count, alone ? 0 : 1);
   if (alone) return 0;
   std::printf("%s already running! (result=%d)\n", Progname, count);
