@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs every Debian package that building, testing and running qorclustd needs.
 # Idempotent: packages already installed are left alone and apt is not touched at all
-# when nothing is missing.
+# when nothing is missing. --fuzz adds clang and its fuzzer runtime, for scripts/fuzz.sh only.
 set -euo pipefail
 
 PACKAGES=(
@@ -17,6 +17,9 @@ PACKAGES=(
   # useradd, for the replication account the cluster lab creates
   passwd
 )
+if [ "${1:-}" = "--fuzz" ]; then
+  PACKAGES+=(clang libclang-rt-dev)
+fi
 
 missing=()
 for p in "${PACKAGES[@]}"; do
