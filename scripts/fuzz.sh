@@ -33,7 +33,10 @@ fi
 bash "$root/scripts/install-deps.sh" --fuzz
 cmake -S "$root" -B "$dir" -DQOR_FUZZ=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ >/dev/null
-cmake --build "$dir" -j2 --target "${targets[@]/#/fuzz_}" >/dev/null
+if ! cmake --build "$dir" -j2 --target "${targets[@]/#/fuzz_}" >"$dir/build.log" 2>&1; then
+  cat "$dir/build.log" >&2
+  exit 1
+fi
 
 # The file readers cut lines at 8191 bytes in a 4096-byte buffer: their inputs must reach past both.
 max_len() {
