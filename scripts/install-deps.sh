@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs every Debian package that building, testing and running qorclustd needs.
 # Idempotent: packages already installed are left alone and apt is not touched at all
-# when nothing is missing.
+# when nothing is missing. --fuzz adds clang and its fuzzer runtime, for scripts/fuzz.sh only.
 set -euo pipefail
 
 PACKAGES=(
@@ -19,6 +19,9 @@ PACKAGES=(
   # nft, with which the lab drops a database's packets
   nftables
 )
+if [ "${1:-}" = "--fuzz" ]; then
+  PACKAGES+=(clang libclang-rt-dev)
+fi
 
 missing=()
 for p in "${PACKAGES[@]}"; do

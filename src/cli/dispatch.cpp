@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "base/clock.h"
 #include "base/log.h"
@@ -34,8 +35,7 @@ namespace {
 
 // What a command gets besides the process-wide state.
 struct CommandArgs {
-  int argc;
-  char** argv;
+  const CommandLine& line;
   const char* hostname;  // gethostname at start-up
 };
 
@@ -51,16 +51,15 @@ int TimeMill(const CommandArgs&) {
   return 0;
 }
 
-// "-ping host [trycount]": 3 tries with one operand, the given count with two, none otherwise.
+// "-ping host [trycount]".
 int PingCommand(const CommandArgs& a) {
   // Without a host there is nothing to ping: the usage text, and nothing is run.
-  if (a.argc < 3 || a.argv[2][0] == '\0') {
+  const char* host = a.line.host;
+  if (host == nullptr) {
     Usage();
     return 0;
   }
-  const char* host = a.argv[2];
-  int tries = a.argc == 3 ? 3 : a.argc == 4 ? std::atoi(a.argv[3]) : 0;
-  if (Ping(host, 1, tries) == 0) {
+  if (Ping(host, 1, a.line.tries) == 0) {
     std::printf("ping OK! (%s)\n", host);
     return 0;
   }
@@ -74,15 +73,11 @@ int CountCommand(const CommandArgs&) {
   return 0;
 }
 
-// The host operand of the row commands; without one there is nothing to act on, so the usage
-// text is printed and no database is reached.
-const char* HostOperand(const CommandArgs& a) {
-  return a.argc >= 3 && a.argv[2][0] != '\0' ? a.argv[2] : nullptr;
-}
-
+// Without a host operand a row command has nothing to act on, so the usage text is printed and
+// no database is reached.
 template <AdminOp op, bool onMaster>
 int Admin(const CommandArgs& a) {
-  const char* host = op == AdminOp::kRemoveAll ? "-all" : HostOperand(a);
+  const char* host = op == AdminOp::kRemoveAll ? "-all" : a.line.host;
   if (host == nullptr) {
     Usage();
     return 0;
@@ -225,12 +220,12 @@ const Command kCommands[] = {
     {"-clear", Clear},
 };
 
-int Dispatch(const OptionWord& word, const CommandArgs& args) {
-  for (const Command& c : kCommands) {
-    if (word == c.word) return c.run(args);
+int Dispatch(const CommandArgs& args) {
+  if (args.line.command < 0) {
+    Usage();
+    return 0;
   }
-  Usage();
-  return 0;
+  return kCommands[args.line.command].run(args);
 }
 
 }  // namespace
@@ -241,16 +236,32 @@ bool StripDebugSuffix(std::string_view& word) {
   return true;
 }
 
+CommandLine ParseCommandLine(int argc, char** argv) {
+  CommandLine line;
+  if (argc < 2) return line;
+  std::string_view arg(argv[1]);
+  line.debug = StripDebugSuffix(arg);
+  // No command word is near 127 characters, so a longer argument stays unknown when cut.
+  line.word.set(arg);
+  for (int i = 0; i < static_cast<int>(std::size(kCommands)); ++i) {
+    if (line.word == kCommands[i].word) {
+      line.command = i;
+      break;
+    }
+  }
+  if (argc >= 3 && argv[2][0] != '\0') line.host = argv[2];
+  line.tries = argc == 3 ? 3 : argc == 4 ? std::atoi(argv[3]) : 0;
+  return line;
+}
+
 int QorMain(int argc, char** argv) {
   if (argc < 2) {
     Usage();
     return 0;
   }
-  std::string_view arg(argv[1]);
-  if (StripDebugSuffix(arg)) Xmode = 1;
-  OptionWord word;
-  // No command word is near 127 characters, so a longer argument stays unknown when cut.
-  word.set(arg);
+  const CommandLine line = ParseCommandLine(argc, argv);
+  if (line.debug) Xmode = 1;
+  const OptionWord& word = line.word;
 
   if (word == "-v") return ShowVersion();
   if (word == "-qorver") {
@@ -283,7 +294,7 @@ int QorMain(int argc, char** argv) {
                cnf.dbuser.c_str(), cnf.dbpwd.c_str(), ClustsTemp);
   Clust.hostname.set(hostname);
   Clust.ipaddress.set(CurrentSvr);
-  int status = Dispatch(word, CommandArgs{argc, argv, hostname});
+  int status = Dispatch(CommandArgs{line, hostname});
   CloseConnectionPool();
   return status;
 }

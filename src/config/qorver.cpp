@@ -12,7 +12,11 @@ namespace qor {
 FixedText<128> QorVersion;
 
 int getqorver(FixedText<128>& out) {
-  LineReader in(kEnvFile);
+  return ReadQorVersion(kEnvFile, out);
+}
+
+int ReadQorVersion(const char* path, FixedText<128>& out) {
+  LineReader in(path);
   if (!in.ok()) return 1;
   out.clear();
   char line[8192];

@@ -1,5 +1,7 @@
 #include "store/cluster_query.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -150,7 +152,11 @@ void FillClustRecord(ClustRecord& rec, int ncols, const char* const* values, Act
         break;
       case 16:
         rec.cpucores = AtoI(v);
-        if (rec.status == kStatusActive) info.cores += rec.cpucores;
+        // Any node's row can claim any core count: the sum of a full array is held to int.
+        if (rec.status == kStatusActive) {
+          const long long cores = static_cast<long long>(info.cores) + rec.cpucores;
+          info.cores = static_cast<int>(std::clamp<long long>(cores, INT_MIN, INT_MAX));
+        }
         break;
       case 17:
         rec.cpuprocs = AtoI(v);
