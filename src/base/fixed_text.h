@@ -39,7 +39,8 @@ inline bool CopyText(char* dst, size_t size, const char* src) {
 
 // vsnprintf into dst; returns false when the result was cut (at a character boundary) or
 // formatting failed.
-inline bool FormatTextV(char* dst, size_t size, const char* fmt, va_list ap) {
+__attribute__((format(printf, 3, 0))) inline bool FormatTextV(char* dst, size_t size,
+                                                              const char* fmt, va_list ap) {
   int n = std::vsnprintf(dst, size, fmt, ap);
   if (n >= 0 && static_cast<size_t>(n) < size) return true;
   if (size > 0) dst[Utf8Cut(dst, std::strlen(dst))] = '\0';

@@ -195,7 +195,8 @@ void FillClustRecord(ClustRecord& rec, int ncols, const char* const* values, Act
 int GetClusterSql(const char* dbsvr, const char* dbuser, const char* /*dbpwd*/, const char* cond,
                   ActInfo* info, ClustRecord** records, int target) {
   *info = ActInfo{};
-  Trace("_xgetclustersql(1): dbsvr=%s dbuser=%s cond=%s con=%p\n", dbsvr, dbuser, cond, nullptr);
+  Trace("_xgetclustersql(1): dbsvr=%s dbuser=%s cond=%s con=%p\n", dbsvr, dbuser, cond,
+        static_cast<void*>(nullptr));
   SqlText sql;
   if (!BuildClusterSelect(sql, cond)) {
     LogError("getclustersql selector refused for %s: %s (%.64s)", dbsvr, kSqlRefused, cond);
