@@ -84,7 +84,7 @@ TEST_F(LabHungDatabase, StoppedServerCostsTheOthersOneBoundedWaitPerCycle) {
   ASSERT_FALSE(pid.empty());
   // The pid is the one in the master's own pid namespace.
   ASSERT_EQ(lab_.Shell(kMaster, "kill -STOP " + pid).status, 0);
-  std::map<std::string, double> stalls = LongestStalls(lab_, kSlave, 30);
+  std::map<std::string, double> stalls = LongestStalls(lab_, kSlave, 60);
   ASSERT_EQ(lab_.Shell(kMaster, "kill -CONT " + pid).status, 0);
   ExpectFresh(lab_, stalls);
 
