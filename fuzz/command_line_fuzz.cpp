@@ -14,15 +14,16 @@
 
 namespace {
 
-// The statement must end right after the literal that holds the host: an unescaped quote inside
-// it would let the operand write SQL of its own.
+// The statement must end right after the literal that holds the host: a quote inside it that is
+// not doubled would let the operand write SQL of its own. A backslash never gets that far.
 void CheckRemoveStatement(const char* host) {
   qor::SqlText sql;
   if (!qor::RemoveStatement(sql, host)) return;
   const char* open = std::strchr(sql.c_str(), '\'');
   if (open == nullptr) return;  // the words that select rows without a literal
+  if (std::strchr(open, '\\') != nullptr) std::abort();
   const char* p = open + 1;
-  while (*p != '\0' && *p != '\'') p += (*p == '\\' && p[1] != '\0') ? 2 : 1;
+  while (*p != '\0' && !(*p == '\'' && p[1] != '\'')) p += *p == '\'' ? 2 : 1;
   if (std::strcmp(p, "';") != 0) std::abort();
 }
 
