@@ -25,13 +25,6 @@ bool TryWrite(QzPool* pool, const char* sql, const char* stmtErr) {
   return true;
 }
 
-// One write with its connection-error message and 500 when no live connection was had.
-int Write(QzPool* pool, const char* sql, const char* connErr, const char* stmtErr) {
-  if (TryWrite(pool, sql, stmtErr)) return kDbOk;
-  LogError("%s", connErr);
-  return kDbNoConnection;
-}
-
 // A statement that could not be built is refused with the operation's name; nothing is run.
 int Refuse(const char* op, const char* what) {
   LogError("%s refused: %s (%.64s)", op, kSqlRefused, what);
@@ -141,8 +134,8 @@ int InsertClusterSql(const char* dbsvr, int64_t mill, int target, ClustRecord re
   if (!InsertStatement(sql, rec, mill)) return Refuse("insertclustersql", rec.hostname.c_str());
   (void)dbsvr;
   Trace("_xinsertclustersql: sql=\n%s\n", sql.c_str());
-  return Write(PoolByTarget(target), sql.c_str(), "insertclustersql db connection error",
-               "insertclustersql db insert error");
+  return ExecuteOn(PoolByTarget(target), sql.c_str(), "insertclustersql db connection error",
+                   "insertclustersql db insert error");
 }
 
 int UpdateClusterSql(const char* dbsvr, ClustRecord** records, int index, int withlastwrite,
@@ -156,8 +149,8 @@ int UpdateClusterSql(const char* dbsvr, ClustRecord** records, int index, int wi
     return Refuse("updateclustersql", rec.hostname.c_str());
   }
   Trace("_xupdateclustersql(2): sql=\n%s\n", sql.c_str());
-  return Write(PoolByTarget(target), sql.c_str(), "updateclustersql db connection error",
-               "updateclustersql db update error");
+  return ExecuteOn(PoolByTarget(target), sql.c_str(), "updateclustersql db connection error",
+                   "updateclustersql db update error");
 }
 
 int SetStatusClusterSql(const char* dbsvr, int id, int status) {
@@ -166,8 +159,8 @@ int SetStatusClusterSql(const char* dbsvr, int id, int status) {
   SqlText sql;
   sql.format("update clusters set updated_at = now(), status = '%d' where id = '%d';", status, id);
   Trace("_xsetstatussql(2): sql=\n%s\n", sql.c_str());
-  return Write(PoolByAddress(dbsvr), sql.c_str(), "setstatusclustersql db connection error",
-               "setstatusclustersql db update error");
+  return ExecuteOn(PoolByAddress(dbsvr), sql.c_str(), "setstatusclustersql db connection error",
+                   "setstatusclustersql db update error");
 }
 
 int SetOldClusterSvrSql(const char* dbsvr, const char* host) {
@@ -180,8 +173,8 @@ int SetOldClusterSvrSql(const char* dbsvr, const char* host) {
     return Refuse("setoldclustersvrsql", host);
   }
   Trace("_xsetoldclustersvrsql(2): sql=\n%s\n", sql.c_str());
-  return Write(FirstOpenPool(), sql.c_str(), "setoldclustersvrsql db connection error",
-               "setoldclustersvrsql db update error");
+  return ExecuteOn(FirstOpenPool(), sql.c_str(), "setoldclustersvrsql db connection error",
+                   "setoldclustersvrsql db update error");
 }
 
 int SetTplOldClusterSvrSql(const char* dbsvr, const char* host) {
@@ -194,8 +187,8 @@ int SetTplOldClusterSvrSql(const char* dbsvr, const char* host) {
     return Refuse("settploldclustersvrsql", host);
   }
   Trace("_xsettploldclustersvrsql(2): sql=\n%s\n", sql.c_str());
-  return Write(FirstOpenPool(), sql.c_str(), "settploldclustersvrsql db connection error",
-               "settploldclustersvrsql db update error");
+  return ExecuteOn(FirstOpenPool(), sql.c_str(), "settploldclustersvrsql db connection error",
+                   "settploldclustersvrsql db update error");
 }
 
 int UpdateTplsyncSql(const char* dbsvr, const char* host, int64_t syncmill, int state) {
@@ -208,8 +201,8 @@ int UpdateTplsyncSql(const char* dbsvr, const char* host, int64_t syncmill, int 
     return Refuse("updatetplsyncsql", host);
   }
   Trace("_xupdatetplsyncssql(2): sql=\n%s\n", sql.c_str());
-  return Write(FirstOpenPool(), sql.c_str(), "updatetplsyncsql db connection error",
-               "updatetplsyncsql db update error");
+  return ExecuteOn(FirstOpenPool(), sql.c_str(), "updatetplsyncsql db connection error",
+                   "updatetplsyncsql db update error");
 }
 
 int RemoveClusterSvrsSql(const char* dbsvr, const char* selector) {
@@ -217,14 +210,14 @@ int RemoveClusterSvrsSql(const char* dbsvr, const char* selector) {
   SqlText sql;
   if (!RemoveStatement(sql, selector)) return Refuse("removeclustersvrssql", selector);
   Trace("_xremoveclustersvrssql(1): sqltmp=\n%s\n", sql.c_str());
-  return Write(FirstOpenPool(), sql.c_str(), "removeclustersvrssql db connection error",
-               "removeclustersvrssql db delete error");
+  return ExecuteOn(FirstOpenPool(), sql.c_str(), "removeclustersvrssql db connection error",
+                   "removeclustersvrssql db delete error");
 }
 
 int ClearClusterSql(const char* dbsvr) {
   (void)dbsvr;
-  return Write(FirstOpenPool(), "truncate table clusters;", "clearclustersql db connection error",
-               "clearclustersql db truncate error");
+  return ExecuteOn(FirstOpenPool(), "truncate table clusters;",
+                   "clearclustersql db connection error", "clearclustersql db truncate error");
 }
 
 int SweepClustersql(const char* dbsvr) {
