@@ -25,7 +25,7 @@ using labfigures::Clock;
 using labfigures::Report;
 using labfigures::Since;
 using labfigures::Stagger;
-using qortest::Lab;
+using qorlab::Lab;
 
 constexpr int kMaster = 0;
 constexpr int kSlave = 1;
@@ -164,7 +164,7 @@ int main(int argc, char** argv) {
   }
   int kills = argc > 2 ? std::max(0, std::atoi(argv[2])) : 10;
   int cuts = argc > 3 ? std::max(0, std::atoi(argv[3])) : 5;
-  Lab lab(qortest::LabOptions{argv[1], 4, true});
+  Lab lab(qorlab::LabOptions{argv[1], 4, true});
   if (!labfigures::UpWithDaemons(lab, "lab_failover_bench")) return 1;
   std::vector<double> kill = MemberKills(lab, kills);
   CutFigures cut = MasterCuts(lab, cuts);

@@ -38,7 +38,7 @@ inline void Report(const std::string& what, std::vector<double> v, const char* u
 }
 
 // Brings lab up with a daemon on every host; false, after saying why, when it could not.
-inline bool UpWithDaemons(qortest::Lab& lab, const char* program) {
+inline bool UpWithDaemons(qorlab::Lab& lab, const char* program) {
   Clock::time_point t0 = Clock::now();
   std::string err = lab.Up();
   if (err.empty()) err = lab.StartDaemons();

@@ -27,8 +27,8 @@ namespace {
 using labfigures::Clock;
 using labfigures::Report;
 using labfigures::Since;
-using qortest::Lab;
-using qortest::NowMill;
+using qorlab::Lab;
+using qorlab::NowMill;
 
 constexpr int kMaster = 0;
 constexpr int kMember1 = 2;
@@ -100,7 +100,7 @@ void MakeTree(Lab& lab, int files, int64_t size) {
 
 double TimedSync(Lab& lab) {
   Clock::time_point t0 = Clock::now();
-  qortest::RunResult r = lab.Run(kMember1, {"-synctpl"}, 600);
+  qorlab::RunResult r = lab.Run(kMember1, {"-synctpl"}, 600);
   double s = Since(t0);
   if (r.status != 0) std::printf("-synctpl: status %d %s\n", r.status, r.err.c_str());
   return s;
@@ -116,7 +116,7 @@ int main(int argc, char** argv) {
   int runs = argc > 2 ? std::max(1, std::atoi(argv[2])) : 5;
   int files = argc > 3 ? std::max(1, std::atoi(argv[3])) : 2000;
   int64_t size = (argc > 4 ? std::max(1, std::atoi(argv[4])) : 200) * int64_t{1000 * 1000};
-  Lab lab(qortest::LabOptions{argv[1], 4, true});
+  Lab lab(qorlab::LabOptions{argv[1], 4, true});
   if (!labfigures::UpWithDaemons(lab, "lab_repl_bench")) return 1;
   std::this_thread::sleep_for(std::chrono::seconds(5));
 

@@ -32,20 +32,20 @@ build() {
 # The kept lab's tool, without building again.
 built() {
   local dir=${QOR_BUILD_DIR:-$root/build}
-  if [ ! -x "$dir/tests/lab/qorlab" ]; then
+  if [ ! -x "$dir/qorlab/qorlab" ]; then
     echo "demo: no lab tool in $dir; run bash scripts/demo.sh --keep first" >&2
     exit 1
   fi
-  echo "$dir/tests/lab/qorlab"
+  echo "$dir/qorlab/qorlab"
 }
 
 case "${1:-}" in
   "")
-    qorlab="$(build)/tests/lab/qorlab"
+    qorlab="$(build)/qorlab/qorlab"
     # qorlab catches Ctrl-C and SIGTERM itself and takes the whole lab down before it ends.
     exec "$qorlab" demo ;;
   --keep)
-    qorlab="$(build)/tests/lab/qorlab"
+    qorlab="$(build)/qorlab/qorlab"
     exec "$qorlab" up ;;
   --on)
     [ $# -ge 3 ] || { echo "usage: $0 --on HOST CMD [ARGS..]" >&2; exit 2; }

@@ -29,7 +29,7 @@ if [ -n "${QOR_BUILD_DIR:-}" ]; then
 else
   dir=$(bash "$root/scripts/build.sh" | tail -n 1)
 fi
-qorlab="$dir/tests/lab/qorlab"
+qorlab="$dir/qorlab/qorlab"
 bench="$dir/bench/lab_cycle_bench"
 lab="$dir/labbench"
 trap '"$qorlab" --dir "$lab" down >/dev/null 2>&1 || true' EXIT

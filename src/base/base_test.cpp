@@ -11,7 +11,7 @@
 #include "base/fixed_text.h"
 #include "base/line_reader.h"
 #include "base/shell.h"
-#include "support/temp_dir.h"
+#include "lab/temp_dir.h"
 
 namespace qor {
 namespace {
@@ -100,7 +100,7 @@ TEST(BaseShell, PipelinePastItsBoundIsKilledWithItsGroup) {
 }
 
 TEST(BaseLineReader, ReadsLikeFgetsIncludingNulAndLongLines) {
-  qortest::TempDir dir;
+  qorlab::TempDir dir;
   using namespace std::string_literals;
   std::string content = "one\n" + std::string(10, 'x') + "\nz\0y\nlast"s;
   std::string path = dir.Write("f", content);

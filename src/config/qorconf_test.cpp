@@ -12,7 +12,7 @@
 #include "config/cpuset.h"
 #include "config/processors.h"
 #include "support/fakes.h"
-#include "support/temp_dir.h"
+#include "lab/temp_dir.h"
 
 namespace qor {
 namespace {
@@ -83,7 +83,7 @@ class ConfigQorconfTest : public testing::Test {
     return count;
   }
 
-  qortest::TempDir dir_;
+  qorlab::TempDir dir_;
   FixedText<128> savedCnffile_;
 };
 

@@ -9,7 +9,7 @@
 #include "base/shell.h"
 #include "config/processors.h"
 #include "support/fakes.h"
-#include "support/temp_dir.h"
+#include "lab/temp_dir.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ struct SampleCpuinfoShell : qortest::FakeShell {
       return true;
     };
   }
-  qortest::TempDir dir;
+  qorlab::TempDir dir;
   std::string sample;
 };
 

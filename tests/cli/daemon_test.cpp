@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/ns_host.h"
+#include "lab/ns_host.h"
 #include "support/store_env.h"
 
 namespace qortest {

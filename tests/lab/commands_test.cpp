@@ -6,7 +6,7 @@
 
 #include "lab/lab_fixture.h"
 
-namespace qortest {
+namespace qorlab {
 namespace {
 
 using LabCommands = LabCluster;
@@ -156,4 +156,4 @@ TEST_F(LabCommands, UpdateWritesOneHeartbeatThenLists) {
 }
 
 }  // namespace
-}  // namespace qortest
+}  // namespace qorlab

@@ -9,7 +9,7 @@
 
 #include "lab/lab_fixture.h"
 
-namespace qortest {
+namespace qorlab {
 namespace {
 
 using LabDaemon = LabCluster;
@@ -79,4 +79,4 @@ TEST_F(LabDaemon, RefusedTwiceListedStoppedAndRestartedOnEveryRole) {
 }
 
 }  // namespace
-}  // namespace qortest
+}  // namespace qorlab

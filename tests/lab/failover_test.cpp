@@ -12,7 +12,7 @@
 
 #include "lab/lab_fixture.h"
 
-namespace qortest {
+namespace qorlab {
 namespace {
 
 using LabFailover = LabCluster;
@@ -163,4 +163,4 @@ TEST_F(LabFailover, SilentMemberIsSweptAfterTheSweepAge) {
 }
 
 }  // namespace
-}  // namespace qortest
+}  // namespace qorlab

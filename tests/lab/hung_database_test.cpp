@@ -12,7 +12,7 @@
 
 #include "lab/lab_fixture.h"
 
-namespace qortest {
+namespace qorlab {
 namespace {
 
 using LabHungDatabase = LabCluster;
@@ -104,4 +104,4 @@ TEST_F(LabHungDatabase, StoppedServerCostsTheOthersOneBoundedWaitPerCycle) {
 }
 
 }  // namespace
-}  // namespace qortest
+}  // namespace qorlab

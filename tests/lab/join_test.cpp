@@ -7,7 +7,7 @@
 
 #include "lab/lab_fixture.h"
 
-namespace qortest {
+namespace qorlab {
 namespace {
 
 using LabJoin = LabCluster;
@@ -42,4 +42,4 @@ TEST_F(LabJoin, FourDaemonsFillBothDatabasesWithinTenSeconds) {
 }
 
 }  // namespace
-}  // namespace qortest
+}  // namespace qorlab

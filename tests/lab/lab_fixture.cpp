@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <sstream>
 
-namespace qortest {
+namespace qorlab {
 
 namespace {
 
@@ -140,4 +140,4 @@ int Takeovers(const Lab& lab, int i) {
   }));
 }
 
-}  // namespace qortest
+}  // namespace qorlab

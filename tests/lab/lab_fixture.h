@@ -13,7 +13,7 @@
 
 #include "lab/lab.h"
 
-namespace qortest {
+namespace qorlab {
 
 constexpr int kMaster = 0;
 constexpr int kSlave = 1;
@@ -64,4 +64,4 @@ class LabCluster : public ::testing::Test {
   Lab lab_;
 };
 
-}  // namespace qortest
+}  // namespace qorlab

@@ -7,7 +7,7 @@
 #include "lab/lab_files.h"
 #include "lab/lab_fixture.h"
 
-namespace qortest {
+namespace qorlab {
 namespace {
 
 using LabHosts = LabCluster;
@@ -152,4 +152,4 @@ TEST_F(LabHosts, ThePullOverSshFromTheMasterWorks) {
 }
 
 }  // namespace
-}  // namespace qortest
+}  // namespace qorlab

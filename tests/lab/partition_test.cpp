@@ -10,7 +10,7 @@
 
 #include "lab/lab_fixture.h"
 
-namespace qortest {
+namespace qorlab {
 namespace {
 
 using LabPartition = LabCluster;
@@ -113,4 +113,4 @@ TEST_F(LabPartition, MembersKeepTheMasterCurrentAndCatchUpOnTheSlave) {
 }
 
 }  // namespace
-}  // namespace qortest
+}  // namespace qorlab

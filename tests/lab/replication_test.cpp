@@ -14,7 +14,7 @@
 
 #include "lab/lab_fixture.h"
 
-namespace qortest {
+namespace qorlab {
 namespace {
 
 namespace fs = std::filesystem;
@@ -220,4 +220,4 @@ TEST_F(LabReplication, MastersSlowWorkSyncsProfilesAndReleasesItsStaleRows) {
 }
 
 }  // namespace
-}  // namespace qortest
+}  // namespace qorlab

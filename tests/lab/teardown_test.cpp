@@ -12,7 +12,7 @@
 
 #include "lab/lab_fixture.h"
 
-namespace qortest {
+namespace qorlab {
 namespace {
 
 namespace fs = std::filesystem;
@@ -134,4 +134,4 @@ TEST(LabTeardown, RefusesDirectoriesItMustNotEmpty) {
 }
 
 }  // namespace
-}  // namespace qortest
+}  // namespace qorlab

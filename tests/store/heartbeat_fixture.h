@@ -9,7 +9,7 @@
 
 #include "base/fixed_text.h"
 #include "store_fixture.h"
-#include "support/temp_dir.h"
+#include "lab/temp_dir.h"
 
 namespace qortest {
 

@@ -14,7 +14,7 @@
 #include "store/pools.h"
 #include "store_fixture.h"
 #include "support/fakes.h"
-#include "support/temp_dir.h"
+#include "lab/temp_dir.h"
 
 namespace qortest {
 namespace {

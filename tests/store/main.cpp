@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "lab/syslog_catcher.h"
+#include "lab/temp_dir.h"
 #include "support/store_env.h"
-#include "support/syslog_catcher.h"
-#include "support/temp_dir.h"
 
 namespace qortest {
 SyslogCatcher* g_syslog = nullptr;
@@ -18,7 +18,7 @@ int main(int argc, char** argv) {
   ::testing::InitGoogleTest(&argc, argv);
   qortest::TempDir dir;
   qortest::SyslogCatcher catcher(dir.path());
-  std::string err = catcher.ok() ? qortest::IsolateDevLog(dir.path(), catcher.path()) : "no socket";
+  std::string err = catcher.ok() ? qorlab::IsolateDevLog(dir.path(), catcher.path()) : "no socket";
   if (!err.empty()) {
     std::fprintf(stderr, "store tests: cannot isolate /dev/log: %s\n", err.c_str());
     return 1;

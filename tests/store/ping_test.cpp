@@ -9,11 +9,13 @@
 #include <string>
 #include <vector>
 
+#include "lab/syslog_catcher.h"
 #include "store/pools.h"
 #include "support/fakes.h"
-#include "support/syslog_catcher.h"
 
 namespace qortest {
+
+using qorlab::SyslogCatcher;
 
 extern SyslogCatcher* g_syslog;
 

@@ -9,7 +9,7 @@
 #include "config/qorconf.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
-#include "support/ns_host.h"
+#include "lab/ns_host.h"
 
 namespace qortest {
 

@@ -12,7 +12,7 @@
 
 #include "store/clust_record.h"
 #include "support/store_env.h"
-#include "support/syslog_catcher.h"
+#include "lab/syslog_catcher.h"
 
 namespace qortest {
 

@@ -7,23 +7,20 @@
 #include <string>
 #include <vector>
 
-#include "support/temp_dir.h"
+#include "lab/ns_host.h"
+#include "lab/syslog_catcher.h"
+#include "lab/temp_dir.h"
 
 namespace qortest {
 
-struct RunResult {
-  int status = -1;  // exit status, or 128 + signal
-  std::string out;
-  std::string err;
-  std::vector<std::string> syslog;  // message texts, without the priority/date/identity head
-  std::vector<std::string> syslog_raw;
-};
-
-struct RunOptions {
-  std::string input;     // written to standard input, which is then closed
-  int uid = 0;           // run as this user (after the mounts are made)
-  int timeout_sec = 30;  // the child is killed after this
-};
+using qorlab::HostOptions;
+using qorlab::kInstalledQorclustd;
+using qorlab::NsHost;
+using qorlab::RunOptions;
+using qorlab::RunProgram;
+using qorlab::RunResult;
+using qorlab::SyslogCatcher;
+using qorlab::TempDir;
 
 class Sandbox {
  public:
@@ -38,18 +35,5 @@ class Sandbox {
  private:
   TempDir dir_;
 };
-
-// Where the sandbox and every test host have the binary under test, as a server has it
-// installed: never a path of the build machine, whose checkout may sit in a home directory that
-// only its owner may enter.
-constexpr const char* kInstalledQorclustd = "/usr/local/sbin/qorclustd";
-
-// Copies the binary under test to dir/qorclustd, executable by every user (a build made under a
-// restrictive umask is not); false when it could not.
-bool CopyQorclustd(const std::string& dir);
-// In a private mount namespace of the calling process: dir/qor bound on /var/www/html/qor, and
-// the copy in dir installed at kInstalledQorclustd on a /usr/local/sbin of the namespace's own.
-// An error text, empty on success.
-std::string MountServerPaths(const std::string& dir);
 
 }  // namespace qortest

@@ -4,20 +4,14 @@
 #include <time.h>
 
 #include "config/qorconf.h"
+#include "lab/ns_host.h"
 #include "store/pools.h"
-#include "support/ns_host.h"
 
 namespace qortest {
 
-RunResult RootSql(const std::string& socket, const std::string& statements) {
-  RunOptions o;
-  o.input = statements;
-  return RunProgram(
-      {"/usr/bin/mariadb", "--no-defaults", "--socket=" + socket, "-uroot", "-N", "-B", "qor"}, o);
-}
-
 std::string Sql(const std::string& side, const std::string& statements) {
-  RunResult r = RootSql(std::string(QOR_TESTDB_DIR) + "/" + side + "/mysqld.sock", statements);
+  RunResult r =
+      qorlab::RootSql(std::string(QOR_TESTDB_DIR) + "/" + side + "/mysqld.sock", statements);
   if (r.status != 0) ADD_FAILURE() << side << ": " << statements << "\n" << r.out << r.err;
   return r.status == 0 ? r.out : r.out + r.err;
 }

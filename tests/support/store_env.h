@@ -16,9 +16,6 @@ namespace qortest {
 constexpr const char* kMasterAddr = "127.0.0.1";
 constexpr const char* kSlaveAddr = "127.0.0.2";
 
-// Runs statements as the database's root through the server's socket, in database qor: the
-// client's status, and its output tab-separated without column names.
-RunResult RootSql(const std::string& socket, const std::string& statements);
 // Runs statements as root on the server of side ("master" or "slave") in database qor; returns
 // the tab-separated output without column names. Fails the test on a client error.
 std::string Sql(const std::string& side, const std::string& statements);

@@ -1,4 +1,4 @@
-#include "support/syslog_catcher.h"
+#include "lab/syslog_catcher.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -14,7 +14,7 @@
 #include <cstring>
 #include <ctime>
 
-namespace qortest {
+namespace qorlab {
 
 namespace {
 
@@ -160,4 +160,4 @@ std::string IsolateDevLog(const std::string& workdir, const std::string& socket)
   return e;
 }
 
-}  // namespace qortest
+}  // namespace qorlab

@@ -8,9 +8,9 @@
 #include <chrono>
 #include <cstring>
 
-#include "support/ns_host.h"
+#include "lab/ns_host.h"
 
-namespace qortest {
+namespace qorlab {
 
 RunResult RunInChild(const std::vector<std::string>& argv, const RunOptions& opts,
                      const std::function<void()>& inChild) {
@@ -83,4 +83,4 @@ RunResult RunProgram(const std::vector<std::string>& argv, const RunOptions& opt
   return RunInChild(argv, opts, nullptr);
 }
 
-}  // namespace qortest
+}  // namespace qorlab

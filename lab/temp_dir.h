@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace qortest {
+namespace qorlab {
 
 class TempDir {
  public:
@@ -20,4 +20,4 @@ class TempDir {
   std::string path_;
 };
 
-}  // namespace qortest
+}  // namespace qorlab

@@ -20,9 +20,9 @@
 #include <thread>
 #include <vector>
 
-#include "support/ns_host.h"
+#include "lab/ns_host.h"
 
-namespace qortest {
+namespace qorlab {
 
 struct LabOptions {
   std::string dir;        // the lab's directory, emptied at Up; under the build tree
@@ -134,4 +134,4 @@ class Lab {
   std::vector<std::string> namespaces_;
 };
 
-}  // namespace qortest
+}  // namespace qorlab

@@ -32,7 +32,7 @@
 
 namespace {
 
-using qortest::Lab;
+using qorlab::Lab;
 
 volatile sig_atomic_t g_stop = 0;
 
@@ -62,7 +62,7 @@ void WriteState(const Lab& lab, const std::string& file) {
   std::vector<pid_t> holders = lab.Holders();
   out << "keeper " << getpid() << "\nbridge " << holders.at(0) << "\n";
   for (int i = 0; i < lab.size(); ++i) {
-    const qortest::LabHost& h = lab.Info(i);
+    const qorlab::LabHost& h = lab.Info(i);
     out << "host " << i << " " << h.name << " " << h.role << " " << h.address << " "
         << holders.at(i + 1) << "\n";
   }
@@ -163,7 +163,7 @@ int Demo(Lab& lab, int every) {
   std::printf("\nthe two-database listing from the master every %d s; Ctrl-C ends the demo\n",
               every);
   while (!g_stop) {
-    qortest::RunResult r = lab.Run(0, {"-l"});
+    qorlab::RunResult r = lab.Run(0, {"-l"});
     time_t now = time(nullptr);
     char when[32];
     strftime(when, sizeof when, "%H:%M:%S", localtime(&now));
@@ -321,7 +321,7 @@ int RunOn(const std::string& dir, const std::string& which, char** argv) {
                                 "-n",
                                 "--",
                                 "/usr/bin/env",
-                                std::string("PATH=") + qortest::kLabPath,
+                                std::string("PATH=") + qorlab::kLabPath,
                                 "HOME=/root"};
   for (char** a = argv; *a; ++a) args.push_back(*a);
   std::vector<char*> c;
@@ -336,7 +336,7 @@ int Link(const std::string& dir, const std::string& which, bool up) {
   State s;
   const StateHost* h = UpHost(dir, which, &s);
   if (h == nullptr) return 2;
-  std::string err = qortest::SetLink(s.bridge, h->index, up);
+  std::string err = qorlab::SetLink(s.bridge, h->index, up);
   if (!err.empty()) std::fprintf(stderr, "qorlab: %s\n", err.c_str());
   std::printf("%s: link %s\n", h->name.c_str(), up ? "up" : "down");
   return err.empty() ? 0 : 1;
@@ -381,7 +381,7 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "qorlab: a lab is already up in %s; qorlab down first\n", dir.c_str());
       return 1;
     }
-    qortest::LabOptions opts;
+    qorlab::LabOptions opts;
     opts.dir = dir;
     Lab lab(opts);
     return cmd == "demo" ? Demo(lab, every) : Up(lab);

@@ -1,10 +1,11 @@
-#include "support/ns_host.h"
+#include "lab/ns_host.h"
 
 #include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,11 +16,12 @@
 #include <fstream>
 #include <vector>
 
-namespace qortest {
+namespace qorlab {
 
 namespace {
 
 constexpr const char* kQorDir = "/var/www/html/qor";
+constexpr const char* kInstallDir = "/usr/local/sbin";
 
 struct HolderArgs {
   std::string dir;
@@ -170,4 +172,29 @@ void NsHost::Collect() {
   }
 }
 
-}  // namespace qortest
+bool CopyQorclustd(const std::string& dir) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  fs::copy_file(QORCLUSTD_PATH, dir + "/qorclustd", fs::copy_options::overwrite_existing, ec);
+  return !ec && chmod((dir + "/qorclustd").c_str(), 0755) == 0;
+}
+
+std::string MountServerPaths(const std::string& dir) {
+  std::string qor = dir + "/qor";
+  if (mount(qor.c_str(), kQorDir, nullptr, MS_BIND, nullptr) != 0) {
+    return std::string("bind qor: ") + strerror(errno);
+  }
+  if (mount("tmpfs", kInstallDir, "tmpfs", 0, "mode=755") != 0) {
+    return std::string("tmpfs on ") + kInstallDir + ": " + strerror(errno);
+  }
+  return BindFile(dir + "/qorclustd", kInstalledQorclustd);
+}
+
+RunResult RootSql(const std::string& socket, const std::string& statements) {
+  RunOptions o;
+  o.input = statements;
+  return RunProgram(
+      {"/usr/bin/mariadb", "--no-defaults", "--socket=" + socket, "-uroot", "-N", "-B", "qor"}, o);
+}
+
+}  // namespace qorlab

@@ -14,9 +14,9 @@
 #include <thread>
 
 #include "lab/lab_files.h"
-#include "support/store_env.h"
+#include "lab/ns_host.h"
 
-namespace qortest {
+namespace qorlab {
 
 namespace {
 
@@ -374,4 +374,4 @@ bool Lab::Link(int i, bool up) {
   return err.empty();
 }
 
-}  // namespace qortest
+}  // namespace qorlab

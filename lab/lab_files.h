@@ -6,7 +6,7 @@
 
 #include "lab/lab.h"
 
-namespace qortest {
+namespace qorlab {
 
 // The stand-ins of the platform's commands, installed under qorbin/.
 constexpr const char* kLabStandIns[] = {"qordown.sh", "lumobrstat", "lumodtstat"};
@@ -27,4 +27,4 @@ std::string SshdConfig(const std::string& address, const std::string& hostKey,
 std::string WritePlatformDir(const LabHost& h, const std::string& qorDir,
                              const std::string& keyFile);
 
-}  // namespace qortest
+}  // namespace qorlab

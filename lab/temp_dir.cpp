@@ -1,23 +1,28 @@
-#include "support/temp_dir.h"
+#include "lab/temp_dir.h"
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
-namespace qortest {
+namespace qorlab {
 
 TempDir::TempDir() {
   char tmpl[] = "/tmp/qortest.XXXXXX";
   char* made = mkdtemp(tmpl);
-  if (made == nullptr) ADD_FAILURE() << "mkdtemp failed";
-  path_ = made ? made : "/tmp";
+  // Without a directory of its own nothing here can run without touching shared places.
+  if (made == nullptr) {
+    std::perror("mkdtemp /tmp/qortest.XXXXXX");
+    std::exit(1);
+  }
+  path_ = made;
 }
 
 TempDir::~TempDir() {
   std::error_code ec;
-  if (path_ != "/tmp") std::filesystem::remove_all(path_, ec);
+  std::filesystem::remove_all(path_, ec);
 }
 
 std::string TempDir::Write(const std::string& name, const std::string& content) const {
@@ -27,4 +32,4 @@ std::string TempDir::Write(const std::string& name, const std::string& content) 
   return p;
 }
 
-}  // namespace qortest
+}  // namespace qorlab

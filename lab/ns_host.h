@@ -1,6 +1,6 @@
-// A test host on this machine: a holder process that is pid 1 of its own pid namespace, with its
-// own mount namespace (its /var/www/html/qor bound to a temporary directory, the binary under test
-// installed at kInstalledQorclustd, /proc of its own, /dev/log caught) and optionally its own
+// A host of the lab on this machine: a holder process that is pid 1 of its own pid namespace, with
+// its own mount namespace (its /var/www/html/qor bound to a temporary directory, the binary under
+// test installed at kInstalledQorclustd, /proc of its own, /dev/log caught) and optionally its own
 // network and UTS namespaces. Commands run inside it
 // through nsenter, so the real binary sees fixed paths and a process table of its own, as on a
 // server. Destroying the host kills its pid 1 and with it everything that runs inside. Needs root.
@@ -13,11 +13,36 @@
 #include <string>
 #include <vector>
 
-#include "support/sandbox.h"
-#include "support/syslog_catcher.h"
-#include "support/temp_dir.h"
+#include "lab/syslog_catcher.h"
+#include "lab/temp_dir.h"
 
-namespace qortest {
+namespace qorlab {
+
+struct RunResult {
+  int status = -1;  // exit status, or 128 + signal
+  std::string out;
+  std::string err;
+  std::vector<std::string> syslog;  // message texts, without the priority/date/identity head
+  std::vector<std::string> syslog_raw;
+};
+
+struct RunOptions {
+  std::string input;     // written to standard input, which is then closed
+  int uid = 0;           // run as this user (after the mounts are made)
+  int timeout_sec = 30;  // the child is killed after this
+};
+
+// Where every host has the binary, as a server has it installed: never a path of the build
+// machine, whose checkout may sit in a home directory that only its owner may enter.
+constexpr const char* kInstalledQorclustd = "/usr/local/sbin/qorclustd";
+
+// Copies the built binary to dir/qorclustd, executable by every user (a build made under a
+// restrictive umask is not); false when it could not.
+bool CopyQorclustd(const std::string& dir);
+// In a private mount namespace of the calling process: dir/qor bound on /var/www/html/qor, and
+// the copy in dir installed at kInstalledQorclustd on a /usr/local/sbin of the namespace's own.
+// An error text, empty on success.
+std::string MountServerPaths(const std::string& dir);
 
 struct HostOptions {
   std::string hostname;      // non-empty: a UTS namespace with this host name
@@ -76,4 +101,8 @@ RunResult RunProgram(const std::vector<std::string>& argv, const RunOptions& opt
 RunResult RunInChild(const std::vector<std::string>& argv, const RunOptions& opts,
                      const std::function<void()>& inChild);
 
-}  // namespace qortest
+// Runs statements as the database's root through the server's socket, in database qor: the
+// client's status, and its output tab-separated without column names.
+RunResult RootSql(const std::string& socket, const std::string& statements);
+
+}  // namespace qorlab

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-namespace qortest {
+namespace qorlab {
 
 class SyslogCatcher {
  public:
@@ -59,4 +59,4 @@ std::string BindFile(const std::string& from, const std::string& to);
 // The message text of a datagram or of a line of a WriteTo file: what follows "ident[pid]: ".
 std::string SyslogText(const std::string& raw);
 
-}  // namespace qortest
+}  // namespace qorlab

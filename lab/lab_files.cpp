@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
-namespace qortest {
+namespace qorlab {
 
 namespace {
 
@@ -111,4 +111,4 @@ std::string WritePlatformDir(const LabHost& h, const std::string& qorDir,
   return ok ? "" : "cannot write the platform directory " + qorDir;
 }
 
-}  // namespace qortest
+}  // namespace qorlab
