@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# The test budget: all test code (src/**/*_test.cpp and tests/, support included) may be at most a
+# third of the product code (src/ and lab/), counted in C/C++ lines that are neither blank nor
+# comment. Prints the figures; exits 1 when the tests are over the budget.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+# Lines of the files named on stdin that hold code: /* */ blocks, // lines and blank lines out.
+count() {
+  xargs -d '\n' cat | awk '
+    { line = $0
+      if (inblock) { if (!match(line, /\*\//)) next; line = substr(line, RSTART + 2); inblock = 0 }
+      while (match(line, /\/\*/)) {
+        head = substr(line, 1, RSTART - 1); rest = substr(line, RSTART + 2)
+        if (match(rest, /\*\//)) line = head substr(rest, RSTART + 2); else { line = head; inblock = 1 }
+      }
+      if (line !~ /^[ \t]*(\/\/.*)?$/) n++ }
+    END { print n + 0 }'
+}
+sources() { find "$@" -type f \( -name '*.c' -o -name '*.cpp' -o -name '*.h' \) | sort; }
+
+product=$( (sources src | grep -v '_test\.cpp$'; sources lab) | count)
+cases=$( (sources src | grep '_test\.cpp$'; sources tests | grep '_test\.cpp$') | count)
+support=$(sources tests | grep -v '_test\.cpp$' | count)
+tests=$((cases + support))
+echo "product code (src/, lab/): $product"
+echo "test code: $tests ($cases in test cases, $support in test support)"
+echo "tests/product: $((100 * tests / product))% (at most 33%)"
+[ $((3 * tests)) -le "$product" ]
