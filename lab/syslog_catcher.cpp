@@ -118,7 +118,8 @@ void SyslogCatcher::Keep(const char* msg, size_t n) {
 
 void SyslogCatcher::Take(std::vector<std::string>* texts, std::vector<std::string>* raw) {
   if (fd_ < 0) return;
-  if (!drainer_.joinable()) Drain(false);
+  // Also with a drainer: what the caller logged just before may still wait in the socket.
+  Drain(false);
   std::vector<std::string> got;
   {
     std::lock_guard<std::mutex> lock(mu_);
