@@ -38,11 +38,6 @@ std::string Nodes(const std::string& side) {
 
 const char* const kUntouched = "node-a\t100\t5\t100\t7\nnode-b\t100\t5\t100\t7\n";
 
-bool Contains(const std::vector<std::string>& lines, const std::string& text) {
-  return std::any_of(lines.begin(), lines.end(),
-                     [&](const std::string& l) { return l.find(text) != std::string::npos; });
-}
-
 class CliAdmin : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -59,29 +54,6 @@ class CliAdmin : public ::testing::Test {
   }
   Sandbox box;
 };
-
-TEST_F(CliAdmin, OnlyALoneYOrYEndedByNewlineConfirms) {
-  struct Case {
-    const char* input;
-    bool accepted;
-  } cases[] = {{"y\n", true}, {"Y\n", true}, {"yes\n", false}, {"y \n", false}, {"n\n", false},
-               {"", false},   {"y", false},  {"\n", false},    {" y\n", false}, {"y\ny\n", true}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(std::string(c.input)));
-    ResetTables();
-    for (const char* side : {"master", "slave"}) Sql(side, kNodes);
-    RunResult r = Run({"-rm_from_master", "node-a"}, c.input);
-    EXPECT_EQ(r.status, 0) << r.err;
-    if (c.accepted) {
-      EXPECT_EQ(r.out, std::string(kPrompt) + "removing node-a from 127.0.0.1...OK\n");
-      EXPECT_EQ(Nodes("master"), "node-b\t100\t5\t100\t7\n");
-    } else {
-      EXPECT_EQ(r.out, kPrompt);
-      EXPECT_EQ(Nodes("master"), kUntouched);
-    }
-    EXPECT_EQ(Nodes("slave"), kUntouched);
-  }
-}
 
 // While the master answers, its database is the first open one: the words that name the slave
 // change the master's database too; the slave's address appears in the progress text only.
@@ -114,85 +86,6 @@ TEST_F(CliAdmin, EachRowWordDoesItsJobOnTheFirstOpenDatabase) {
     EXPECT_EQ(Nodes("slave"), kUntouched);
     EXPECT_TRUE(r.syslog.empty()) << r.syslog[0];
   }
-}
-
-TEST_F(CliAdmin, WithoutTheMasterTheRowWordsChangeTheSlavesDatabase) {
-  UseConf("member", "0", kSilent, kSlaveAddr);
-  for (const char* side : {"master", "slave"}) Sql(side, kNodes);
-  RunResult rm = Run({"-rm_from_slave", "node-a"}, "y\n");
-  EXPECT_EQ(rm.status, 0) << rm.err;
-  EXPECT_EQ(rm.out, std::string(kPrompt) + "removing node-a from 127.0.0.2...OK\n");
-  RunResult old = Run({"-set_old_on_master", "node-b"}, "y\n");
-  EXPECT_EQ(old.status, 0) << old.err;
-  EXPECT_EQ(old.out, std::string(kPrompt) + "set node-b old on 255.255.255.255...OK\n");
-  EXPECT_EQ(Nodes("slave"), "node-b\t300\t0\t100\t7\n");
-  EXPECT_EQ(Nodes("master"), kUntouched);
-}
-
-TEST_F(CliAdmin, WithoutAnyDatabaseTheRowWordsSayNG) {
-  UseConf("member", "0", kSilent, kSilent);
-  for (const char* side : {"master", "slave"}) Sql(side, kNodes);
-  RunResult r = Run({"-set_tplold_on_slave", "node-a"}, "y\n");
-  EXPECT_EQ(r.status, 1) << r.err;
-  EXPECT_EQ(r.out, std::string(kPrompt) + "set node-a tpl old on 255.255.255.255...NG\n");
-  EXPECT_TRUE(Contains(r.syslog, "settploldclustersvrsql db connection error"));
-  EXPECT_EQ(Nodes("master"), kUntouched);
-  EXPECT_EQ(Nodes("slave"), kUntouched);
-}
-
-TEST_F(CliAdmin, AMissingHostGivesTheUsageTextWithoutAPrompt) {
-  for (const char* side : {"master", "slave"}) Sql(side, kNodes);
-  for (const char* word : {"-rm_from_master", "-rm_from_slave", "-set_old_on_master",
-                           "-set_old_on_slave", "-set_tplold_on_master", "-set_tplold_on_slave"}) {
-    for (const std::vector<std::string>& args :
-         {std::vector<std::string>{word}, std::vector<std::string>{word, ""}}) {
-      SCOPED_TRACE(std::string(word) + " with " + std::to_string(args.size() - 1) + " operand");
-      RunResult r = Run(args, "y\n");
-      EXPECT_EQ(r.status, 0) << r.err;
-      EXPECT_EQ(r.out.rfind(kUsageHead, 0), 0u) << r.out;
-      EXPECT_EQ(r.out.find("Are your sure"), std::string::npos);
-    }
-  }
-  EXPECT_EQ(Nodes("master"), kUntouched);
-  EXPECT_EQ(Nodes("slave"), kUntouched);
-}
-
-TEST_F(CliAdmin, HostileAndOverlongHostsChangeNothing) {
-  const std::string longHost(300, 'h');
-  struct Case {
-    std::vector<std::string> args;
-    std::string progress;
-    int status;
-    const char* log;
-  } cases[] = {
-      {{"-rm_from_master", "x' or '1'='1"}, "removing x' or '1'='1 from 127.0.0.1...OK\n", 0, ""},
-      {{"-rm_from_master", "node-%"}, "removing node-% from 127.0.0.1...OK\n", 0, ""},
-      {{"-set_tplold_on_master", "x'; delete from clusters; -- "},
-       "set x'; delete from clusters; --  tpl old on 127.0.0.1...OK\n",
-       0,
-       ""},
-      // Its where clause would not fit: refused, never cut.
-      {{"-rm_from_master", longHost},
-       "removing " + longHost + " from 127.0.0.1...NG\n",
-       1,
-       "removeclustersvrssql refused: value too long or holding a backslash"},
-      // The whole statement still fits: it runs and matches no row.
-      {{"-set_old_on_master", longHost}, "set " + longHost + " old on 127.0.0.1...OK\n", 0, ""},
-  };
-  for (const char* side : {"master", "slave"}) Sql(side, kNodes);
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.args[0] + " " + c.args[1].substr(0, 20));
-    RunResult r = Run(c.args, "y\n");
-    EXPECT_EQ(r.status, c.status) << r.err;
-    EXPECT_EQ(r.out, kPrompt + c.progress);
-    if (*c.log) {
-      EXPECT_TRUE(Contains(r.syslog, c.log));
-    } else {
-      EXPECT_TRUE(r.syslog.empty()) << r.syslog[0];
-    }
-    EXPECT_EQ(Nodes("master"), kUntouched);
-  }
-  EXPECT_EQ(Nodes("slave"), kUntouched);
 }
 
 const char* const kMasterHead = "1.-- on master db ---------------------------------\n";
@@ -248,23 +141,6 @@ TEST_F(CliAdminListing, ListsBothDatabasesInBothForms) {
                         " 4 0.00 0.00 0.00 4.0.15\n");
 }
 
-TEST_F(CliAdminListing, ASideThatDoesNotAnswerPingIsNotRunning) {
-  UseConf("master", "lo", kMasterAddr, kSilent);
-  RunResult slaveDown = Run({"-l"});
-  EXPECT_EQ(slaveDown.status, 0) << slaveDown.err;
-  EXPECT_EQ(slaveDown.out, kMasterHead + std::string(kHeader) + mhost_ + "\n" + nodeA_ + "\n" +
-                               kSlaveHead + "255.255.255.255 is not running!\n");
-
-  UseConf("member", "0", kSilent, kSlaveAddr);
-  RunResult masterDown = Run({"-lf"});
-  EXPECT_EQ(masterDown.status, 0) << masterDown.err;
-  EXPECT_EQ(masterDown.out, kMasterHead + std::string("255.255.255.255 is not running!\n") +
-                                kSlaveHead + kFullHeader + shost_ + " 4 0.00 0.00 0.00 4.0.15\n");
-  EXPECT_TRUE(Contains(masterDown.syslog,
-                       "Ping master(255.255.255.255) failed in ReconnectCluster. mpool is "
-                       "already null"));
-}
-
 TEST_F(CliAdmin, TargetByRole) {
   Sql("master",
       "insert into clusters (hostname, ipaddress, status, cpuloadavgpp) values "
@@ -301,139 +177,12 @@ TEST_F(CliAdmin, TargetByRole) {
   EXPECT_EQ(none.out, "Master: Cluster Target -> \n");
 }
 
-TEST_F(CliAdmin, IsMasterAsksTheMastersDatabaseAboutThisHost) {
-  char host[128] = {};
-  ASSERT_EQ(gethostname(host, sizeof host - 1), 0);
-  struct Case {
-    std::string rows;
-    const char* out;
-    int status;
-  } cases[] = {
-      {std::string("insert into clusters (hostname, role) values ('") + host + "', 'master');",
-       "1\n", 0},
-      {std::string("insert into clusters (hostname, role) values ('") + host + "', 'slave');",
-       "0\n", 1},
-      {std::string("insert into clusters (hostname, role) values ('") + host + "', 'master'), ('" +
-           host + "', 'master');",
-       "0\n", 1},
-      {"insert into clusters (hostname, role) values ('elsewhere', 'master');", "0\n", 1},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.rows);
-    ResetTables();
-    Sql("master", c.rows);
-    RunResult r = Run({"-ismaster"});
-    EXPECT_EQ(r.status, c.status) << r.err;
-    EXPECT_EQ(r.out, c.out);
-  }
-}
-
-TEST_F(CliAdmin, ConfigurationWordsNeedNoDatabase) {
-  // Both addresses answer ping, but no database listens on them.
-  UseConf("member", "0", "127.0.0.8", "127.0.0.9", "qor_clustrate=0.75\n");
-  struct Case {
-    const char* word;
-    const char* out;
-  } cases[] = {
-      {"-conf",
-       "QOR_CLUSTER       : 1\nQOR_CLUSTID       : c1\nQOR_CLUSTROLE     : member\n"
-       "QOR_CLUSTMASTER   : 127.0.0.8\nQOR_CLUSTSLAVE    : 127.0.0.9\n"
-       "QOR_CLUSTRATE     : 0.750000\n"},
-      {"-role", "member\n"},
-      {"-cluster", "1\n"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.word);
-    RunResult r = Run({c.word});
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, c.out);
-    EXPECT_TRUE(Contains(r.syslog, "Connection Failure mpool to 127.0.0.8"));
-  }
-}
-
-TEST_F(CliAdmin, AddressWordsReadTheMastersDatabase) {
-  const std::string rows =
-      "insert into clusters (hostname, ipaddress, role, role_id) values "
-      "('node-b', '10.0.0.6', 'member', 102), ('shost', '127.0.0.2', 'slave', 101), "
-      "('mhost', '127.0.0.1', 'master', 100), ('node-a', '10.0.0.5', 'member', 102);";
-  const std::string masterOnly =
-      "insert into clusters (hostname, ipaddress, role, role_id) values "
-      "('mhost', '127.0.0.1', 'master', 100);";
-  const std::string twoMasters =
-      "insert into clusters (hostname, ipaddress, role, role_id) values "
-      "('mhost', '127.0.0.1', 'master', 100), ('m2', '127.0.0.3', 'master', 100), "
-      "('shost', '127.0.0.2', 'slave', 101), ('shost', '127.0.0.2', 'slave', 101);";
-  struct Case {
-    std::string masterRows;
-    const char* word;
-    const char* out;
-    int status;
-  } cases[] = {
-      {rows, "-master", "127.0.0.1\n", 0},
-      {rows, "-slave", "127.0.0.2\n", 0},
-      {rows, "-members", "10.0.0.5\n10.0.0.6\n", 0},
-      {rows, "-all", "127.0.0.1\n127.0.0.2\n10.0.0.5\n10.0.0.6\n", 0},
-      {rows, "-all_not_master", "127.0.0.2\n10.0.0.5\n10.0.0.6\n", 0},
-      {"", "-master", "no master server on master's db.\n", 1},
-      {"", "-slave", "no slave server on master's db.\n", 1},
-      {"", "-members", "no member servers on master's db.\n", 1},
-      {"", "-all", "no servers on master's db.\n", 1},
-      {"", "-all_not_master", "no servers on master's db.\n", 1},
-      {masterOnly, "-members", "no member servers on master's db.\n", 1},
-      {masterOnly, "-all_not_master", "no servers on master's db.\n", 1},
-      {twoMasters, "-master", "no master server on master's db.\n", 1},
-      {twoMasters, "-slave", "no slave server on master's db.\n", 1},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.word) + " on " + c.masterRows);
-    ResetTables();
-    // The slave's database holds other rows, which no word may show.
-    Sql("slave",
-        "insert into clusters (hostname, ipaddress, role, role_id) values "
-        "('other', '10.9.9.9', 'master', 100), ('other2', '10.9.9.8', 'member', 102);");
-    if (!c.masterRows.empty()) Sql("master", c.masterRows);
-    RunResult r = Run({c.word});
-    EXPECT_EQ(r.status, c.status) << r.err;
-    EXPECT_EQ(r.out, c.out);
-  }
-}
-
-// The master's address stands unquoted in the pull's command line. A slave (this host, 127.0.0.1)
-// whose configured master would run a command of its own pulls nothing and runs nothing.
-TEST_F(CliAdmin, SyncRefusesAMasterAddressThatIsACommand) {
-  UseConf("slave", "lo", "127.0.0.3;touch /var/www/html/qor/ran;", kMasterAddr);
-  RunResult r = Run({"-synctpl"});
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out, "");
-  EXPECT_TRUE(Contains(r.syslog, "rsynclicwlisttpl refused master address"));
-  EXPECT_FALSE(std::filesystem::exists(box.dir() + "/qor/ran"));
-}
-
 TEST_F(CliAdmin, ClearIsRefusedOnAClusterServer) {
   Sql("master", kNodes);
   RunResult r = Run({"-clear"}, "y\n");
   EXPECT_EQ(r.status, 1) << r.err;
   EXPECT_EQ(r.out, "_not standalone. cluster!\n");
   EXPECT_EQ(Nodes("master"), kUntouched);
-}
-
-TEST_F(CliAdmin, DbListenShowsTheListeningDatabasesWithoutOpeningPools) {
-  // A silent slave would be logged by the pools' reconnect.
-  UseConf("master", "lo", kMasterAddr, kSilent);
-  RunResult r = Run({"-dblisten"});
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_NE(r.out.find("127.0.0.1:3306"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("127.0.0.2:3306"), std::string::npos) << r.out;
-  size_t start = 0;
-  while (start < r.out.size()) {
-    size_t end = r.out.find('\n', start);
-    ASSERT_NE(end, std::string::npos) << "every line ends: " << r.out;
-    std::string line = r.out.substr(start, end - start);
-    EXPECT_NE(line.find(":3306"), std::string::npos) << line;
-    EXPECT_NE(line.find("LISTEN"), std::string::npos) << line;
-    start = end + 1;
-  }
-  EXPECT_FALSE(Contains(r.syslog, "ReconnectCluster"));
 }
 
 }  // namespace

@@ -54,41 +54,6 @@ TEST_F(CliStartup, UsageVersionAndQorVersionNeedNoConfiguration) {
   }
 }
 
-TEST_F(CliStartup, QorVersionRefusalsAndBounds) {
-  RunResult missing = box.Run({"-qorver"});
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_EQ(missing.out, "");
-
-  box.Write(".env", "QOR_VERSIONX\nOTHER=1\n");
-  RunResult keyless = box.Run({"-qorver"});
-  EXPECT_EQ(keyless.status, 0) << "a line beginning with the key counts, even without a value";
-  EXPECT_EQ(keyless.out, "\n");
-
-  box.Write(".env", "OTHER=1\n");
-  RunResult nokey = box.Run({"-qorver"});
-  EXPECT_EQ(nokey.status, 1);
-  EXPECT_EQ(nokey.out, "");
-
-  std::string longValue(300, '7');
-  box.Write(".env", "QOR_VERSION=" + longValue + "\n");
-  RunResult cut = box.Run({"-qorver"});
-  EXPECT_EQ(cut.status, 0);
-  EXPECT_EQ(cut.out, std::string(127, '7') + "\n");
-
-  RunResult user = box.Run({"-qorver"}, RunOptions{"", 65534, 30});
-  EXPECT_EQ(user.status, 1);
-  EXPECT_EQ(user.out, "Please sudo this!\n");
-}
-
-TEST_F(CliStartup, MissingConfigurationPrintsReadError) {
-  for (const char* word : {"-timesec", "-nosuchword", "-timemillx"}) {
-    RunResult r = box.Run({word});
-    EXPECT_EQ(r.status, 0) << word;
-    EXPECT_NE(r.out.find("STAT:ENVQOR_READ_ERROR\n"), std::string::npos) << word;
-    EXPECT_TRUE(r.syslog.empty()) << word;
-  }
-}
-
 TEST_F(CliStartup, GateStopsEveryWordWithOnlyTheSyslogNotice) {
   const char* confs[] = {
       "qor_cluster=0\nqor_clustrole=master\nqor_clustmaster=127.0.0.1\nqor_netif=lo\n",
@@ -112,49 +77,6 @@ TEST_F(CliStartup, GateStopsEveryWordWithOnlyTheSyslogNotice) {
   }
 }
 
-TEST_F(CliStartup, TimeWordsPrintTheStartUpClock) {
-  box.Write(".qorconf", kMasterConf);
-  int64_t before = static_cast<int64_t>(time(nullptr));
-  RunResult sec = box.Run({"-timesec"});
-  RunResult mill = box.Run({"-timemill"});
-  int64_t after = static_cast<int64_t>(time(nullptr));
-  ASSERT_EQ(sec.status, 0) << sec.out << sec.err;
-  ASSERT_EQ(mill.status, 0) << mill.out << mill.err;
-  int64_t s = std::strtoll(sec.out.c_str(), nullptr, 10);
-  int64_t ms = std::strtoll(mill.out.c_str(), nullptr, 10);
-  EXPECT_EQ(sec.out, std::to_string(s) + "\n");
-  EXPECT_EQ(mill.out, std::to_string(ms) + "\n");
-  EXPECT_GE(s, before);
-  EXPECT_LE(s, after);
-  EXPECT_GE(ms / 1000, s);
-  EXPECT_LE(ms / 1000, after);
-  EXPECT_TRUE(sec.syslog.empty());
-}
-
-TEST_F(CliStartup, UnknownWordOnAValidClusterGivesUsage) {
-  box.Write(".qorconf", kMasterConf);
-  for (const char* word : {"-nosuchword", "timesec", "-start_nocheckz"}) {
-    RunResult r = box.Run({word});
-    EXPECT_EQ(r.status, 0) << word;
-    EXPECT_EQ(r.out, Golden("usage.golden")) << word;
-  }
-  std::string usage = Golden("usage.golden");
-  // "-x" is "-" in debug mode: the trace of the start-up, then the usage text. A word too long
-  // for the option buffer is in debug mode by its own last character, not the one where it is cut.
-  const std::string cutAtX = "-" + std::string(125, 'a') + "x" + std::string(20, 'a');
-  struct Case {
-    std::string word;
-    bool traced;
-  } cases[] = {{"-x", true}, {cutAtX + "x", true}, {cutAtX, false}};
-  for (const Case& c : cases) {
-    RunResult r = box.Run({c.word});
-    EXPECT_EQ(r.status, 0) << c.word;
-    EXPECT_EQ(r.out.rfind("_xgetcpuinfo(1): ", 0) == 0, c.traced) << c.word << "\n" << r.out;
-    ASSERT_GE(r.out.size(), usage.size()) << c.word;
-    EXPECT_EQ(r.out.substr(r.out.size() - usage.size()), usage) << c.word;
-  }
-}
-
 TEST_F(CliStartup, DaemonWordsRefuseOtherUsers) {
   box.Write(".qorconf", kMasterConf);
   struct Case {
@@ -168,19 +90,6 @@ TEST_F(CliStartup, DaemonWordsRefuseOtherUsers) {
         << c.word;
     EXPECT_EQ(r.out.find("stopping"), std::string::npos) << c.word;
   }
-}
-
-TEST_F(CliStartup, DebugModeTracesTheStartUp) {
-  box.Write(".qorconf", kMasterConf);
-  RunResult r = box.Run({"-timesecx"});
-  EXPECT_EQ(r.status, 0);
-  for (const char* line : {"_xgetcpuinfo(1): model=", "_xgetqorconf(1): [start] cpus=",
-                           "_xgetqorconf(1): 7 parameters are read\n",
-                           "_xcheckcluster(1): cluster=1 clustid=c1 role=master master=127.0.0.1 "
-                           "slave=127.0.0.2\n"}) {
-    EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n---\n" << r.out;
-  }
-  EXPECT_EQ(r.out.back(), '\n');
 }
 
 }  // namespace

@@ -127,40 +127,5 @@ TEST_F(LabFailover, MasterTakesOverFromASlaveCutOff) {
   }
 }
 
-// The master sweeps in its slow work, every 300 s; the slave sweeps too, in a slow work that its
-// heartbeat can ask for at once (its template copy marked old), but only while its database holds
-// itself alone active. So: the master's daemon dies, the slave marks the master inactive, a member
-// dies, and a minute later the slave's slow work sweeps the member away.
-TEST_F(LabFailover, SilentMemberIsSweptAfterTheSweepAge) {
-  for (int i = 0; i < lab_.size(); ++i) {
-    std::string conf = LabQorconf(lab_.Info(i));
-    const std::string off = "qor_clustsweep=0\n";
-    conf.replace(conf.find(off), off.size(), "qor_clustsweep=1\n");
-    lab_.Host(i).Write(".qorconf", conf);
-  }
-  ASSERT_TRUE(StartAndJoin());
-  const LabHost &master = lab_.Info(kMaster), &m1 = lab_.Info(kMember1);
-  ASSERT_EQ(lab_.Run(kMaster, {"-stop"}).status, 0);
-  ASSERT_EQ(lab_.Run(kMember1, {"-stop"}).status, 0);
-  auto stopped = std::chrono::steady_clock::now();
-  EXPECT_TRUE(WaitFor(25, [&] { return Logged(lab_, kSlave, Silent("Detected_2", master)); }));
-  EXPECT_TRUE(WaitFor(5, [&] { return Statuses(lab_, master.name) == "200 / 200"; }))
-      << Statuses(lab_, master.name);
-
-  std::this_thread::sleep_until(stopped + std::chrono::seconds(62));
-  EXPECT_NE(RowOf(lab_, kMaster, m1.name).role_id, -1) << "swept before the slow work ran";
-  RunOptions yes;
-  yes.input = "y\n";
-  RunResult tplold =
-      lab_.Host(kMember2).Run({"-set_tplold_on_master", lab_.Info(kSlave).name}, yes);
-  ASSERT_TRUE(FullMatch(tplold.out, ".*OK\n")) << tplold.out << tplold.err;
-  // The sweep reaches the first open pool: the master's database, whose server still runs.
-  EXPECT_TRUE(WaitFor(10, [&] { return RowOf(lab_, kMaster, m1.name).role_id == -1; }));
-  EXPECT_TRUE(Logged(lab_, kSlave, "slave/member rsync started"));
-  for (int i : {kMaster, kSlave, kMember2}) {
-    EXPECT_NE(RowOf(lab_, kMaster, lab_.Info(i).name).role_id, -1) << lab_.Info(i).name;
-  }
-}
-
 }  // namespace
 }  // namespace qorlab

@@ -63,20 +63,6 @@ void ExpectNobodyDown(Lab& lab) {
   }
 }
 
-TEST_F(LabHungDatabase, DroppedPacketsCostTheOthersOneBoundedWaitPerCycle) {
-  ASSERT_TRUE(StartAndJoin());
-  RunResult drop =
-      lab_.Shell(kMaster,
-                 "nft add table inet hung && "
-                 "nft add chain inet hung in '{ type filter hook input priority 0; }' "
-                 "&& nft add rule inet hung in tcp dport 3306 drop && "
-                 "nft add chain inet hung out '{ type filter hook output priority 0; }' "
-                 "&& nft add rule inet hung out tcp sport 3306 drop");
-  ASSERT_EQ(drop.status, 0) << drop.out << drop.err;
-  ExpectFresh(lab_, LongestStalls(lab_, kSlave, 20));
-  ExpectNobodyDown(lab_);
-}
-
 TEST_F(LabHungDatabase, StoppedServerCostsTheOthersOneBoundedWaitPerCycle) {
   ASSERT_TRUE(StartAndJoin());
   std::string pid;
