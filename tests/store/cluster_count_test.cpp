@@ -53,20 +53,5 @@ TEST_F(StoreClustCount, CountsOnTheDatabaseTheRoleReaches) {
 
 using StoreClustCountSql = StoreTest;
 
-TEST_F(StoreClustCountSql, WritesTheCountOnlyOnSuccess) {
-  Sql("master", "insert into clusters (hostname) values ('a'), ('b');");
-  int count = 77;
-  EXPECT_EQ(qor::GetClustCountSql(kMasterAddr, &count), qor::kDbNoConnection);
-  EXPECT_EQ(count, 77);
-  EXPECT_EQ(Logs(), std::vector<std::string>{"getclustcountsql db connection error"});
-
-  Connect();
-  EXPECT_EQ(qor::GetClustCountSql(kSlaveAddr, &count), qor::kDbOk);
-  EXPECT_EQ(count, 2);
-  Sql("master", "delete from clusters;");
-  EXPECT_EQ(qor::GetClustCountSql(kMasterAddr, &count), qor::kDbOk);
-  EXPECT_EQ(count, 0);
-}
-
 }  // namespace
 }  // namespace qortest

@@ -79,30 +79,6 @@ TEST_F(StoreLookupsTest, CheckClusterTellsWhichOfMasterAndSlaveIsActive) {
   }
 }
 
-TEST_F(StoreLookupsTest, IsClustMasterOnlyForOneMasterRow) {
-  struct Case {
-    std::vector<Row> masterRows, slaveRows;
-    std::set<std::string> down;
-    const char* selector;
-    int rc;
-  } cases[] = {
-      {{kMaster, kSlave}, {}, {}, "mhost", 0},
-      {{kMaster, kSlave}, {}, {}, "-master", 0},
-      {{kMaster, kSlave}, {}, {}, "shost", 1},
-      {{kMaster, kSlave}, {}, {}, "-slave", 1},
-      {{kMaster, kSlave}, {}, {}, "nohost", 1},
-      {{kMaster, kMaster}, {}, {}, "mhost", 1},
-      {{{"mhost", "127.0.0.1", "Master", 100, 100, 8, "0.50"}}, {}, {}, "mhost", 1},
-      {{kMember}, {kMaster}, {kMasterAddr}, "mhost", 0},
-      {{kMaster}, {kMaster}, {kMasterAddr, kSlaveAddr}, "mhost", 1},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.selector) + " down " + std::to_string(c.down.size()));
-    Fill(c.masterRows, c.slaveRows, c.down);
-    EXPECT_EQ(qor::IsClustMaster(kMasterAddr, c.selector, qor::ClustsTemp), c.rc);
-  }
-}
-
 // Candidates for the target; "best" has the lowest load per processor among the eligible.
 const char* const kTargetRows =
     "insert into clusters (hostname, ipaddress, clusterid, role, role_id, status, "
@@ -138,92 +114,6 @@ TEST_F(StoreLookupsTest, GetTargetTakesTheBestRowIntoClustKeepingItsOwnFigures) 
   expected.qorver = "rec-ver";
   expected.qortimemill = 999;
   EXPECT_EQ(Describe(qor::Clust), Describe(expected));
-}
-
-TEST_F(StoreLookupsTest, GetTargetWithoutACandidateLeavesClustAlone) {
-  struct Case {
-    const char* rows;
-    std::set<std::string> down;
-  } cases[] = {
-      {"insert into clusters (hostname, ipaddress, status, cpuloadavgpp) values "
-       "('full', '10.0.0.4', 100, 1000), ('over', '10.0.0.5', 100, 1500.25), "
-       "('idle', '10.0.0.3', 200, 0.10);",
-       {}},
-      {kTargetRows, {kMasterAddr, kSlaveAddr}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.down.size());
-    ResetTables();
-    Sql("master", c.rows);
-    qor::CloseConnectionPool();
-    Connect(c.down);
-    qor::Clust = SampleRecord();
-    qor::ClustsOnMaster[0]->ipaddress = "10.9.9.9";
-    EXPECT_EQ(qor::GetTarget(kMasterAddr, qor::ClustsOnMaster), 1);
-    EXPECT_EQ(Describe(qor::Clust), Describe(SampleRecord()));
-    EXPECT_STREQ(qor::Clusttarget.c_str(), "10.9.9.9") << "the first record's previous address";
-  }
-}
-
-TEST_F(StoreLookupsTest, GetClustReReadsTheConfigurationOnlyWhenThereIsARow) {
-  dir_.Write(".qorconf", TestClusterConf("master", "lo") + "qor_clustsweep=45\n");
-  qor::cnf.clustsweep = 30;
-  qor::Clust = SampleRecord();
-  EXPECT_EQ(qor::GetClust(0, qor::ClustsTemp, 0), 1);
-  EXPECT_EQ(qor::cnf.clustsweep, 30);
-  EXPECT_EQ(Describe(qor::Clust), Describe(SampleRecord()));
-
-  ClustRecord row;
-  row.hostname = "from-row";
-  *qor::ClustsTemp[1] = row;
-  EXPECT_EQ(qor::GetClust(2, qor::ClustsTemp, 1), 0);
-  EXPECT_EQ(qor::cnf.clustsweep, 45);
-  EXPECT_STREQ(qor::Clust.hostname.c_str(), "from-row");
-}
-
-const char* const kHeader =
-    "[id] host ip clustid role stat lastwrt tplsyncstat tplupd tplsync loadavgpp containers "
-    "updated\n";
-std::string Listing(const char* server, int full) {
-  return StdoutOf([&] { qor::ShowClusterList(server, full); });
-}
-
-TEST_F(StoreLookupsTest, ShowClusterListReadsTheDatabaseOfTheServerItNames) {
-  const std::string fromMaster =
-      std::string(kHeader) + "[1] mhost 127.0.0.1  master 100 0 0 0 0 0.00 0 ";
-  const std::string fromSlave =
-      std::string(kHeader) + "[1] shost 127.0.0.2  slave 100 0 0 0 0 0.00 0 ";
-  struct Case {
-    const char* server;
-    std::set<std::string> down;
-    std::string listed;  // up to the updated_at value
-  } cases[] = {
-      {kMasterAddr, {}, fromMaster},
-      {kSlaveAddr, {}, fromSlave},
-      {"10.0.0.1", {}, fromMaster},
-      {kSlaveAddr, {kSlaveAddr}, fromMaster},
-      {kMasterAddr, {kMasterAddr}, fromSlave},
-      {kMasterAddr, {kMasterAddr, kSlaveAddr}, kHeader},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.server) + " down " + std::to_string(c.down.size()));
-    Fill({kMaster}, {kSlave}, c.down);
-    std::string out = Listing(c.server, 0);
-    EXPECT_EQ(out.substr(0, c.listed.size()), c.listed);
-    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), c.listed == kHeader ? 1 : 2) << out;
-  }
-  // The slave's rows are read into the same array as the master's.
-  Connect();
-  Listing(kMasterAddr, 0);
-  Listing(kSlaveAddr, 0);
-  EXPECT_STREQ(qor::ClustsOnMaster[0]->hostname.c_str(), "shost");
-}
-
-TEST_F(StoreLookupsTest, ShowClusterListOutsideAClusterSaysSo) {
-  Sql("master", InsertRows({kMaster}));
-  Connect();
-  qor::Cluster = 0;
-  EXPECT_EQ(Listing(kMasterAddr, 1), "_Cluster disabled -> 0\n");
 }
 
 }  // namespace

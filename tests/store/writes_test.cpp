@@ -181,25 +181,6 @@ TEST_F(StoreWritesRows, UpdateFormsChangeExactlyTheirColumnsOfTheRowWithTheRecor
   }
 }
 
-TEST_F(StoreWritesRows, InsertWritesTheRecordWithZeroCountersAndTheClock) {
-  Sql("master", "alter table clusters auto_increment = 41;");
-  Connect();
-  const ClustRecord rec = Rec(7);
-  EXPECT_EQ(qor::InsertClusterSql(kMasterAddr, 1700000000999, 0, rec), 0);
-  EXPECT_EQ(rec.role_id, 55) << "the caller's record is left alone";
-  // The database assigns the id; counters, template columns and the clock are the insert's own.
-  EXPECT_EQ(Sql("master",
-                "select id, hostname, ipaddress, clusterid, role, role_id, status, dbwrite_count, "
-                "last_writemill, tpl_updatemill, tpl_syncmill, tpl_syncstate, cpuinfo, cpus, "
-                "cpuphycores, cpucores, cpuprocs, cpuloadavg, cpuloadavgpp, containers, "
-                "qortimemill, cpuutil, memutil, diskutil, qorver, updated_at > now() - interval 1 "
-                "minute and created_at = updated_at from clusters;"),
-            "41\tnode-1\t10.0.0.5\tc1\tmember\t102\t100\t0\t0\t0\t0\t0\tXeon 2.4\t2\t8\t16\t32\t"
-            "1.24\t0.07\t9\t1700000000999\t0.00\t0.00\t0.00\t\t1\n");
-  EXPECT_TRUE(Table("slave").empty());
-  EXPECT_TRUE(Logs().empty());
-}
-
 // Insert and update choose their database by target; id and address play no part in it.
 TEST_F(StoreWritesRows, InsertAndUpdateReachTheDatabaseOfTheirTarget) {
   struct Case {
@@ -342,20 +323,6 @@ TEST_F(StoreWritesRows, RemoveSelectorWords) {
   }
 }
 
-TEST_F(StoreWritesRows, ClearEmptiesTheFirstOpenPoolsTable) {
-  struct Case {
-    std::set<std::string> down;
-    const char* reached;
-  } cases[] = {{{}, "master"}, {{kMasterAddr}, "slave"}, {{kMasterAddr, kSlaveAddr}, ""}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.reached);
-    Prepare({{3, "node-a"}, {9, "node-b"}}, c.down);
-    ExpectReached(qor::ClearClusterSql(kSlaveAddr), c.reached,
-                  {{3, Cols("(gone)=")}, {9, Cols("(gone)=")}},
-                  "clearclustersql db connection error");
-  }
-}
-
 // Member rows unchanged for more than clustsweep minutes by the database clock go.
 class StoreWritesSweep : public StoreWrites {
  protected:
@@ -395,34 +362,6 @@ TEST_F(StoreWritesSweep, RemovesStaleMembersFromTheMastersDatabaseElseTheSlaves)
     EXPECT_EQ(Hosts("slave"), master ? all_ : swept_);
     EXPECT_TRUE(Logs().empty());
   }
-}
-
-TEST_F(StoreWritesSweep, TheSlavesPoolStandsInForAMasterWhoseDatabaseStopped) {
-  ThirdServer third;
-  ASSERT_TRUE(third.started()) << "see " << QOR_TESTDB_DIR << "/third.log";
-  qor::cnf.clustmaster = kThirdAddr;
-  Sql("third", "delete from clusters;" + SweepRows());
-  Sql("slave", SweepRows());
-  Connect();
-  ASSERT_NE(qor::mpool, nullptr);
-  ASSERT_TRUE(third.Stop());
-  EXPECT_EQ(qor::SweepClustersql(kThirdAddr), 0);
-  EXPECT_EQ(Hosts("slave"), swept_);
-  EXPECT_TRUE(Logs().empty());
-}
-
-// Its message and result are the failure table's; here: the slave's database is not tried when
-// the statement fails on a live connection, and the next pass sweeps.
-TEST_F(StoreWritesSweep, AFailedSweepLeavesBothTablesForTheNextPass) {
-  for (const char* side : {"master", "slave"}) Sql(side, SweepRows());
-  Connect();
-  Sql("master", "rename table clusters to clusters_away;");
-  qor::SweepClustersql(kMasterAddr);
-  Sql("master", "rename table clusters_away to clusters;");
-  EXPECT_EQ(Hosts("master"), all_);
-  EXPECT_EQ(Hosts("slave"), all_);
-  EXPECT_EQ(qor::SweepClustersql(kMasterAddr), 0);
-  EXPECT_EQ(Hosts("master"), swept_);
 }
 
 }  // namespace

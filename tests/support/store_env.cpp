@@ -48,13 +48,6 @@ std::string TestClusterConf(const char* role, const char* netif, const char* mas
          "\nqor_dbpwd='" QOR_TESTDB_PASSWORD "'\n";
 }
 
-int64_t LocalStandardTime(const char* text) {
-  struct tm tm = {};
-  strptime(text, "%Y-%m-%d %H:%M:%S", &tm);
-  tm.tm_isdst = 0;
-  return static_cast<int64_t>(mktime(&tm));
-}
-
 PingSeam::PingSeam() {
   real = [this](std::string& c) {
     return c.rfind("/bin/ping ", 0) != 0 || !blocked.count(c.substr(c.rfind(' ') + 1));

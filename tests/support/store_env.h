@@ -31,10 +31,6 @@ void UseTestCluster(const char* role, const char* own);
 std::string TestClusterConf(const char* role, const char* netif, const char* master = kMasterAddr,
                             const char* slave = kSlaveAddr);
 
-// An updated_at text ("%Y-%m-%d %H:%M:%S") as the program reads it: local time with daylight
-// saving time taken as not in force, in seconds since the epoch.
-int64_t LocalStandardTime(const char* text);
-
 // Pings of the blocked addresses print nothing (no answer); everything else runs via popen.
 class PingSeam : public FakeShell {
  public:

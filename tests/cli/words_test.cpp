@@ -1,0 +1,119 @@
+// The real binary's command words, one row each: exit status, what it prints, and what it leaves
+// in the master's test database. Operators and other programs read these texts and statuses.
+// 255.255.255.255 stands for a server that does not answer: ping refuses the broadcast address
+// before sending anything.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/sandbox.h"
+#include "support/store_env.h"
+
+namespace qortest {
+namespace {
+
+const char* const kNodes =
+    "insert into clusters (hostname, ipaddress, clusterid, role, role_id, status, last_writemill,"
+    " tpl_syncstate, tpl_syncmill, cpuloadavgpp, updated_at) values "
+    "('mhost', '127.0.0.1', 'c1', 'master', 100, 100, 5, 100, 7, 0.75, '2023-01-02 03:04:05'), "
+    "('node-a', '10.0.0.5', 'c1', 'member', 102, 100, 5, 100, 7, 0.50, '2023-01-02 03:04:06');";
+const char* const kUntouched = "mhost\t100\t5\t100\t7\nnode-a\t100\t5\t100\t7\n";
+const char* const kMasterConf = "master";
+const char* const kPrompt = "Are your sure [y/N] ? ";
+
+std::string Usage() {
+  std::ifstream in(std::string(QOR_TEST_DATA) + "/usage.golden");
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+std::string Listing(bool full) {
+  const std::string stamp = Sql("master", "select unix_timestamp('2023-01-02 03:04:05');");
+  const std::string stamp2 = Sql("master", "select unix_timestamp('2023-01-02 03:04:06');");
+  const std::string head =
+      "[id] host ip clustid role stat lastwrt tplsyncstat tplupd tplsync loadavgpp containers "
+      "updated";
+  const std::string more = full ? " 0 0.00 0.00 0.00 \n" : "\n";
+  return "1.-- on master db ---------------------------------\n" + head +
+         (full ? " cores cpu mem disk qorver\n" : "\n") + "[1] mhost 127.0.0.1 c1 master 100 5 100 0 7 0.00 0 " +
+         stamp.substr(0, stamp.size() - 1) + more + "[2] node-a 10.0.0.5 c1 member 100 5 100 0 7 0.00 0 " +
+         stamp2.substr(0, stamp2.size() - 1) + more +
+         "2.-- on slave db ----------------------------------\n" + head +
+         (full ? " cores cpu mem disk qorver\n" : "\n");
+}
+
+TEST(CliWords, EachWordAnswersAndChangesWhatItShould) {
+  Sandbox box;
+  box.Write(".env", "QOR_VERSION = '4.2.7'\n");
+  const std::string usage = Usage();
+  struct {
+    std::vector<std::string> args;
+    const char* conf;  // the node's role, "" for a cluster that is not enabled
+    std::string input;
+    int uid, status;
+    std::string out;
+    std::string rows;  // the master's database afterwards
+  } cases[] = {
+      {{}, kMasterConf, "", 0, 0, usage, kUntouched},
+      {{"-v"}, "", "", 0, 0, "4.0.16\n", kUntouched},
+      {{"-qorver"}, "", "", 0, 0, "4.2.7\n", kUntouched},
+      {{"-timesec"}, "", "", 0, 1, "", kUntouched},
+      {{"-nosuchword"}, kMasterConf, "", 0, 0, usage, kUntouched},
+      {{"-ping", "127.0.0.1"}, kMasterConf, "", 0, 0, "ping OK! (127.0.0.1)\n", kUntouched},
+      {{"-ping", "255.255.255.255"}, kMasterConf, "", 0, 1, "ping NG! (255.255.255.255)\n",
+       kUntouched},
+      {{"-ping", "127.0.0.1;true"}, kMasterConf, "", 0, 1, "ping NG! (127.0.0.1;true)\n",
+       kUntouched},
+      {{"-count"}, kMasterConf, "", 0, 0, "2\n", kUntouched},
+      {{"-l"}, kMasterConf, "", 0, 0, Listing(false), kUntouched},
+      {{"-lf"}, kMasterConf, "", 0, 0, Listing(true), kUntouched},
+      {{"-target"}, kMasterConf, "", 0, 0, "Master: Cluster Target -> 10.0.0.5\n", kUntouched},
+      {{"-target"}, "member", "", 0, 0, "Can not get cluster target on member servers!\n",
+       kUntouched},
+      {{"-rm_from_master", "node-a"}, kMasterConf, "n\n", 0, 0, kPrompt, kUntouched},
+      {{"-rm_from_master", "node-a"}, kMasterConf, "y\n", 0, 0,
+       std::string(kPrompt) + "removing node-a from 127.0.0.1...OK\n", "mhost\t100\t5\t100\t7\n"},
+      {{"-rm_all_from_slave"}, kMasterConf, "y\n", 0, 0,
+       std::string(kPrompt) + "removing all from 127.0.0.2...OK\n", ""},
+      {{"-set_old_on_master", "node-a"}, kMasterConf, "y\n", 0, 0,
+       std::string(kPrompt) + "set node-a old on 127.0.0.1...OK\n",
+       "mhost\t100\t5\t100\t7\nnode-a\t300\t0\t100\t7\n"},
+      {{"-set_tplold_on_slave", "node-a"}, kMasterConf, "y\n", 0, 0,
+       std::string(kPrompt) + "set node-a tpl old on 127.0.0.2...OK\n",
+       "mhost\t100\t5\t100\t7\nnode-a\t100\t5\t300\t0\n"},
+      {{"-rm_from_master", "x' or '1'='1"}, kMasterConf, "y\n", 0, 0,
+       std::string(kPrompt) + "removing x' or '1'='1 from 127.0.0.1...OK\n", kUntouched},
+      {{"-clear"}, kMasterConf, "y\n", 0, 1, "_not standalone. cluster!\n", kUntouched},
+      {{"-stop"}, kMasterConf, "", 65534, 0, "Please sudo this!\n", kUntouched},
+      {{"-start_boot"}, kMasterConf, "", 65534, 1, "Please sudo this!\n", kUntouched},
+  };
+  for (const auto& c : cases) {
+    const std::string what = c.args.empty() ? "(none)" : c.args[0] + " " + c.conf;
+    ResetTables();
+    Sql("master", kNodes);
+    // A member on lo would claim the master's address.
+    box.Write(".qorconf", *c.conf ? TestClusterConf(c.conf, c.conf == kMasterConf ? "lo" : "0")
+                                  : "qor_cluster=0\nqor_clustrole=master\nqor_netif=lo\n");
+    RunResult r = box.Run(c.args, RunOptions{c.input, c.uid, 60});
+    EXPECT_EQ(r.status, c.status) << what << r.err;
+    EXPECT_EQ(r.out, c.out) << what;
+    EXPECT_EQ(Sql("master",
+                  "select hostname, status, last_writemill, tpl_syncstate, tpl_syncmill from "
+                  "clusters order by hostname;"),
+              c.rows)
+        << what;
+    // Outside an enabled cluster every word but the version words stops with one notice.
+    if (!*c.conf && c.status == 1) {
+      ASSERT_EQ(r.syslog.size(), 1u) << what;
+      EXPECT_EQ(r.syslog[0], "stopped because cluster not enabled or invalid config!");
+    }
+  }
+  ResetTables();
+}
+
+}  // namespace
+}  // namespace qortest
