@@ -101,11 +101,6 @@ bool ProfilesSynced(Lab& lab, int i) {
   return Logged(lab, i, "lumobr sync success") && Logged(lab, i, "lumodt sync success");
 }
 
-// Owner and group of a path of host i's platform directory, as the host names them.
-std::string Owner(Lab& lab, int i, const std::string& path) {
-  return lab.Shell(i, "stat -c %U:%G /var/www/html/qor/" + path).out;
-}
-
 // Stops host i's daemon and starts it again with the pause after each cycle cut to a twentieth
 // (fast_sleep.cpp): its slow work, due every 150 cycles, comes after about half a minute. The
 // daemon is started from the binary the stopped one ran.
@@ -173,40 +168,6 @@ TEST_F(LabReplication, MasterTemplateChangeReachesEveryServerThroughTheLoop) {
     EXPECT_FALSE(Has(lab_, i, "qortemplates/added.tpl")) << lab_.Info(i).name;
     EXPECT_TRUE(Has(lab_, i, "qortemplates/qortemplates.txt")) << lab_.Info(i).name;
   }
-}
-
-TEST_F(LabReplication, SyncWordsPullAtOnceAndChownServesOnlyTheMaster) {
-  ASSERT_TRUE(StartAndJoin());
-  lab_.Host(kMaster).Write("qortemplates/word.tpl", "pulled by a word\n");
-  for (auto [i, word] : {std::pair{kMember1, "-synctpl"}, {kMember2, "-synclictpl"}}) {
-    const std::string& name = lab_.Info(i).name;
-    int64_t before = NowMill();
-    RunResult r = lab_.Run(i, {word});
-    int64_t after = NowMill();
-    EXPECT_EQ(r.status, 0) << name << " " << r.err;
-    // rsync's own listing, copied to the standard output.
-    EXPECT_NE(r.out.find("qortemplates/word.tpl\n"), std::string::npos) << name << ": " << r.out;
-    EXPECT_TRUE(Has(lab_, i, "qortemplates/word.tpl")) << name;
-    Tpl t = TplOf(lab_, kMaster, name);
-    EXPECT_EQ(t.state, 100) << name;
-    EXPECT_TRUE(before <= t.syncmill && t.syncmill <= after)
-        << name << ": " << before << " <= " << t.syncmill << " <= " << after;
-  }
-  EXPECT_FALSE(Has(lab_, kSlave, "qortemplates")) << "a word pulls on its own host only";
-
-  for (int i : {kSlave, kMember1}) {
-    RunResult r = lab_.Run(i, {"-chown"});
-    EXPECT_EQ(r.status, 0) << lab_.Info(i).name;
-    EXPECT_EQ(r.out, "ChownLicWlistTpl can run on only MASTER!\n") << lab_.Info(i).name;
-  }
-  EXPECT_EQ(Owner(lab_, kMember1, "qortemplates/word.tpl"), "root:root\n");
-  RunResult r = lab_.Run(kMaster, {"-chown"});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.out + r.err, "");
-  for (const char* path : {"wlist", "wlist/wlist.txt", "qortemplates", "qortemplates/word.tpl"}) {
-    EXPECT_EQ(Owner(lab_, kMaster, path), "www-data:docker\n") << path;
-  }
-  EXPECT_EQ(Owner(lab_, kMaster, "lumobr/lumobr.txt"), "root:root\n");
 }
 
 TEST_F(LabReplication, MastersSlowWorkSyncsProfilesAndReleasesItsStaleRows) {

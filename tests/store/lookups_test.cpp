@@ -79,42 +79,5 @@ TEST_F(StoreLookupsTest, CheckClusterTellsWhichOfMasterAndSlaveIsActive) {
   }
 }
 
-// Candidates for the target; "best" has the lowest load per processor among the eligible.
-const char* const kTargetRows =
-    "insert into clusters (hostname, ipaddress, clusterid, role, role_id, status, "
-    "dbwrite_count, last_writemill, tpl_updatemill, tpl_syncmill, tpl_syncstate, cpuinfo, cpus, "
-    "cpuphycores, cpucores, cpuprocs, cpuloadavg, cpuloadavgpp, containers, updated_at, "
-    "qortimemill, cpuutil, memutil, diskutil, qorver) values "
-    "('busy', '10.0.0.1', 'c1', 'member', 102, 100, 0, 0, 0, 0, 0, '', 1, 1, 1, 1, 0, 0.75, 0, "
-    "'2023-01-01 00:00:00', 0, 0, 0, 0, ''), "
-    "('best', '10.0.0.2', 'c1', 'member', 102, 100, 8, 1700000000001, 1700000000002, "
-    "1700000000003, 300, 'Model B', 2, 8, 16, 32, 7.25, 0.50, 12, '2023-03-04 05:06:07', "
-    "1690000000000, 0.5, 0.5, 0.5, '4.0.16'), "
-    "('idle', '10.0.0.3', 'c1', 'member', 102, 200, 0, 0, 0, 0, 0, '', 1, 1, 1, 1, 0, 0.10, 0, "
-    "'2023-01-01 00:00:00', 0, 0, 0, 0, ''), "
-    "('full', '10.0.0.4', 'c1', 'member', 102, 100, 0, 0, 0, 0, 0, '', 1, 1, 1, 1, 0, 1000, 0, "
-    "'2023-01-01 00:00:00', 0, 0, 0, 0, '');";
-
-TEST_F(StoreLookupsTest, GetTargetTakesTheBestRowIntoClustKeepingItsOwnFigures) {
-  Sql("master", kTargetRows);
-  const int id = std::stoi(Sql("master", "select id from clusters where hostname = 'best';"));
-  Connect();
-  qor::Clust = SampleRecord();
-
-  EXPECT_EQ(qor::GetTarget(kMasterAddr, qor::ClustsOnMaster), 0);
-  EXPECT_STREQ(qor::Clusttarget.c_str(), "10.0.0.2");
-  // The row as the query read it, but for the figures Clust keeps of its own.
-  ClustRecord expected = *qor::ClustsOnMaster[0];
-  ASSERT_STREQ(expected.hostname.c_str(), "best");
-  ASSERT_EQ(expected.id, id);
-  ASSERT_EQ(expected.last_writemill, 1700000000001);
-  expected.cpuutil = 0.91;
-  expected.memutil = 0.92;
-  expected.diskutil = 0.93;
-  expected.qorver = "rec-ver";
-  expected.qortimemill = 999;
-  EXPECT_EQ(Describe(qor::Clust), Describe(expected));
-}
-
 }  // namespace
 }  // namespace qortest

@@ -181,60 +181,6 @@ TEST_F(StoreWritesRows, UpdateFormsChangeExactlyTheirColumnsOfTheRowWithTheRecor
   }
 }
 
-// Insert and update choose their database by target; id and address play no part in it.
-TEST_F(StoreWritesRows, InsertAndUpdateReachTheDatabaseOfTheirTarget) {
-  struct Case {
-    const char* op;
-    int target;
-    std::set<std::string> down;
-    const char* reached;  // "master", "slave" or "" (no connection)
-  } cases[] = {{"insert", 0, {}, "master"},
-               {"insert", 1, {}, "slave"},
-               {"insert", 0, {kMasterAddr}, "slave"},
-               {"insert", 1, {kSlaveAddr}, ""},
-               {"insert", 2, {}, "slave"},
-               {"update", 0, {}, "master"},
-               {"update", 1, {}, "slave"},
-               {"update", 0, {kMasterAddr}, "slave"},
-               {"update", 1, {kSlaveAddr}, ""},
-               {"update", 0, {kMasterAddr, kSlaveAddr}, ""},
-               {"update", 2, {}, "slave"}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(testing::Message() << c.op << " target " << c.target << " down " << c.down.size());
-    const bool insert = std::string(c.op) == "insert";
-    Prepare({{3, "old-host"}}, c.down);
-    ClustRecord rec = Rec(3);
-    ClustRecord* records[] = {&rec};
-    // The address names the master while the target may say otherwise.
-    int rc = insert ? qor::InsertClusterSql(kMasterAddr, 1, c.target, rec)
-                    : qor::UpdateClusterSql(kMasterAddr, records, 0, 0, 0, c.target);
-    ExpectReached(rc, c.reached, insert ? RowMap{{4, {{"(new)", ""}}}} : RowMap{{3, kShort}},
-                  c.op + std::string("clustersql db connection error"));
-  }
-}
-
-TEST_F(StoreWritesRows, SetStatusGoesToTheDatabaseOfTheAddress) {
-  struct Case {
-    const char* address;
-    std::set<std::string> down;
-    const char* reached;
-  } cases[] = {
-      {kMasterAddr, {}, "master"},
-      {kSlaveAddr, {}, "slave"},
-      {"10.0.0.1", {}, ""},
-      {"", {}, ""},
-      // A missing pool is not replaced by the other side's.
-      {kMasterAddr, {kMasterAddr}, ""},
-      {kSlaveAddr, {kSlaveAddr}, ""},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.address) + " down " + std::to_string(c.down.size()));
-    Prepare({{3, "a"}, {4, "b"}}, c.down);
-    ExpectReached(qor::SetStatusClusterSql(c.address, 4, 300), c.reached, {{4, Cols("status=300")}},
-                  "setstatusclustersql db connection error");
-  }
-}
-
 // The writes by host name: all rows of the host, in the first open pool's database whatever
 // address the caller names (the removal's selector words are a test of their own).
 struct HostWrite {
