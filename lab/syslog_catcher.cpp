@@ -83,6 +83,9 @@ void SyslogCatcher::Drain(bool wait) {
     pollfd p{fd_, POLLIN, 0};
     if (poll(&p, 1, 100) <= 0) return;
   }
+  // Received and kept under one lock: a reader that takes the lines never misses one that the
+  // drainer has received but not yet kept.
+  std::lock_guard<std::mutex> lock(mu_);
   char msg[8192];
   for (;;) {
     ssize_t n = recv(fd_, msg, sizeof msg, MSG_DONTWAIT);
@@ -93,7 +96,6 @@ void SyslogCatcher::Drain(bool wait) {
 
 void SyslogCatcher::Keep(const char* msg, size_t n) {
   if (file_ < 0) {
-    std::lock_guard<std::mutex> lock(mu_);
     got_.emplace_back(msg, n);
     return;
   }
