@@ -76,6 +76,12 @@ TEST_F(LabDaemon, RefusedTwiceListedStoppedAndRestartedOnEveryRole) {
   }
   EXPECT_TRUE(AllActive(lab_, kMaster));
   EXPECT_TRUE(AllActive(lab_, kSlave));
+
+  // A cluster disabled in the file stops the daemon at its next re-check, as an error line.
+  ASSERT_TRUE(RestartFast(lab_, kMember1));
+  lab_.Shell(kMember1, "echo qor_cluster=0 >> /var/www/html/qor/.qorconf");
+  EXPECT_TRUE(WaitFor(30, [&] { return Daemons(lab_, kMember1) == 0; }));
+  EXPECT_TRUE(Logged(lab_, kMember1, "stopped because cluster not enabled or invalid config!"));
 }
 
 }  // namespace

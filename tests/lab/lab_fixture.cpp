@@ -3,6 +3,7 @@
 #include <regex.h>
 
 #include <algorithm>
+#include <fstream>
 #include <sstream>
 
 namespace qorlab {
@@ -138,6 +139,28 @@ int Takeovers(const Lab& lab, int i) {
   return static_cast<int>(std::count_if(calls.begin(), calls.end(), [](const std::string& c) {
     return c.find(" qordown.sh") != std::string::npos;
   }));
+}
+
+// Stops host i's daemon and starts it again with the pause after each cycle cut to a twentieth
+// (fast_sleep.cpp): its slow work, due every 150 cycles, comes after about half a minute. The
+// daemon is started from the binary the stopped one ran.
+::testing::AssertionResult RestartFast(Lab& lab, int i) {
+  std::string exe = lab.Shell(i, "readlink /proc/$(pgrep -x qorclustd)/exe").out;
+  if (exe.empty() || lab.Run(i, {"-stop"}).status != 0) {
+    return ::testing::AssertionFailure() << "no daemon to stop";
+  }
+  exe.pop_back();
+  std::ifstream so(QOR_LAB_FAST_SLEEP, std::ios::binary);
+  std::stringstream bytes;
+  bytes << so.rdbuf();
+  lab.Host(i).Write("qorbin/lab-fast-sleep.so", bytes.str());
+  // A sanitizer's runtime wants to be loaded first; the preloaded library comes before it.
+  RunResult r =
+      lab.Host(i).Enter({"/usr/bin/env", "LD_PRELOAD=/var/www/html/qor/qorbin/lab-fast-sleep.so",
+                         "ASAN_OPTIONS=verify_asan_link_order=0", exe, "-start_boot"},
+                        RunOptions{});
+  if (r.status == 0) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "-start_boot: " << r.status << " " << r.out << r.err;
 }
 
 }  // namespace qorlab

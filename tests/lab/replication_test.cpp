@@ -101,28 +101,6 @@ bool ProfilesSynced(Lab& lab, int i) {
   return Logged(lab, i, "lumobr sync success") && Logged(lab, i, "lumodt sync success");
 }
 
-// Stops host i's daemon and starts it again with the pause after each cycle cut to a twentieth
-// (fast_sleep.cpp): its slow work, due every 150 cycles, comes after about half a minute. The
-// daemon is started from the binary the stopped one ran.
-::testing::AssertionResult RestartFast(Lab& lab, int i) {
-  std::string exe = lab.Shell(i, "readlink /proc/$(pgrep -x qorclustd)/exe").out;
-  if (exe.empty() || lab.Run(i, {"-stop"}).status != 0) {
-    return ::testing::AssertionFailure() << "no daemon to stop";
-  }
-  exe.pop_back();
-  std::ifstream so(QOR_LAB_FAST_SLEEP, std::ios::binary);
-  std::stringstream bytes;
-  bytes << so.rdbuf();
-  lab.Host(i).Write("qorbin/lab-fast-sleep.so", bytes.str());
-  // A sanitizer's runtime wants to be loaded first; the preloaded library comes before it.
-  RunResult r =
-      lab.Host(i).Enter({"/usr/bin/env", "LD_PRELOAD=/var/www/html/qor/qorbin/lab-fast-sleep.so",
-                         "ASAN_OPTIONS=verify_asan_link_order=0", exe, "-start_boot"},
-                        RunOptions{});
-  if (r.status == 0) return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure() << "-start_boot: " << r.status << " " << r.out << r.err;
-}
-
 TEST_F(LabReplication, MasterTemplateChangeReachesEveryServerThroughTheLoop) {
   ASSERT_TRUE(StartAndJoin());
   const std::vector<int> pullers = {kSlave, kMember1, kMember2};
