@@ -6,7 +6,6 @@
 
 #include "base/log.h"
 #include "config/processors.h"
-#include "config/qorconf.h"
 #include "config/strutil.h"
 
 namespace qor {
@@ -216,10 +215,10 @@ int coreint(const char* range) {
   return ClampToInt(static_cast<double>(std::atoi(parts[1])) - std::atoi(parts[0]) + 1);
 }
 
-void cnfcore() {
+void CoresFromCpuset(const char* cpuset) {
   FixedText<64> text, text2;
-  text.set(cnf.cpuset);
-  text2.set(cnf.cpuset);
+  text.set(cpuset);
+  text2.set(cpuset);
   Trace("_cnfcore(1):cpusetchar=%s\n", text.c_str());
   bool commas = std::strchr(text.c_str(), ',') != nullptr;
   bool dashes = std::strchr(text.c_str(), '-') != nullptr;

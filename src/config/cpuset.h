@@ -25,7 +25,9 @@ void InitCpusets();
 int getcpuset(CpusetText* cpusets, const char* sets, int* cpusetnum, int proccount);
 
 // Recomputes Cpu.cores from cnf.cpuset when it names ranges.
-void cnfcore();
+// Sets Cpu.cores to the number of processors cpuset names ("0-7,16-23" gives 16); a set
+// without ranges or lists leaves it.
+void CoresFromCpuset(const char* cpuset);
 
 // Size b - a + 1 of a range a-b; a piece naming a single processor counts 1.
 int coreint(const char* range);

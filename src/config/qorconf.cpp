@@ -298,6 +298,10 @@ void DeriveLimits() {
 
 }  // namespace
 
+void cnfcore() {
+  CoresFromCpuset(cnf.cpuset.c_str());
+}
+
 int GetQorconf() {
   Trace("_xgetqorconf(1): [start] cpus=%d cores=%d procs=%d\n", Cpu.cpus, Cpu.cores, Cpu.procs);
   LineReader in(Cnffile.c_str());

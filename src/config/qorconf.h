@@ -86,6 +86,9 @@ int GetQorconf();
 // clustrole into the node's own record fields clusterid and role.
 int CheckClustConf(const char* own, FixedText<128>& clusterid, FixedText<128>& role);
 
+// Cpu.cores from the configured processor sets (cnf.cpuset), when they name any.
+void cnfcore();
+
 // Number of keys the reader knows.
 constexpr int kCnfKeyCount = 113;
 

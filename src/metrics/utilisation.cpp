@@ -18,9 +18,6 @@
 
 namespace qor {
 
-double CpuUtil = 0.0;
-double MemUtil = 0.0;
-double DiskUtil = 0.0;
 
 namespace {
 

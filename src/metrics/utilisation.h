@@ -5,11 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace qor {
+#include "config/processors.h"
 
-extern double CpuUtil;
-extern double MemUtil;
-extern double DiskUtil;
+namespace qor {
 
 // Total and idle jiffies from the first line of /proc/stat; 1 when it cannot be opened.
 int getcpuidle(int64_t* total, int64_t* idle);

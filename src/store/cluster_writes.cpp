@@ -5,7 +5,7 @@
 #include "base/log.h"
 #include "config/qorconf.h"
 #include "config/qorver.h"
-#include "metrics/utilisation.h"
+#include "config/processors.h"
 #include "store/pools.h"
 
 namespace qor {

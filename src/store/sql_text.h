@@ -9,10 +9,15 @@
 
 #include <cstddef>
 
+#include "base/fixed_text.h"
+
 namespace qor {
 
 // Longest statement any operation builds.
 constexpr size_t kSqlMax = 8192;
+
+// A statement as the store builds it.
+using SqlText = FixedText<kSqlMax>;
 
 // What a refused statement's log line says of its values.
 constexpr const char* kSqlRefused = "value too long or holding a backslash";
