@@ -3,16 +3,16 @@
 #include <cstring>
 
 #include "base/log.h"
+#include "config/processors.h"
 #include "config/qorconf.h"
 #include "config/qorver.h"
-#include "config/processors.h"
 #include "store/pools.h"
 
 namespace qor {
 
 namespace {
 
-long L(int64_t v) {
+long AsLong(int64_t v) {
   return static_cast<long>(v);
 }
 
@@ -56,7 +56,7 @@ bool InsertStatement(SqlText& sql, const ClustRecord& rec, int64_t mill) {
              "'%0.2f','%0.2f','%d','0','0','0',now(),now(),'%ld');",
              host.c_str(), ip.c_str(), cid.c_str(), role.c_str(), RoleIdOf(rec.role.c_str()),
              rec.status, cpu.c_str(), rec.cpus, rec.cpuphycores, rec.cpucores, rec.cpuprocs,
-             rec.cpuloadavg, rec.cpuloadavgpp, rec.containers, L(mill));
+             rec.cpuloadavg, rec.cpuloadavgpp, rec.containers, AsLong(mill));
 }
 
 bool UpdateStatement(SqlText& sql, const ClustRecord& r, int withlastwrite, int full) {
@@ -73,9 +73,9 @@ bool UpdateStatement(SqlText& sql, const ClustRecord& r, int withlastwrite, int 
           "diskutil='%0.2f',tpl_updatemill='%ld',  tpl_syncmill='%ld', tpl_syncstate='%d', "
           "qorver='%s' where id='%d';",
           host.c_str(), ip.c_str(), cid.c_str(), role.c_str(), r.role_id, r.status,
-          L(r.last_writemill), r.cpus, r.cpuphycores, r.cpucores, r.cpuprocs, r.cpuloadavg,
-          r.cpuloadavgpp, r.containers, CpuUtil, MemUtil, DiskUtil, L(r.tpl_updatemill),
-          L(r.tpl_syncmill), r.tpl_syncstate, ver.c_str(), r.id);
+          AsLong(r.last_writemill), r.cpus, r.cpuphycores, r.cpucores, r.cpuprocs, r.cpuloadavg,
+          r.cpuloadavgpp, r.containers, CpuUtil, MemUtil, DiskUtil, AsLong(r.tpl_updatemill),
+          AsLong(r.tpl_syncmill), r.tpl_syncstate, ver.c_str(), r.id);
     }
     return sql.format(
         "update clusters set updated_at=now(), hostname='%s', ipaddress='%s', clusterid='%s', "
@@ -85,16 +85,16 @@ bool UpdateStatement(SqlText& sql, const ClustRecord& r, int withlastwrite, int 
         "tpl_syncmill='%ld', tpl_syncstate='%d', qorver='%s' where id='%d';",
         host.c_str(), ip.c_str(), cid.c_str(), role.c_str(), r.role_id, r.status, r.cpus,
         r.cpuphycores, r.cpucores, r.cpuprocs, r.cpuloadavg, r.cpuloadavgpp, r.containers, CpuUtil,
-        MemUtil, DiskUtil, L(r.tpl_updatemill), L(r.tpl_syncmill), r.tpl_syncstate, ver.c_str(),
-        r.id);
+        MemUtil, DiskUtil, AsLong(r.tpl_updatemill), AsLong(r.tpl_syncmill), r.tpl_syncstate,
+        ver.c_str(), r.id);
   }
   if (withlastwrite == 1) {
     return sql.format(
         "update clusters set updated_at=now(), status='%d', last_writemill='%ld', "
         "cpuloadavg='%0.2f', cpuloadavgpp='%0.2f', containers='%d',tpl_updatemill='%ld',  "
         "tpl_syncmill='%ld', tpl_syncstate='%d' where id='%d';",
-        r.status, L(r.last_writemill), r.cpuloadavg, r.cpuloadavgpp, r.containers,
-        L(r.tpl_updatemill), L(r.tpl_syncmill), r.tpl_syncstate, r.id);
+        r.status, AsLong(r.last_writemill), r.cpuloadavg, r.cpuloadavgpp, r.containers,
+        AsLong(r.tpl_updatemill), AsLong(r.tpl_syncmill), r.tpl_syncstate, r.id);
   }
   return sql.format(
       "update clusters set updated_at=now(), status='%d', cpuloadavg='%0.2f', "
@@ -197,7 +197,7 @@ int UpdateTplsyncSql(const char* dbsvr, const char* host, int64_t syncmill, int 
   SqlText sql;
   if (!h.ok() || !sql.format("update clusters set updated_at=now(), tpl_syncstate = '%d', "
                              "tpl_syncmill = '%ld' where hostname = '%s';",
-                             state, L(syncmill), h.c_str())) {
+                             state, AsLong(syncmill), h.c_str())) {
     return Refuse("updatetplsyncsql", host);
   }
   Trace("_xupdatetplsyncssql(2): sql=\n%s\n", sql.c_str());

@@ -55,14 +55,14 @@ bool Open(const QzPool* pool) {
 }
 
 // The numbered notices of one side: the master uses 1/2, the slave 3/4, standalone 5/6.
-struct Side {
+struct PoolSlot {
   QzPool** pool;
   const char* name;  // "mpool" or "spool"
   int notice;
   int index() const { return pool == &spool ? 1 : 0; }
 };
 
-void BuildPool(const Side& side, const char* address) {
+void BuildPool(const PoolSlot& side, const char* address) {
   if (ConnectionPool == 5) {
     LogNotice("reconnect_mysql(%d) cluster=%d mpool=%p spool=%p (%d)", side.notice, Cluster,
               static_cast<void*>(mpool), static_cast<void*>(spool), ConnectionPool);
@@ -82,7 +82,7 @@ void BuildPool(const Side& side, const char* address) {
   }
 }
 
-void Reconnect(const Side& side, const char* role, const char* address) {
+void Reconnect(const PoolSlot& side, const char* role, const char* address) {
   if (Ping(address, 1, 3) != 0) {
     NoteAnswer(side.index(), false);
     if (*side.pool != nullptr) {
