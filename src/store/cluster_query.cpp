@@ -83,113 +83,72 @@ int64_t AtoL(const char* s) {
   return std::strtoll(s, nullptr, 10);
 }
 
+// The selected columns in the order of the select list, and how each one's text lands in the
+// record. SQL NULL has no text: it reads as the empty text, which converts to 0.
+struct Column {
+  const char* name;
+  void (*fill)(ClustRecord& rec, const char* text);
+};
+
+double AsDouble(const char* v) {
+  return static_cast<double>(AtoL(v));
+}
+
+const Column kColumns[] = {
+    {"id", [](ClustRecord& r, const char* v) { r.id = AtoI(v); }},
+    {"hostname", [](ClustRecord& r, const char* v) { r.hostname.set(v); }},
+    {"ipaddress", [](ClustRecord& r, const char* v) { r.ipaddress.set(v); }},
+    {"clusterid", [](ClustRecord& r, const char* v) { r.clusterid.set(v); }},
+    {"role", [](ClustRecord& r, const char* v) { r.role.set(v); }},
+    {"role_id", [](ClustRecord& r, const char* v) { r.role_id = AtoI(v); }},
+    {"status", [](ClustRecord& r, const char* v) { r.status = AtoI(v); }},
+    {"dbwrite_count", [](ClustRecord& r, const char* v) { r.dbwrite_count = AsDouble(v); }},
+    {"last_writemill", [](ClustRecord& r, const char* v) { r.last_writemill = AtoL(v); }},
+    {"tpl_updatemill", [](ClustRecord& r, const char* v) { r.tpl_updatemill = AtoL(v); }},
+    {"tpl_syncmill", [](ClustRecord& r, const char* v) { r.tpl_syncmill = AtoL(v); }},
+    {"tpl_syncstate", [](ClustRecord& r, const char* v) { r.tpl_syncstate = AtoI(v); }},
+    {"cpuinfo", [](ClustRecord& r, const char* v) { r.cpuinfo.set(v); }},
+    {"cpus", [](ClustRecord& r, const char* v) { r.cpus = AtoI(v); }},
+    {"cpuphycores", [](ClustRecord& r, const char* v) { r.cpuphycores = AtoI(v); }},
+    {"cpucores", [](ClustRecord& r, const char* v) { r.cpucores = AtoI(v); }},
+    {"cpuprocs", [](ClustRecord& r, const char* v) { r.cpuprocs = AtoI(v); }},
+    {"cpuloadavg", [](ClustRecord& r, const char* v) { r.cpuloadavg = AsDouble(v); }},
+    {"cpuloadavgpp", [](ClustRecord& r, const char* v) { r.cpuloadavgpp = AsDouble(v); }},
+    {"containers", [](ClustRecord& r, const char* v) { r.containers = AtoI(v); }},
+    {"updated_at", [](ClustRecord& r, const char* v) { r.updated_at = ParseUpdatedAt(v); }},
+    {"qortimemill", [](ClustRecord& r, const char* v) { r.qortimemill = AtoL(v); }},
+    {"cpuutil", [](ClustRecord& r, const char* v) { r.cpuutil = AsDouble(v); }},
+    {"memutil", [](ClustRecord& r, const char* v) { r.memutil = AsDouble(v); }},
+    {"diskutil", [](ClustRecord& r, const char* v) { r.diskutil = AsDouble(v); }},
+    {"qorver", [](ClustRecord& r, const char* v) { r.qorver.set(v); }},
+};
+constexpr int kColumnCount = static_cast<int>(sizeof kColumns / sizeof kColumns[0]);
+constexpr int kStatusColumn = 6, kCoresColumn = 15;
+
 }  // namespace
 
 bool BuildClusterSelect(SqlText& sql, const char* cond) {
   FixedText<128> where;
   const char* order = kDefaultOrder;
   if (!WhereClause(where, &order, cond ? cond : "")) return false;
-  return sql.format(
-      "select %s,%s,%s,%s %s %s %s;",
-      "id,hostname,ipaddress,clusterid,role,role_id,status,dbwrite_count,last_writemill",
-      "tpl_updatemill,tpl_syncmill,tpl_syncstate",
-      "cpuinfo,cpus,cpuphycores,cpucores,cpuprocs,cpuloadavg,cpuloadavgpp,containers,"
-      "updated_at,qortimemill",
-      "cpuutil,memutil,diskutil,qorver", "from clusters", where.c_str(), order);
+  FixedText<512> columns;
+  for (const Column& c : kColumns) {
+    if (!columns.empty()) columns.append(",");
+    columns.append(c.name);
+  }
+  return sql.format("select %s %s %s %s;", columns.c_str(), "from clusters", where.c_str(), order);
 }
 
 void FillClustRecord(ClustRecord& rec, int ncols, const char* const* values, ActInfo& info) {
-  int n = ncols < 26 ? ncols : 26;
-  for (int i = 0; i < n; ++i) {
-    // SQL NULL has no text: it reads as the empty text, which converts to 0.
-    const char* v = values[i] ? values[i] : "";
-    switch (i + 1) {
-      case 1:
-        rec.id = AtoI(v);
-        break;
-      case 2:
-        rec.hostname.set(v);
-        break;
-      case 3:
-        rec.ipaddress.set(v);
-        break;
-      case 4:
-        rec.clusterid.set(v);
-        break;
-      case 5:
-        rec.role.set(v);
-        break;
-      case 6:
-        rec.role_id = AtoI(v);
-        break;
-      case 7:
-        rec.status = AtoI(v);
-        if (rec.status == kStatusActive) ++info.servers;
-        break;
-      case 8:
-        rec.dbwrite_count = static_cast<double>(AtoL(v));
-        break;
-      case 9:
-        rec.last_writemill = AtoL(v);
-        break;
-      case 10:
-        rec.tpl_updatemill = AtoL(v);
-        break;
-      case 11:
-        rec.tpl_syncmill = AtoL(v);
-        break;
-      case 12:
-        rec.tpl_syncstate = AtoI(v);
-        break;
-      case 13:
-        rec.cpuinfo.set(v);
-        break;
-      case 14:
-        rec.cpus = AtoI(v);
-        break;
-      case 15:
-        rec.cpuphycores = AtoI(v);
-        break;
-      case 16:
-        rec.cpucores = AtoI(v);
-        // Any node's row can claim any core count: the sum of a full array is held to int.
-        if (rec.status == kStatusActive) {
-          const long long cores = static_cast<long long>(info.cores) + rec.cpucores;
-          info.cores = static_cast<int>(std::clamp<long long>(cores, INT_MIN, INT_MAX));
-        }
-        break;
-      case 17:
-        rec.cpuprocs = AtoI(v);
-        break;
-      case 18:
-        rec.cpuloadavg = static_cast<double>(AtoL(v));
-        break;
-      case 19:
-        rec.cpuloadavgpp = static_cast<double>(AtoL(v));
-        break;
-      case 20:
-        rec.containers = AtoI(v);
-        break;
-      case 21:
-        rec.updated_at = ParseUpdatedAt(v);
-        break;
-      case 22:
-        rec.qortimemill = AtoL(v);
-        break;
-      case 23:
-        rec.cpuutil = static_cast<double>(AtoL(v));
-        break;
-      case 24:
-        rec.memutil = static_cast<double>(AtoL(v));
-        break;
-      case 25:
-        rec.diskutil = static_cast<double>(AtoL(v));
-        break;
-      case 26:
-        rec.qorver.set(v);
-        break;
-    }
-  }
+  int n = ncols < kColumnCount ? ncols : kColumnCount;
+  for (int i = 0; i < n; ++i) kColumns[i].fill(rec, values[i] ? values[i] : "");
+  // Active rows count as servers, and their cores go into the sum; any node's row can claim any
+  // core count, so the sum of a full array is held to int.
+  if (n <= kStatusColumn || rec.status != kStatusActive) return;
+  ++info.servers;
+  if (n <= kCoresColumn) return;
+  const long long cores = static_cast<long long>(info.cores) + rec.cpucores;
+  info.cores = static_cast<int>(std::clamp<long long>(cores, INT_MIN, INT_MAX));
 }
 
 int GetClusterSql(const char* dbsvr, const char* dbuser, const char* /*dbpwd*/, const char* cond,
