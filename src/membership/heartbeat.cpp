@@ -60,6 +60,28 @@ void FillOwnRecord(const char* containersOf) {
   Clust.cpuloadavgpp = static_cast<double>(Cpu.loadavgpp);
 }
 
+bool BeginHeartbeat(const HeartbeatRole& r, const char* containersOf) {
+  if (!Cluster) {
+    LogNotice("%s(1) this is not cluster!", r.op);
+    return false;
+  }
+  FillOwnRecord(containersOf);
+  Trace("_x%s(2): host=%s ip=%s clusterid=%s role=%s\n", r.op, Clust.hostname.c_str(),
+        Clust.ipaddress.c_str(), Clust.clusterid.c_str(), Clust.role.c_str());
+  Trace("_x%s(2): cpus=%d phycores=%d cores=%d procs=%d\n", r.op, Clust.cpus, Clust.cpuphycores,
+        Clust.cpucores, Clust.cpuprocs);
+  Trace("_x%s(2): loadavg=%0.2f pp=%0.2f containers=%d updated=%ld\n", r.op, Clust.cpuloadavg,
+        Clust.cpuloadavgpp, Clust.containers, Timemill);
+  if (ClustRole != r.role) {
+    std::printf("Not %s Role error!\n", r.title);
+    LogError("%s(%d) not %s role error!\n", r.op, r.roleErrorStep, r.word);
+    return false;
+  }
+  Trace("_x%s(3): host=%s clustrole=%s(%d) starting...\n", r.op, Clust.hostname.c_str(),
+        cnf.clustrole.c_str(), ClustRole);
+  return true;
+}
+
 bool GuardInsert(const char* op, int step) {
   if (InsertAllowed(ClustCount)) return true;
   LogError("%s(%d): not insert because clustcount=%d is over!\n", op, step, ClustCount);

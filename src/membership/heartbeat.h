@@ -35,4 +35,19 @@ void FillOwnRecord(const char* containersOf);
 // "<op>(<step>): not insert because clustcount=%d is over!", when the table is full.
 bool GuardInsert(const char* op, int step);
 
+// What tells the three heartbeats apart at their start: the name their lines carry
+// ("updatemaster"), the role they serve, its name in the two spellings of the role error, and
+// that error's step.
+struct HeartbeatRole {
+  const char* op;
+  int role;
+  const char* title;  // "Master"
+  const char* word;   // "master"
+  int roleErrorStep;
+};
+// The start every heartbeat shares: outside a cluster it writes nothing; otherwise it fills and
+// traces this node's own record (containers counted in the database of containersOf), and stops
+// a node whose configured role is not the heartbeat's. True to go on.
+bool BeginHeartbeat(const HeartbeatRole& r, const char* containersOf);
+
 }  // namespace qor

@@ -99,24 +99,10 @@ int KeepAliveOnSlave(int full) {
 }  // namespace
 
 int UpdateMaster(int full) {
-  if (!Cluster) {
-    LogNotice("updatemaster(1) this is not cluster!");
+  if (!BeginHeartbeat({"updatemaster", kRoleMaster, "Master", "master", 15},
+                      cnf.clustmaster.c_str())) {
     return kHeartbeatStopped;
   }
-  FillOwnRecord(cnf.clustmaster.c_str());
-  Trace("_xupdatemaster(2): host=%s ip=%s clusterid=%s role=%s\n", Clust.hostname.c_str(),
-        Clust.ipaddress.c_str(), Clust.clusterid.c_str(), Clust.role.c_str());
-  Trace("_xupdatemaster(2): cpus=%d phycores=%d cores=%d procs=%d\n", Clust.cpus, Clust.cpuphycores,
-        Clust.cpucores, Clust.cpuprocs);
-  Trace("_xupdatemaster(2): loadavg=%0.2f pp=%0.2f containers=%d updated=%ld\n", Clust.cpuloadavg,
-        Clust.cpuloadavgpp, Clust.containers, Timemill);
-  if (ClustRole != kRoleMaster) {
-    std::puts("Not Master Role error!");
-    LogError("updatemaster(15) not master role error!\n");
-    return kHeartbeatStopped;
-  }
-  Trace("_xupdatemaster(3): host=%s clustrole=%s(%d) starting...\n", Clust.hostname.c_str(),
-        cnf.clustrole.c_str(), ClustRole);
 
   const char* master = cnf.clustmaster.c_str();
   int read = GetClusterSql(master, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave",

@@ -98,24 +98,9 @@ int WriteOnSlave(int full, bool writtenOnMaster) {
 }  // namespace
 
 int UpdateMember(int full) {
-  if (!Cluster) {
-    LogNotice("updatemember(1) this is not cluster!");
+  if (!BeginHeartbeat({"updatemember", kRoleMember, "Member", "member", 13}, cnf.dbsvr.c_str())) {
     return kHeartbeatStopped;
   }
-  FillOwnRecord(cnf.dbsvr.c_str());
-  Trace("_xupdatemember(2): host=%s ip=%s clusterid=%s role=%s\n", Clust.hostname.c_str(),
-        Clust.ipaddress.c_str(), Clust.clusterid.c_str(), Clust.role.c_str());
-  Trace("_xupdatemember(2): cpus=%d phycores=%d cores=%d procs=%d\n", Clust.cpus, Clust.cpuphycores,
-        Clust.cpucores, Clust.cpuprocs);
-  Trace("_xupdatemember(2): loadavg=%0.2f pp=%0.2f containers=%d updated=%ld\n", Clust.cpuloadavg,
-        Clust.cpuloadavgpp, Clust.containers, Timemill);
-  if (ClustRole != kRoleMember) {
-    std::puts("Not Member Role error!");
-    LogError("updatemember(13) not member role error!\n");
-    return kHeartbeatStopped;
-  }
-  Trace("_xupdatemember(3): host=%s clustrole=%s(%d) starting...\n", Clust.hostname.c_str(),
-        cnf.clustrole.c_str(), ClustRole);
   bool writtenOnMaster = false;
   if (Ping(cnf.clustmaster.c_str(), 1, 3) == 0 &&
       WriteOnMaster(full, &writtenOnMaster) != kHeartbeatDone) {

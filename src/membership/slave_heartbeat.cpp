@@ -166,24 +166,9 @@ int WriteWithoutMaster(int full) {
 }  // namespace
 
 int UpdateSlave(int full) {
-  if (!Cluster) {
-    LogNotice("updateslave(1) this is not cluster!");
+  if (!BeginHeartbeat({"updateslave", kRoleSlave, "Slave", "slave", 18}, cnf.clustslave.c_str())) {
     return kHeartbeatStopped;
   }
-  FillOwnRecord(cnf.clustslave.c_str());
-  Trace("_xupdateslave(2): host=%s ip=%s clusterid=%s role=%s\n", Clust.hostname.c_str(),
-        Clust.ipaddress.c_str(), Clust.clusterid.c_str(), Clust.role.c_str());
-  Trace("_xupdateslave(2): cpus=%d phycores=%d cores=%d procs=%d\n", Clust.cpus, Clust.cpuphycores,
-        Clust.cpucores, Clust.cpuprocs);
-  Trace("_xupdateslave(2): loadavg=%0.2f pp=%0.2f containers=%d updated=%ld\n", Clust.cpuloadavg,
-        Clust.cpuloadavgpp, Clust.containers, Timemill);
-  if (ClustRole != kRoleSlave) {
-    std::puts("Not Slave Role error!");
-    LogError("updateslave(18) not slave role error!\n");
-    return kHeartbeatStopped;
-  }
-  Trace("_xupdateslave(3): host=%s clustrole=%s(%d) starting...\n", Clust.hostname.c_str(),
-        cnf.clustrole.c_str(), ClustRole);
   if (Ping(MasterAddr(), 1, 3) == 0) return WriteWithMaster(full);
   return WriteWithoutMaster(full);
 }
