@@ -72,12 +72,7 @@ void Daemonise() {
 // The configuration re-check of the cycle: 1 when the daemon must stop.
 int Recheck(int64_t* prevTotal, int64_t* prevIdle) {
   GetQorconf();
-  if (CheckClustConf(CurrentSvr.c_str(), Clust.clusterid, Clust.role) != kClustConfValid) {
-    LogError("stopped because cluster not enabled or invalid config!");
-    CloseLog();
-    CloseConnectionPool();
-    return 1;
-  }
+  if (StopsOutsideCluster(StopLevel::kError)) return 1;
   CheckAllRsvContainers();
   int64_t total = 0, idle = 0;
   if (getcpuidle(&total, &idle) == 0) {
@@ -120,6 +115,21 @@ void SlowWork(const LoopCounters& c, int64_t* sequence) {
 
 }  // namespace
 
+bool StopsOutsideCluster(StopLevel level) {
+  if (CheckClustConf(CurrentSvr.c_str(), Clust.clusterid, Clust.role) == kClustConfValid) {
+    return false;
+  }
+  const char* text = "stopped because cluster not enabled or invalid config!";
+  if (level == StopLevel::kError) {
+    LogError("%s", text);
+  } else {
+    LogNotice("%s", text);
+  }
+  CloseLog();
+  CloseConnectionPool();
+  return true;
+}
+
 int DaemonCycle(DaemonState& s) {
   if (ConnectionPool != 5) ConnectionPool = 5;
   ReconnectCluster();
@@ -140,12 +150,7 @@ int DaemonMain() {
   GetQorconf();
   LogNotice("started with actinterval=%d clustrole=%d cnf.clustcontrol=%d", kActInterval, ClustRole,
             cnf.clustcontrol);
-  if (CheckClustConf(CurrentSvr.c_str(), Clust.clusterid, Clust.role) != kClustConfValid) {
-    LogNotice("stopped because cluster not enabled or invalid config!");
-    CloseLog();
-    CloseConnectionPool();
-    return 1;
-  }
+  if (StopsOutsideCluster(StopLevel::kNotice)) return 1;
   ConnectionPool = 5;
   ReconnectCluster();
   LogNotice("(cluster=%d) db cennection mpool=%p spool=%p", Cluster, static_cast<void*>(mpool),

@@ -23,6 +23,12 @@ int DaemonCycle(DaemonState& s);
 // Never returns in the invoking process (it exits 0 at the first fork). In the daemon it returns
 // 1 only when the configuration is, or becomes, invalid.
 int DaemonMain();
+
+// Outside an enabled cluster (or with settings that do not name this server) the program stops
+// with one line, logged as a notice at start-up and as an error by a running daemon's re-check;
+// the log and the pools are closed. True when it stopped.
+enum class StopLevel { kNotice, kError };
+bool StopsOutsideCluster(StopLevel level);
 // 0 when no other daemon runs (boot 1: the count must be exactly 1, boot 0: exactly 2); every
 // other case ends the process with status 1.
 int CheckRunning(int boot);

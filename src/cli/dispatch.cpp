@@ -284,11 +284,7 @@ int QorMain(int argc, char** argv) {
   }
   getifaddress(CurrentSvr, cnf.netif.c_str());
   ConnectionPool = word == "-start" || word == "-start_boot" ? 5 : 1;
-  if (CheckClustConf(CurrentSvr.c_str(), Clust.clusterid, Clust.role) != kClustConfValid) {
-    LogNotice("stopped because cluster not enabled or invalid config!");
-    CloseLog();
-    return 1;
-  }
+  if (StopsOutsideCluster(StopLevel::kNotice)) return 1;
   if (!(word == "-dblisten")) ReconnectCluster();
   CheckCluster(&MasterAlive, &SlaveAlive, Cluster, cnf.clustmaster.c_str(), cnf.clustslave.c_str(),
                cnf.dbuser.c_str(), cnf.dbpwd.c_str(), ClustsTemp);
