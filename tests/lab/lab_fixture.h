@@ -38,11 +38,8 @@ ClusterRow RowOf(const Lab& lab, int db, const std::string& hostname);
 // host's name, address, role and role code; otherwise what differs.
 ::testing::AssertionResult AllActive(const Lab& lab, int db);
 
-// True when the whole of text matches the POSIX extended regular expression ere; groups (when
-// given) receive the text of each parenthesised group, groups[0] the first. ("." matches a
-// newline too.)
-bool FullMatch(const std::string& text, const std::string& ere,
-               std::vector<std::string>* groups = nullptr);
+// True when the whole of text matches the POSIX extended regular expression ere.
+bool FullMatch(const std::string& text, const std::string& ere);
 
 // True when host i's syslog holds a message text that begins with prefix.
 bool Logged(Lab& lab, int i, const std::string& prefix);

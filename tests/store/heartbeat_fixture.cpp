@@ -28,13 +28,9 @@ void HeartbeatTest::TearDown() {
   StoreTest::TearDown();
 }
 
-void HeartbeatTest::WriteConf(const char* role) {
-  qor::Cnffile.set(dir.Write(".qorconf", TestClusterConf(role, "lo")));
-}
-
 void HeartbeatTest::Become(const char* role) {
   UseTestCluster(role, kMasterAddr);
-  WriteConf(role);
+  qor::Cnffile.set(dir.Write(".qorconf", TestClusterConf(role, "lo")));
   ASSERT_EQ(qor::GetQorconf(), 0);
 }
 

@@ -20,8 +20,6 @@ class HeartbeatTest : public StoreTest {
 
   // Makes this node role ("master", "slave", "member") in memory and in the file it re-reads.
   void Become(const char* role);
-  // Writes the configuration file for role without reading it.
-  void WriteConf(const char* role);
 
   // Inserts a row on side with the columns the heartbeats decide on.
   void PutRow(const std::string& side, const std::string& hostname, const std::string& role,

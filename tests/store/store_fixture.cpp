@@ -120,11 +120,6 @@ std::vector<std::string> Pinged(const std::vector<std::string>& commands) {
   return addresses;
 }
 
-std::string Handle(const void* p) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%p", p);
-  return text;
-}
 
 std::string InsertRows(const std::vector<Row>& rows) {
   std::string sql =

@@ -77,7 +77,5 @@ class ThirdServer {
 std::vector<std::string> Hosts(const qor::ActInfo& info, qor::ClustRecord* const* records);
 // Addresses of the ping commands in commands, in order.
 std::vector<std::string> Pinged(const std::vector<std::string>& commands);
-// A handle as "%p" shows it in the log ("(nil)" for none).
-std::string Handle(const void* p);
 
 }  // namespace qortest
