@@ -9,9 +9,17 @@
 #include <string>
 
 #include "support/fakes.h"
-#include "support/sandbox.h"
+#include "lab/ns_host.h"
+#include "lab/syslog_catcher.h"
+#include "lab/temp_dir.h"
 
 namespace qortest {
+
+using qorlab::RunOptions;
+using qorlab::RunProgram;
+using qorlab::RunResult;
+using qorlab::SyslogCatcher;
+using qorlab::TempDir;
 
 constexpr const char* kMasterAddr = "127.0.0.1";
 constexpr const char* kSlaveAddr = "127.0.0.2";
