@@ -202,13 +202,6 @@ int DigitsToInt(const char* key, const char* digits, int current) {
   return INT_MAX;
 }
 
-int RoleCode(const CnfText& role) {
-  if (role == "master") return kRoleMaster;
-  if (role == "slave") return kRoleSlave;
-  if (role == "member") return kRoleMember;
-  return kRoleOther;
-}
-
 void ApplyKey(const Key& k, const char* value) {
   switch (k.rule) {
     case Rule::kText:
@@ -224,7 +217,7 @@ void ApplyKey(const Key& k, const char* value) {
       break;
     case Rule::kClustRole:
       SetTextOr(cnf.clustrole, value, k.dflt);
-      ClustRole = RoleCode(cnf.clustrole);
+      ClustRole = RoleCodeOf(cnf.clustrole.c_str());
       break;
     case Rule::kClustRate: {
       float rate = *value == '\0' ? 1.0f : static_cast<float>(std::atof(value));
@@ -299,6 +292,13 @@ void DeriveLimits() {
 
 }  // namespace
 
+int RoleCodeOf(const char* role) {
+  if (!std::strcmp(role, "master")) return kRoleMaster;
+  if (!std::strcmp(role, "slave")) return kRoleSlave;
+  if (!std::strcmp(role, "member")) return kRoleMember;
+  return kRoleOther;
+}
+
 void cnfcore() {
   CoresFromCpuset(cnf.cpuset.c_str());
 }
@@ -338,7 +338,7 @@ int CheckClustConf(const char* own, FixedText<128>& clusterid, FixedText<128>& r
   role.set(cnf.clustrole);
   const CnfText& m = cnf.clustmaster;
   const CnfText& s = cnf.clustslave;
-  ClustRole = RoleCode(cnf.clustrole);
+  ClustRole = RoleCodeOf(cnf.clustrole.c_str());
   bool valid = false;
   switch (ClustRole) {
     case kRoleMaster:

@@ -76,6 +76,8 @@ extern Cnf cnf;
 extern int Cluster;
 // kRoleMaster, kRoleSlave, kRoleMember or kRoleOther.
 extern int ClustRole;
+// The role code of a role text ("master", "slave", "member"; kRoleOther for any other text).
+int RoleCodeOf(const char* role);
 // This server's own address, the node's identity (from the configured interface).
 extern FixedText<128> CurrentSvr;
 

@@ -25,10 +25,8 @@ void InitClusterMem() {
 }
 
 int RoleIdOf(const char* role) {
-  if (!std::strcmp(role, "master")) return kRoleIdMaster;
-  if (!std::strcmp(role, "slave")) return kRoleIdSlave;
-  if (!std::strcmp(role, "member")) return kRoleIdMember;
-  return 0;
+  int code = RoleCodeOf(role);
+  return code == kRoleOther ? 0 : code;
 }
 
 }  // namespace qor

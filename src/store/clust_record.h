@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "base/fixed_text.h"
+#include "config/qorconf.h"
 
 namespace qor {
 
@@ -15,10 +16,10 @@ constexpr int kStatusActive = 100;
 constexpr int kStatusInactive = 200;
 constexpr int kStatusOld = 300;
 
-// Role codes of the role_id column; 0 for any other role text.
-constexpr int kRoleIdMaster = 100;
-constexpr int kRoleIdSlave = 101;
-constexpr int kRoleIdMember = 102;
+// The role_id column holds the configuration's role code; 0 for any other role text.
+constexpr int kRoleIdMaster = kRoleMaster;
+constexpr int kRoleIdSlave = kRoleSlave;
+constexpr int kRoleIdMember = kRoleMember;
 
 // Template synchronisation states.
 constexpr int kTplNever = 0;

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "store/clust_record.h"
+
 namespace qorlab {
 
 namespace {
@@ -18,10 +20,6 @@ std::string TestDir() {
     if (c == '/') c = '_';
   }
   return std::string(QOR_LAB_TEST_DIR) + "/" + name;
-}
-
-int RoleId(const std::string& role) {
-  return role == "master" ? 100 : role == "slave" ? 101 : 102;
 }
 
 }  // namespace
@@ -70,7 +68,7 @@ ClusterRow RowOf(const Lab& lab, int db, const std::string& hostname) {
     for (const ClusterRow& r : rows) {
       if (r.hostname != h.name) continue;
       ++found;
-      if (r.ipaddress != h.address || r.role != h.role || r.role_id != RoleId(h.role) ||
+      if (r.ipaddress != h.address || r.role != h.role || r.role_id != qor::RoleIdOf(h.role.c_str()) ||
           r.status != 100) {
         why << " " << h.name << " has " << r.ipaddress << " " << r.role << " " << r.role_id
             << " status " << r.status << ";";

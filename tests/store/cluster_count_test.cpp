@@ -51,7 +51,5 @@ TEST_F(StoreClustCount, CountsOnTheDatabaseTheRoleReaches) {
   }
 }
 
-using StoreClustCountSql = StoreTest;
-
 }  // namespace
 }  // namespace qortest

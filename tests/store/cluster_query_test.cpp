@@ -6,12 +6,9 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "config/qorconf.h"
 #include "store/pools.h"
 #include "store_fixture.h"
 #include "support/fakes.h"
@@ -149,26 +146,6 @@ TEST_F(StoreClusterQuery, OnlySixtyFourRowsAreStoredAndCounted) {
   EXPECT_STREQ(ClustsTemp[63]->hostname.c_str(), "h63");
   EXPECT_EQ(Logs(), std::vector<std::string>{"getclustersql more than 64 rows on 127.0.0.1"});
 }
-
-// Column types other than the schema's are set up on the master for these tests only; the
-// table is rebuilt from the repository's schema before and after each.
-class StoreOddColumns : public StoreTest {
- protected:
-  void SetUp() override {
-    RestoreSchema();
-    StoreTest::SetUp();
-  }
-  void TearDown() override {
-    StoreTest::TearDown();
-    RestoreSchema();
-  }
-  static void RestoreSchema() {
-    std::ifstream in(QOR_SOURCE_DIR "/db/schema.sql");
-    std::stringstream schema;
-    schema << in.rdbuf();
-    Sql("master", "drop table if exists clusters; " + schema.str());
-  }
-};
 
 }  // namespace
 }  // namespace qortest

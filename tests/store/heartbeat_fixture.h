@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <string>
 
-#include "base/fixed_text.h"
 #include "store_fixture.h"
 #include "lab/temp_dir.h"
 

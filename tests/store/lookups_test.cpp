@@ -1,20 +1,12 @@
-// The read-only lookups against the two real databases: which of master and slave is active,
-// whether a row is the master's, the cluster target and what it does to this node's record, and
-// the table listing as text.
+// CheckCluster against the two real databases: which of master and slave is active, asked of
+// the master's database or, with the master silent, of the slave's.
 #include "store/lookups.h"
 
-#include <algorithm>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "base/paths.h"
-#include "config/qorconf.h"
-#include "store/cluster_query.h"
-#include "store/pools.h"
 #include "store_fixture.h"
-#include "support/fakes.h"
-#include "lab/temp_dir.h"
 
 namespace qortest {
 namespace {
@@ -27,23 +19,9 @@ const Row kMasterInactive = {"mhost", "127.0.0.1", "master", 100, 200, 8, "0.50"
 const Row kSecondMaster = {"m2host", "127.0.0.3", "master", 100, 100, 8, "0.50"};
 const Row kMember = {"node-a", "10.0.0.5", "member", 102, 100, 2, "0.50"};
 
-// GetClust re-reads the configuration file: the tests give it one of their own (none unless a
-// test writes it), so that nothing on the host can change the test cluster's settings.
-class StoreLookupsTest : public StoreTest {
- protected:
-  void SetUp() override {
-    StoreTest::SetUp();
-    qor::Cnffile = (dir_.path() + "/.qorconf").c_str();
-    qor::ClustsOnMaster[0]->ipaddress = "";
-  }
-  void TearDown() override {
-    qor::Cnffile = qor::kConfFile;
-    StoreTest::TearDown();
-  }
-  TempDir dir_;
-};
+using StoreLookups = StoreTest;
 
-TEST_F(StoreLookupsTest, CheckClusterTellsWhichOfMasterAndSlaveIsActive) {
+TEST_F(StoreLookups, CheckClusterTellsWhichOfMasterAndSlaveIsActive) {
   const std::set<std::string> none, m = {kMasterAddr}, s = {kSlaveAddr},
                                     both = {kMasterAddr, kSlaveAddr};
   struct Case {

@@ -1,4 +1,4 @@
-// The monitors, the take-over and the sweep against the two real databases: which rows of which
+// The monitors and the take-over against the two real databases: which rows of which
 // database change, under which id, the lines logged, one take-over per server newly found down,
 // and the browser-container move from a dead peer only.
 #include "membership/monitor.h"
@@ -159,18 +159,6 @@ TEST_F(StoreMonitor, SlaveKeepsTheWatchFromItsOwnDatabaseWhileTheMasterIsSilent)
   EXPECT_EQ(Logged(logs, "Detected_4 that gone(10.0.0.9)"), 1);
   EXPECT_EQ(Logged(logs, "Detected_"), 2);
   EXPECT_EQ(Takeovers(), 2);
-}
-
-TEST_F(StoreMonitor, SweepDeletesOnlyMembersOlderThanTheAge) {
-  Become("master");
-  qor::cnf.clustsweep = 30;
-  Put("master", host, "127.0.0.1", "master", 100, 0, 3600);
-  Put("master", "shost", "127.0.0.2", "slave", 100, 0, 3600);
-  Put("master", "old", "10.0.0.9", "member", 200, 0, 31 * 60);
-  Put("master", "recent", "10.0.0.8", "member", 200, 0, 29 * 60);
-  Connect();
-  qor::SweepCluster();
-  EXPECT_EQ(Rows("master", "hostname"), Line({host}) + Line({"shost"}) + Line({"recent"}));
 }
 
 }  // namespace

@@ -2,10 +2,8 @@
 // what it logs, and which database each target reaches.
 #include "store/pools.h"
 
-#include <algorithm>
 #include <chrono>
 #include <ctime>
-#include <ostream>
 #include <set>
 #include <string>
 #include <thread>

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "config/processors.h"
 #include "config/qorconf.h"
 #include "config/qorver.h"
-#include "metrics/utilisation.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"
 #include "store_fixture.h"

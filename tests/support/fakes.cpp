@@ -1,7 +1,5 @@
 #include "support/fakes.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdio>
 
@@ -70,13 +68,6 @@ bool FakeShell::Run(const char* command, size_t lineMax, int seconds, qor::LineS
     pos += n;
   }
   return true;
-}
-
-std::string StdoutOf(const std::function<void()>& run) {
-  ::testing::internal::CaptureStdout();
-  run();
-  std::fflush(stdout);
-  return ::testing::internal::GetCapturedStdout();
 }
 
 }  // namespace qortest

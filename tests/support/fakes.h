@@ -1,6 +1,5 @@
 // Stand-ins shared by the unit and store tests: a record with every field set, a text of every
-// field for comparing whole records, a shell runner that answers from a script, and the standard
-// output of a call.
+// field for comparing whole records, and a shell runner that answers from a script.
 #pragma once
 
 #include <functional>
@@ -35,8 +34,5 @@ class FakeShell : public qor::ShellRunner {
   std::vector<std::string> commands;
   std::vector<size_t> lineMaxes;
 };
-
-// What run printed on standard output.
-std::string StdoutOf(const std::function<void()>& run);
 
 }  // namespace qortest

@@ -33,11 +33,7 @@ void UseTestCluster(const char* role, const char* own) {
   qor::cnf.clustslave = kSlaveAddr;
   qor::cnf.dbsvr = kMasterAddr;
   qor::cnf.dbpwd = QOR_TESTDB_PASSWORD;
-  std::string r = role;
-  qor::ClustRole = r == "master"   ? qor::kRoleMaster
-                   : r == "slave"  ? qor::kRoleSlave
-                   : r == "member" ? qor::kRoleMember
-                                   : qor::kRoleOther;
+  qor::ClustRole = qor::RoleCodeOf(role);
   qor::CurrentSvr = own;
 }
 
