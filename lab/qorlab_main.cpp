@@ -28,6 +28,7 @@
 #include <thread>
 #include <vector>
 
+#include "lab/cluster_view.h"
 #include "lab/lab.h"
 
 namespace {
@@ -124,6 +125,9 @@ void PrintHosts(const Lab& lab) {
   }
 }
 
+// How long the bring-up waits for the daemons to fill both databases: a few cycles.
+constexpr int kJoinSeconds = 30;
+
 // Brings the lab up with a daemon on every host; false (after reporting) when it could not.
 bool Bring(Lab& lab) {
   auto t0 = std::chrono::steady_clock::now();
@@ -137,8 +141,23 @@ bool Bring(Lab& lab) {
     lab.Down();
     return false;
   }
-  std::printf("lab up in %.1f s, qorclustd -start_boot on every host %.1f s later:\n", up,
-              Since(t0) - up);
+  double started = Since(t0);
+  std::printf("lab up in %.1f s, qorclustd -start_boot on every host %.1f s later", up,
+              started - up);
+  std::fflush(stdout);
+  // The cluster is ready once both databases hold every host's row, active. A lab that does not
+  // get there is still shown: what is missing is what an operator wants to look at.
+  std::string missing;
+  bool joined = qorlab::WaitFor(kJoinSeconds, [&] {
+    missing = qorlab::NotAllActive(lab, qorlab::kMaster) + qorlab::NotAllActive(lab, qorlab::kSlave);
+    return missing.empty();
+  });
+  if (joined) {
+    std::printf(", every row active in both databases %.1f s later:\n", Since(t0) - started);
+  } else {
+    std::printf(";\nnot every row is active in both databases after %d s: %s\n", kJoinSeconds,
+                missing.c_str());
+  }
   PrintHosts(lab);
   return true;
 }

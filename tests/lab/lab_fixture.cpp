@@ -2,11 +2,8 @@
 
 #include <regex.h>
 
-#include <algorithm>
 #include <fstream>
 #include <sstream>
-
-#include "store/clust_record.h"
 
 namespace qorlab {
 
@@ -24,60 +21,10 @@ std::string TestDir() {
 
 }  // namespace
 
-std::vector<ClusterRow> ReadRows(const Lab& lab, int db) {
-  bool ok = false;
-  std::string out = lab.Sql(db,
-                            "select hostname, ipaddress, role, role_id, status, last_writemill, "
-                            "unix_timestamp(updated_at), unix_timestamp(now()) from clusters "
-                            "order by id;",
-                            &ok);
-  std::vector<ClusterRow> rows;
-  if (!ok) {
-    ADD_FAILURE() << "reading the clusters table of " << lab.Info(db).name << ": " << out;
-    return rows;
-  }
-  std::istringstream in(out);
-  for (std::string line; std::getline(in, line);) {
-    std::istringstream l(line);
-    ClusterRow r;
-    std::getline(l, r.hostname, '\t');
-    std::getline(l, r.ipaddress, '\t');
-    std::getline(l, r.role, '\t');
-    l >> r.role_id >> r.status >> r.last_writemill >> r.updated_at >> r.now;
-    rows.push_back(r);
-  }
-  return rows;
-}
-
-ClusterRow RowOf(const Lab& lab, int db, const std::string& hostname) {
-  for (const ClusterRow& r : ReadRows(lab, db)) {
-    if (r.hostname == hostname) return r;
-  }
-  return ClusterRow{};
-}
-
 ::testing::AssertionResult AllActive(const Lab& lab, int db) {
-  std::vector<ClusterRow> rows = ReadRows(lab, db);
-  std::ostringstream why;
-  if (static_cast<int>(rows.size()) != lab.size()) {
-    why << rows.size() << " rows instead of " << lab.size() << ";";
-  }
-  for (int i = 0; i < lab.size(); ++i) {
-    const LabHost& h = lab.Info(i);
-    int found = 0;
-    for (const ClusterRow& r : rows) {
-      if (r.hostname != h.name) continue;
-      ++found;
-      if (r.ipaddress != h.address || r.role != h.role || r.role_id != qor::RoleIdOf(h.role.c_str()) ||
-          r.status != 100) {
-        why << " " << h.name << " has " << r.ipaddress << " " << r.role << " " << r.role_id
-            << " status " << r.status << ";";
-      }
-    }
-    if (found != 1) why << " " << found << " rows of " << h.name << ";";
-  }
-  if (why.str().empty()) return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure() << "database of " << lab.Info(db).name << ":" << why.str();
+  std::string why = NotAllActive(lab, db);
+  if (why.empty()) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << why;
 }
 
 bool FullMatch(const std::string& text, const std::string& ere) {
@@ -86,13 +33,6 @@ bool FullMatch(const std::string& text, const std::string& ere) {
   bool ok = regexec(&re, text.c_str(), 0, nullptr, 0) == 0;
   regfree(&re);
   return ok;
-}
-
-bool Logged(Lab& lab, int i, const std::string& prefix) {
-  for (const std::string& line : lab.Syslog(i)) {
-    if (line.rfind(prefix, 0) == 0) return true;
-  }
-  return false;
 }
 
 bool Moves(const Lab& lab, int db, const std::string& hostname, int seconds) {
@@ -120,13 +60,6 @@ void LabCluster::TearDown() {
   return ::testing::AssertionFailure()
          << "not joined within " << seconds << " s: " << AllActive(lab_, kMaster).message() << " / "
          << AllActive(lab_, kSlave).message();
-}
-
-int Takeovers(const Lab& lab, int i) {
-  std::vector<std::string> calls = lab.Calls(i);
-  return static_cast<int>(std::count_if(calls.begin(), calls.end(), [](const std::string& c) {
-    return c.find(" qordown.sh") != std::string::npos;
-  }));
 }
 
 // Stops host i's daemon and starts it again with the pause after each cycle cut to a twentieth

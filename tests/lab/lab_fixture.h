@@ -1,6 +1,6 @@
 // What the end-to-end tests share: a lab of four hosts per test (master, slave, two members) in a
-// directory of the test's own under the build tree, the rows of either database as records, and
-// checks that say what differs when the cluster is not as expected.
+// directory of the test's own under the build tree, and checks that say what differs when the
+// cluster is not as expected.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,28 +11,13 @@
 #include <thread>
 #include <vector>
 
+#include "lab/cluster_view.h"
 #include "lab/lab.h"
 
 namespace qorlab {
 
-constexpr int kMaster = 0;
-constexpr int kSlave = 1;
 constexpr int kMember1 = 2;
 constexpr int kMember2 = 3;
-
-struct ClusterRow {
-  std::string hostname, ipaddress, role;
-  int role_id = -1;
-  int status = -1;
-  int64_t last_writemill = -1;
-  int64_t updated_at = -1;  // seconds since the epoch, as the database reads its own column
-  int64_t now = -1;         // the database's now() when the row was read
-};
-
-// Rows of the clusters table in the database of host db (kMaster or kSlave), in id order.
-std::vector<ClusterRow> ReadRows(const Lab& lab, int db);
-// The row of hostname there; a row with role_id -1 when there is none.
-ClusterRow RowOf(const Lab& lab, int db, const std::string& hostname);
 
 // Success when database db holds exactly one active row per host of the lab, each with its
 // host's name, address, role and role code; otherwise what differs.
@@ -42,9 +27,9 @@ ClusterRow RowOf(const Lab& lab, int db, const std::string& hostname);
 bool FullMatch(const std::string& text, const std::string& ere);
 
 // True when host i's syslog holds a message text that begins with prefix.
-bool Logged(Lab& lab, int i, const std::string& prefix);
-// Runs of the take-over script (the qordown.sh stand-in) on host i so far.
-int Takeovers(const Lab& lab, int i);
+inline bool Logged(Lab& lab, int i, const std::string& prefix) {
+  return CountLogged(lab, i, prefix) > 0;
+}
 
 // True when the row of hostname in database db is written again within seconds from now.
 bool Moves(const Lab& lab, int db, const std::string& hostname, int seconds);

@@ -23,15 +23,15 @@ using qor::ClustsTemp;
 // codes (role_id 0), so "order by role" and "order by role_id" disagree about it; "other" has no
 // address and the nameless row no host name, for the like_ selectors.
 const std::vector<Row> kCluster = {
-    {"zeta", "node.example", "member", 102, 200, 128, "0.30"},
-    {"node_c", "10.0.0.3", "member", 102, 200, 16, "0.50"},
-    {"other", "", "member", 102, 100, 1, "0.60"},
-    {"shost", "127.0.0.2", "slave", 101, 100, 4, "0.99"},
-    {"node_a", "10.0.0.1", "member", 102, 100, 2, "1000.00"},
-    {"", "10.0.0.8", "member", 102, 200, 64, "0.20"},
-    {"mhost", "127.0.0.1", "master", 100, 100, 8, "0.75"},
-    {"node_b", "10.0.0.2", "member", 102, 300, 32, "0.10"},
-    {"odd", "10.0.0.9", "standby", 0, 200, 3, "5.00"},
+    {"zeta", "node.example", "member", 200, 128, "0.30"},
+    {"node_c", "10.0.0.3", "member", 200, 16, "0.50"},
+    {"other", "", "member", 100, 1, "0.60"},
+    {"shost", "127.0.0.2", "slave", 100, 4, "0.99"},
+    {"node_a", "10.0.0.1", "member", 100, 2, "1000.00"},
+    {"", "10.0.0.8", "member", 200, 64, "0.20"},
+    {"mhost", "127.0.0.1", "master", 100, 8, "0.75"},
+    {"node_b", "10.0.0.2", "member", 300, 32, "0.10"},
+    {"odd", "10.0.0.9", "standby", 200, 3, "5.00"},
 };
 
 const std::vector<std::string> kAll = {"odd",    "mhost",  "shost", "",    "node_a",
@@ -134,7 +134,7 @@ TEST_F(StoreClusterQuery, OnlySixtyFourRowsAreStoredAndCounted) {
   for (int i = 0; i < 70; ++i) {
     char host[8];
     std::snprintf(host, sizeof host, "h%02d", i);
-    rows.push_back({host, "10.3.0.1", "member", 102, 100, 1, "0.50"});
+    rows.push_back({host, "10.3.0.1", "member", 100, 1, "0.50"});
   }
   Sql("master", InsertRows(rows));
   Connect();

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "heartbeat_fixture.h"
+#include "store_fixture.h"
 #include "membership/heartbeat.h"
 #include "store/cluster_query.h"
 
@@ -17,9 +17,9 @@ using StoreHeartbeat = HeartbeatTest;
 
 TEST_F(StoreHeartbeat, MasterWithTheSlaveSilentDecidesFromItsDatabaseAlone) {
   Connect({kSlaveAddr});
-  PutRow("master", host, "master", 100, 5000);
-  PutRow("master", "shost", "slave", 100, 7000);
-  PutRow("slave", host, "master", 100, 5000);
+  Put("master", {{host, "", "master", 100, 0, "0", 5000}});
+  Put("master", {{"shost", "", "slave", 100, 0, "0", 7000}});
+  Put("slave", {{host, "", "master", 100, 0, "0", 5000}});
   AgeRows();
 
   EXPECT_EQ(qor::UpdateMaster(0), 0);
@@ -52,7 +52,7 @@ TEST_F(StoreHeartbeat, SlaveWithTheMasterSilentAndNoMasterRowMakesItsDatabaseOld
     *qor::ClustsOnMaster[1] = qor::ClustRecord{};
     qor::ClustsOnMaster[0]->last_writemill = c.masterWrite;
     qor::ClustsOnMaster[1]->last_writemill = c.slaveWrite;
-    PutRow("slave", host, "slave", 100, 4000);
+    Put("slave", {{host, "", "slave", 100, 0, "0", 4000}});
     EXPECT_EQ(qor::UpdateSlave(0), 0);
     EXPECT_EQ(Logs(), (Lines{c.notice, "DB_OLD_STAT_3: " + host +
                                            "(127.0.0.1) is now DB_OLD_STAT(" + host + ":4000)"}));
@@ -75,10 +75,10 @@ TEST_F(StoreHeartbeat, MembersCopyOnTheSlaveTakesTheMastersStatusAndTemplateMark
   for (const auto& c : cases) {
     ResetTables();
     qor::Tplsync = 0;
-    PutRow("master", host, "member", c.master, 0, c.tpl);
+    Put("master", {{host, "", "member", c.master, 0, "0", 0, 0, 0, 0, c.tpl}});
     Sql("master", "update clusters set tpl_updatemill = 77, tpl_syncmill = 88;");
-    PutRow("slave", "filler", "member", 100, 0);
-    PutRow("slave", host, "member", c.slave, 0);
+    Put("slave", {{"filler", "", "member", 100, 0, "0", 0}});
+    Put("slave", {{host, "", "member", c.slave, 0, "0", 0}});
     EXPECT_EQ(qor::UpdateMember(1), 0);
     EXPECT_EQ(Rows("master"), Line({host, "member", c.want, "0"}));
     EXPECT_EQ(Rows("slave"),
@@ -86,7 +86,7 @@ TEST_F(StoreHeartbeat, MembersCopyOnTheSlaveTakesTheMastersStatusAndTemplateMark
     // A template copy marked old asks for a pull, and the slave's copy carries the mark.
     EXPECT_EQ(qor::Tplsync, c.tpl == 300 ? 1 : 0);
     EXPECT_EQ(Rows("slave", "tpl_updatemill,tpl_syncmill,tpl_syncstate"),
-              Line({"0", "0", "100"}) + Line({"77", "88", std::to_string(c.tpl)}));
+              Line({"0", "0", "0"}) + Line({"77", "88", std::to_string(c.tpl)}));
   }
 }
 

@@ -13,11 +13,11 @@ namespace {
 
 using qor::ClustRecord;
 
-const Row kMaster = {"mhost", "127.0.0.1", "master", 100, 100, 8, "0.50"};
-const Row kSlave = {"shost", "127.0.0.2", "slave", 101, 100, 4, "0.50"};
-const Row kMasterInactive = {"mhost", "127.0.0.1", "master", 100, 200, 8, "0.50"};
-const Row kSecondMaster = {"m2host", "127.0.0.3", "master", 100, 100, 8, "0.50"};
-const Row kMember = {"node-a", "10.0.0.5", "member", 102, 100, 2, "0.50"};
+const Row kMaster = {"mhost", "127.0.0.1", "master", 100, 8, "0.50"};
+const Row kSlave = {"shost", "127.0.0.2", "slave", 100, 4, "0.50"};
+const Row kMasterInactive = {"mhost", "127.0.0.1", "master", 200, 8, "0.50"};
+const Row kSecondMaster = {"m2host", "127.0.0.3", "master", 100, 8, "0.50"};
+const Row kMember = {"node-a", "10.0.0.5", "member", 100, 2, "0.50"};
 
 using StoreLookups = StoreTest;
 

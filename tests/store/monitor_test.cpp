@@ -9,7 +9,7 @@
 
 #include "base/paths.h"
 #include "config/qorconf.h"
-#include "heartbeat_fixture.h"
+#include "store_fixture.h"
 #include "membership/nodedown.h"
 
 namespace qortest {
@@ -25,19 +25,6 @@ class StoreMonitor : public HeartbeatTest {
     auto ping = seam.real;
     seam.real = [ping](std::string& c) { return c != qor::kQordownCommand && ping(c); };
     qor::MasterLastWriteMill = qor::SlaveLastWriteMill = qor::MasterTplUpdateMill = 0;
-  }
-  // A row with the columns the monitors judge; silentFor seconds since its last write.
-  void Put(const std::string& side, const std::string& hostname, const std::string& ip,
-           const std::string& role, int status, int64_t lastwrite, int silentFor,
-           int64_t tplsync = 0, int64_t tplupdate = 0) {
-    Sql(side,
-        "insert into clusters (hostname, ipaddress, role, role_id, status, last_writemill, "
-        "tpl_syncmill, tpl_updatemill, updated_at) values ('" +
-            hostname + "', '" + ip + "', '" + role + "', " +
-            std::to_string(qor::RoleIdOf(role.c_str())) + ", " + std::to_string(status) + ", " +
-            std::to_string(lastwrite) + ", " + std::to_string(tplsync) + ", " +
-            std::to_string(tplupdate) + ", now() - interval " + std::to_string(silentFor) +
-            " second);");
   }
   void Containers(const std::string& side) {
     Sql(side,
@@ -61,13 +48,13 @@ class StoreMonitor : public HeartbeatTest {
 TEST_F(StoreMonitor, MasterMarksSilentRowsInBothDatabasesUnderEachDatabasesId) {
   Become("master");
   // The slave's database numbers the same hosts differently.
-  Put("slave", "filler", "10.0.0.8", "member", 100, 0, 0);
+  Put("slave", {{"filler", "10.0.0.8", "member", 100, 0, "0", 0, 0}});
   for (const char* side : {"master", "slave"}) {
-    Put(side, host, "127.0.0.1", "master", 100, 5000, 0, 0, 50);
-    Put(side, "shost", "127.0.0.2", "slave", 100, 4000, 20, 60);
-    Put(side, "gone", "10.0.0.9", "member", 100, 0, 16, 60);
-    Put(side, "fresh", "10.0.0.7", "member", 100, 0, 5, 10);
-    Put(side, "asleep", "10.0.0.6", "member", 200, 0, 99, 60);
+    Put(side, {{host, "127.0.0.1", "master", 100, 0, "0", 5000, 0, 0, 50}});
+    Put(side, {{"shost", "127.0.0.2", "slave", 100, 0, "0", 4000, 20, 60}});
+    Put(side, {{"gone", "10.0.0.9", "member", 100, 0, "0", 0, 16, 60}});
+    Put(side, {{"fresh", "10.0.0.7", "member", 100, 0, "0", 0, 5, 10}});
+    Put(side, {{"asleep", "10.0.0.6", "member", 200, 0, "0", 0, 99, 60}});
   }
   Containers("master");
   Connect();
@@ -117,10 +104,10 @@ TEST_F(StoreMonitor, MasterMarksSilentRowsInBothDatabasesUnderEachDatabasesId) {
 
 TEST_F(StoreMonitor, SlaveJudgesAnAnsweringMasterFromTheMastersDatabase) {
   Become("slave");
-  Put("slave", "filler", "10.0.0.8", "member", 100, 0, 0);
+  Put("slave", {{"filler", "10.0.0.8", "member", 100, 0, "0", 0, 0}});
   for (const char* side : {"master", "slave"}) {
-    Put(side, "mhost", "127.0.0.1", "master", 100, 4000, 16);
-    Put(side, host, "127.0.0.2", "slave", 100, 5000, 0);
+    Put(side, {{"mhost", "127.0.0.1", "master", 100, 0, "0", 4000, 16}});
+    Put(side, {{host, "127.0.0.2", "slave", 100, 0, "0", 5000, 0}});
   }
   Containers("slave");
   Connect();
@@ -137,28 +124,6 @@ TEST_F(StoreMonitor, SlaveJudgesAnAnsweringMasterFromTheMastersDatabase) {
   EXPECT_EQ(ContainerHosts("slave"),
             Line({"lumobr_1", "127.0.0.2"}) + Line({"lumobr_2", "127.0.0.2"}) +
                 Line({"lumodt_1", "127.0.0.2"}) + Line({"lumobr_3", "10.0.0.9"}));
-}
-
-TEST_F(StoreMonitor, SlaveKeepsTheWatchFromItsOwnDatabaseWhileTheMasterIsSilent) {
-  Become("slave");
-  for (const char* side : {"master", "slave"}) {
-    Put(side, "mhost", "127.0.0.1", "master", 100, 0, 16);
-    Put(side, host, "127.0.0.2", "slave", 100, 0, 0);
-    Put(side, "gone", "10.0.0.9", "member", 100, 0, 16);
-    Put(side, "asleep", "10.0.0.6", "member", 200, 0, 99);
-  }
-  const std::string masterRows = Rows("master", "hostname,status");
-  Connect({kMasterAddr});
-
-  EXPECT_EQ(qor::MonitorOnSlave(0), 0);
-  EXPECT_EQ(Rows("slave", "hostname,status"), Line({"mhost", "200"}) + Line({host, "100"}) +
-                                                  Line({"gone", "200"}) + Line({"asleep", "200"}));
-  EXPECT_EQ(Rows("master", "hostname,status"), masterRows);
-  Lines logs = Logs();
-  EXPECT_EQ(Logged(logs, "Detected_3 that mhost(127.0.0.1)"), 1);
-  EXPECT_EQ(Logged(logs, "Detected_4 that gone(10.0.0.9)"), 1);
-  EXPECT_EQ(Logged(logs, "Detected_"), 2);
-  EXPECT_EQ(Takeovers(), 2);
 }
 
 }  // namespace

@@ -1,12 +1,9 @@
-// The pools against the two real servers: when ReconnectCluster builds, keeps and drops them and
-// what it logs, and which database each target reaches.
+// The pools against the two real servers: which database each target of a read reaches, pool
+// or no pool, and what a read without one logs.
 #include "store/pools.h"
 
-#include <chrono>
-#include <ctime>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "config/qorconf.h"
@@ -15,9 +12,6 @@
 
 namespace qortest {
 namespace {
-
-using qor::mpool;
-using qor::spool;
 
 using StorePools = StoreTest;
 
@@ -44,8 +38,8 @@ TEST_F(StorePools, TargetPicksTheDatabase) {
     SCOPED_TRACE(c.name);
     qor::Cluster = c.standalone ? 0 : 1;
     qor::cnf.cluster = c.standalone ? "0" : "1";
-    Fill({{"on-master", "127.0.0.1", "master", 100, 100, 1, "0"}},
-         {{"on-slave", "127.0.0.2", "slave", 101, 100, 1, "0"}}, c.down);
+    Fill({{"on-master", "127.0.0.1", "master", 100, 1, "0"}},
+         {{"on-slave", "127.0.0.2", "slave", 100, 1, "0"}}, c.down);
     qor::ClustsTemp[0]->hostname = "untouched";
     qor::ActInfo info{7, 7, 7};
     EXPECT_EQ(Select("-all", &info, c.target), c.rc);
@@ -58,54 +52,6 @@ TEST_F(StorePools, TargetPicksTheDatabase) {
     EXPECT_STREQ(qor::ClustsTemp[0]->hostname.c_str(),
                  c.hosts.empty() ? "untouched" : c.hosts[0].c_str());
   }
-}
-
-// The master's database on a third server of the test's own, which hangs (SIGSTOP) for a while.
-TEST_F(StorePools, AHungDatabaseCostsOneBoundedWaitAndItsAnsweringSinceFollows) {
-  ThirdServer third;
-  ASSERT_TRUE(third.started()) << "see " << QOR_TESTDB_DIR << "/third.log";
-  qor::cnf.clustmaster = kThirdAddr;
-  Sql("slave", InsertRows({{"on-slave", "127.0.0.2", "slave", 101, 100, 1, "0"}}));
-  auto seconds = [](auto call) {
-    auto t0 = std::chrono::steady_clock::now();
-    call();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-  };
-  int count = 0;
-  qor::ActInfo info;
-
-  // A pool dropped, then rebuilt: the database answers again from the rebuild on.
-  Connect({kThirdAddr});
-  ASSERT_EQ(mpool, nullptr);
-  seam.blocked.clear();
-  time_t rebuilt = time(nullptr);
-  qor::ReconnectCluster();
-  ASSERT_NE(mpool, nullptr);
-  const int64_t since = qor::DbAnsweringSince(0);
-  EXPECT_GE(since, rebuilt);
-  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
-  EXPECT_EQ(qor::DbAnsweringSince(0), since);
-
-  // Hung: the first call waits its bound in vain, the rest of the round passes mpool over.
-  ASSERT_TRUE(third.Pause(true));
-  double waited = seconds([&] { EXPECT_EQ(qor::GetClustCountSql(kThirdAddr, &count), 500); });
-  EXPECT_GE(waited, 1.5);
-  EXPECT_LE(waited, 3.5);
-  EXPECT_LT(seconds([&] { EXPECT_EQ(Select("-all", &info, 0), 0); }), 0.5);
-  EXPECT_EQ(Hosts(info, qor::ClustsTemp), std::vector<std::string>{"on-slave"});
-  // Not answering: nothing before the current second counts.
-  time_t now = time(nullptr);
-  EXPECT_GE(qor::DbAnsweringSince(0), now);
-  EXPECT_LE(qor::DbAnsweringSince(0), time(nullptr));
-  EXPECT_EQ(Logs(), std::vector<std::string>{"getclustcountsql db connection error"});
-
-  // Answering again, and given its time again by the next round.
-  ASSERT_TRUE(third.Pause(false));
-  time_t back = time(nullptr);
-  qor::ReconnectCluster();
-  EXPECT_EQ(qor::GetClustCountSql(kThirdAddr, &count), 0);
-  EXPECT_GE(qor::DbAnsweringSince(0), back);
-  EXPECT_GT(qor::DbAnsweringSince(0), since);
 }
 
 }  // namespace

@@ -1,15 +1,12 @@
 #include "store_fixture.h"
 
-#include <signal.h>
-
-#include <cstdio>
-#include <fstream>
+#include <unistd.h>
 
 #include "base/shell.h"
 #include "config/qorconf.h"
+#include "membership/heartbeat.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
-#include "lab/ns_host.h"
 
 namespace qortest {
 
@@ -65,46 +62,6 @@ void StoreTest::ForEachSqlMode(const std::function<void()>& body) {
   Sql("master", "set global sql_mode = '" + own + "';");
 }
 
-namespace {
-
-std::string ThirdDir() {
-  return std::string(QOR_TESTDB_DIR) + "/third";
-}
-
-bool ThirdScript(const std::vector<std::string>& args) {
-  // The script creates the user with this password unless told otherwise.
-  std::vector<std::string> argv{"/usr/bin/env", "QOR_TEST_DBPWD=" QOR_TESTDB_PASSWORD, "/bin/bash",
-                                QOR_SOURCE_DIR "/scripts/testdb.sh"};
-  argv.insert(argv.end(), args.begin(), args.end());
-  RunOptions o;
-  o.timeout_sec = 180;
-  RunResult r = RunProgram(argv, o);
-  std::ofstream(QOR_TESTDB_DIR "/third.log") << r.out << r.err;
-  return r.status == 0;
-}
-
-}  // namespace
-
-ThirdServer::ThirdServer() {
-  started_ = ThirdScript({"start", kThirdAddr, ThirdDir()});
-}
-
-bool ThirdServer::Stop() {
-  if (!started_) return true;
-  Pause(false);
-  started_ = false;
-  return ThirdScript({"stop", ThirdDir()});
-}
-
-bool ThirdServer::Pause(bool stop) {
-  long pid = 0;
-  if (FILE* f = std::fopen((ThirdDir() + "/mysqld.pid").c_str(), "r")) {
-    if (std::fscanf(f, "%ld", &pid) != 1) pid = 0;
-    std::fclose(f);
-  }
-  return started_ && pid > 0 && kill(static_cast<pid_t>(pid), stop ? SIGSTOP : SIGCONT) == 0;
-}
-
 std::vector<std::string> Hosts(const qor::ActInfo& info, qor::ClustRecord* const* records) {
   std::vector<std::string> hosts;
   for (int i = 0; i < info.count; ++i) hosts.emplace_back(records[i]->hostname.c_str());
@@ -123,15 +80,65 @@ std::vector<std::string> Pinged(const std::vector<std::string>& commands) {
 
 std::string InsertRows(const std::vector<Row>& rows) {
   std::string sql =
-      "insert into clusters (hostname, ipaddress, role, role_id, status, cpucores, cpuloadavgpp) "
-      "values ";
+      "insert into clusters (hostname, ipaddress, role, role_id, status, cpucores, cpuloadavgpp, "
+      "last_writemill, updated_at, tpl_syncmill, tpl_updatemill, tpl_syncstate) values ";
   for (size_t i = 0; i < rows.size(); ++i) {
     const Row& r = rows[i];
     sql += (i ? ", ('" : "('") + r.hostname + "', '" + r.ipaddress + "', '" + r.role + "', " +
-           std::to_string(r.role_id) + ", " + std::to_string(r.status) + ", " +
-           std::to_string(r.cpucores) + ", " + r.cpuloadavgpp + ")";
+           std::to_string(qor::RoleIdOf(r.role.c_str())) + ", " + std::to_string(r.status) +
+           ", " + std::to_string(r.cpucores) + ", " + r.cpuloadavgpp + ", " +
+           std::to_string(r.last_writemill) + ", now() - interval " +
+           std::to_string(r.silentFor) + " second, " + std::to_string(r.tpl_syncmill) + ", " +
+           std::to_string(r.tpl_updatemill) + ", " + std::to_string(r.tpl_syncstate) + ")";
   }
   return sql + ";";
+}
+
+void HeartbeatTest::SetUp() {
+  StoreTest::SetUp();
+  savedCnffile_ = qor::Cnffile;
+  char name[128] = {};
+  gethostname(name, sizeof name - 1);
+  host = name;
+  Become("master");
+  qor::ClustCount = 0;
+  qor::Tplsync = 0;
+  qor::Clust = qor::ClustRecord{};
+  Connect();
+}
+
+void HeartbeatTest::TearDown() {
+  qor::Cnffile = savedCnffile_;
+  qor::ClustCount = 0;
+  qor::Tplsync = 0;
+  StoreTest::TearDown();
+}
+
+void HeartbeatTest::Become(const char* role) {
+  UseTestCluster(role, kMasterAddr);
+  qor::Cnffile.set(dir.Write(".qorconf", TestClusterConf(role, "lo")));
+  ASSERT_EQ(qor::GetQorconf(), 0);
+}
+
+std::string HeartbeatTest::Rows(const std::string& side, const std::string& cols) {
+  return Sql(side, "select " + cols + " from clusters order by id;");
+}
+
+void HeartbeatTest::AgeRows() {
+  for (const char* side : {"master", "slave"}) {
+    Sql(side, "update clusters set updated_at = '2001-01-01 00:00:00';");
+  }
+}
+
+int HeartbeatTest::Moved(const std::string& side) {
+  return std::stoi(
+      Sql(side, "select count(*) from clusters where updated_at > '2001-01-01 00:00:00';"));
+}
+
+std::string Line(std::initializer_list<std::string> values) {
+  std::string line;
+  for (const std::string& v : values) line += (&v == values.begin() ? "" : "\t") + v;
+  return line + "\n";
 }
 
 }  // namespace qortest

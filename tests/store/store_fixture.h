@@ -1,10 +1,12 @@
 // Common ground of the store tests: every test starts with empty tables on both servers, no
 // pools, the test cluster's configuration, a PingSeam in front of the shell and a drained log
 // catcher, and leaves pools closed, the shell runner restored and the tables empty behind it.
+// Rows are set up and inspected with SQL as root.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <functional>
 #include <set>
 #include <string>
@@ -18,15 +20,17 @@ namespace qortest {
 
 extern SyslogCatcher* g_syslog;
 
-// A row of the clusters table with the columns the selection tests vary.
+// A row of the clusters table; role_id is the role's code (0 for any other role text), and
+// updated_at lies silentFor seconds back by the database's clock.
 struct Row {
-  std::string hostname;
-  std::string ipaddress;
-  std::string role;
-  int role_id;
-  int status;
-  int cpucores;
-  const char* cpuloadavgpp;  // decimal text, as stored
+  std::string hostname, ipaddress, role;
+  int status = 100;
+  int cpucores = 0;
+  std::string cpuloadavgpp = "0";  // decimal text, as stored
+  int64_t last_writemill = 0;
+  int silentFor = 0;
+  int64_t tpl_syncmill = 0, tpl_updatemill = 0;
+  int tpl_syncstate = 0;
 };
 // One insert statement for rows (text values must not need escaping).
 std::string InsertRows(const std::vector<Row>& rows);
@@ -54,24 +58,33 @@ class StoreTest : public ::testing::Test {
   PingSeam seam;
 };
 
-// A third server of one test's own on 127.0.0.3, started by the test database script and always
-// stopped by it, for tests that stop a database while the shared pair keeps running.
-constexpr const char* kThirdAddr = "127.0.0.3";
-class ThirdServer {
- public:
-  ThirdServer();
-  ~ThirdServer() { Stop(); }
-  ThirdServer(const ThirdServer&) = delete;
-  ThirdServer& operator=(const ThirdServer&) = delete;
+// The store fixture plus a configuration file of the test cluster that each heartbeat re-reads
+// (own interface lo, so this node's address is 127.0.0.1 whatever its role), pools to both
+// servers, ClustCount 0 and Tplsync 0.
+class HeartbeatTest : public StoreTest {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+  // Makes this node role ("master", "slave", "member") in memory and in the file it re-reads.
+  void Become(const char* role);
+  void Put(const std::string& side, const std::vector<Row>& rows) { Sql(side, InsertRows(rows)); }
+  // The columns cols of every row of side in id order, tab-separated, one line per row.
+  std::string Rows(const std::string& side,
+                   const std::string& cols = "hostname,role,status,last_writemill");
+  // Sets updated_at of every row on both sides far back, so that a write shows.
+  void AgeRows();
+  // Rows of side whose updated_at moved since AgeRows.
+  int Moved(const std::string& side);
 
-  bool started() const { return started_; }
-  bool Stop();
-  // Stops (SIGSTOP) or continues the server's process: a server that hangs.
-  bool Pause(bool stop);
+  std::string host;  // this node's host name
+  TempDir dir;
 
  private:
-  bool started_ = false;
+  qor::FixedText<128> savedCnffile_;
 };
+
+// Tab-joined values ending in a newline, as Rows prints one row.
+std::string Line(std::initializer_list<std::string> values);
 
 // Host names of entries 0 to info.count-1 of records.
 std::vector<std::string> Hosts(const qor::ActInfo& info, qor::ClustRecord* const* records);

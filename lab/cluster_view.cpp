@@ -1,0 +1,80 @@
+#include "lab/cluster_view.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "store/clust_record.h"
+
+namespace qorlab {
+
+std::vector<ClusterRow> ReadRows(const Lab& lab, int db, std::string* err) {
+  bool ok = false;
+  std::string out = lab.Sql(db,
+                            "select hostname, ipaddress, role, role_id, status, last_writemill, "
+                            "unix_timestamp(updated_at), unix_timestamp(now()) from clusters "
+                            "order by id;",
+                            &ok);
+  std::vector<ClusterRow> rows;
+  if (!ok) {
+    if (err) *err = "reading the clusters table of " + lab.Info(db).name + ": " + out;
+    return rows;
+  }
+  std::istringstream in(out);
+  for (std::string line; std::getline(in, line);) {
+    std::istringstream l(line);
+    ClusterRow r;
+    std::getline(l, r.hostname, '\t');
+    std::getline(l, r.ipaddress, '\t');
+    std::getline(l, r.role, '\t');
+    l >> r.role_id >> r.status >> r.last_writemill >> r.updated_at >> r.now;
+    rows.push_back(r);
+  }
+  return rows;
+}
+
+ClusterRow RowOf(const Lab& lab, int db, const std::string& hostname) {
+  for (const ClusterRow& r : ReadRows(lab, db)) {
+    if (r.hostname == hostname) return r;
+  }
+  return ClusterRow{};
+}
+
+std::string NotAllActive(const Lab& lab, int db) {
+  std::string err;
+  std::vector<ClusterRow> rows = ReadRows(lab, db, &err);
+  if (!err.empty()) return err;
+  std::ostringstream why;
+  if (static_cast<int>(rows.size()) != lab.size()) {
+    why << rows.size() << " rows instead of " << lab.size() << ";";
+  }
+  for (int i = 0; i < lab.size(); ++i) {
+    const LabHost& h = lab.Info(i);
+    int found = 0;
+    for (const ClusterRow& r : rows) {
+      if (r.hostname != h.name) continue;
+      ++found;
+      if (r.ipaddress != h.address || r.role != h.role ||
+          r.role_id != qor::RoleIdOf(h.role.c_str()) || r.status != qor::kStatusActive) {
+        why << " " << h.name << " has " << r.ipaddress << " " << r.role << " " << r.role_id
+            << " status " << r.status << ";";
+      }
+    }
+    if (found != 1) why << " " << found << " rows of " << h.name << ";";
+  }
+  return why.str().empty() ? "" : "database of " + lab.Info(db).name + ":" + why.str();
+}
+
+int CountLogged(Lab& lab, int i, const std::string& prefix) {
+  const std::vector<std::string>& lines = lab.Syslog(i);
+  return static_cast<int>(std::count_if(
+      lines.begin(), lines.end(), [&](const std::string& l) { return l.rfind(prefix, 0) == 0; }));
+}
+
+int Takeovers(const Lab& lab, int i) {
+  std::vector<std::string> calls = lab.Calls(i);
+  return static_cast<int>(std::count_if(calls.begin(), calls.end(), [](const std::string& c) {
+    return c.find(" qordown.sh") != std::string::npos;
+  }));
+}
+
+}  // namespace qorlab
