@@ -9,11 +9,12 @@ namespace qorlab {
 
 std::vector<ClusterRow> ReadRows(const Lab& lab, int db, std::string* err) {
   bool ok = false;
-  std::string out = lab.Sql(db,
-                            "select hostname, ipaddress, role, role_id, status, last_writemill, "
-                            "unix_timestamp(updated_at), unix_timestamp(now()) from clusters "
-                            "order by id;",
-                            &ok);
+  std::string out =
+      lab.Sql(db,
+              "select hostname, ipaddress, role, qorver, role_id, status, last_writemill, "
+              "unix_timestamp(updated_at), unix_timestamp(now()) from clusters "
+              "order by id;",
+              &ok);
   std::vector<ClusterRow> rows;
   if (!ok) {
     if (err) *err = "reading the clusters table of " + lab.Info(db).name + ": " + out;
@@ -26,6 +27,7 @@ std::vector<ClusterRow> ReadRows(const Lab& lab, int db, std::string* err) {
     std::getline(l, r.hostname, '\t');
     std::getline(l, r.ipaddress, '\t');
     std::getline(l, r.role, '\t');
+    std::getline(l, r.qorver, '\t');
     l >> r.role_id >> r.status >> r.last_writemill >> r.updated_at >> r.now;
     rows.push_back(r);
   }

@@ -16,7 +16,7 @@ constexpr int kMaster = 0;
 constexpr int kSlave = 1;
 
 struct ClusterRow {
-  std::string hostname, ipaddress, role;
+  std::string hostname, ipaddress, role, qorver;
   int role_id = -1;
   int status = -1;
   int64_t last_writemill = -1;

@@ -149,7 +149,8 @@ bool Bring(Lab& lab) {
   // get there is still shown: what is missing is what an operator wants to look at.
   std::string missing;
   bool joined = qorlab::WaitFor(kJoinSeconds, [&] {
-    missing = qorlab::NotAllActive(lab, qorlab::kMaster) + qorlab::NotAllActive(lab, qorlab::kSlave);
+    missing =
+        qorlab::NotAllActive(lab, qorlab::kMaster) + qorlab::NotAllActive(lab, qorlab::kSlave);
     return missing.empty();
   });
   if (joined) {

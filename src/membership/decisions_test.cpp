@@ -127,8 +127,8 @@ TEST(Decisions, CycleSchedule) {
     LoopCounters c;
     for (int cycle = 1; cycle <= n; ++cycle) {
       CyclePlan plan = PlanCycle(c, cycle == tplCycle ? 1 : 0);
-      seen += std::string(plan.recheck ? "r" : "") + (plan.slow ? "s" : "") +
-              (c.full ? "f" : "") + ".";
+      seen +=
+          std::string(plan.recheck ? "r" : "") + (plan.slow ? "s" : "") + (c.full ? "f" : "") + ".";
       FinishCycle(c, plan);
     }
     return seen;
@@ -142,8 +142,8 @@ TEST(Decisions, CycleSchedule) {
   struct {
     int cycle;
     const char* want;
-  } rows[] = {{1, "f"}, {2, ""}, {31, "r"}, {32, "f"}, {61, "r"}, {151, "rs"}, {152, "f"},
-              {181, "r"}, {301, "rs"}};
+  } rows[] = {{1, "f"},    {2, ""},    {31, "r"},  {32, "f"},  {61, "r"},
+              {151, "rs"}, {152, "f"}, {181, "r"}, {301, "rs"}};
   for (const auto& r : rows) EXPECT_EQ(at(r.cycle), r.want) << "cycle " << r.cycle;
   s = run(160, 7);
   EXPECT_EQ(at(7), "s") << "a Tplsync request pulls at once";

@@ -13,6 +13,7 @@
 #include "metrics/cpuinfo.h"
 #include "metrics/ifaddress.h"
 #include "store/cluster_query.h"
+#include "store/cluster_writes.h"
 
 namespace qor {
 
@@ -86,6 +87,14 @@ bool GuardInsert(const char* op, int step) {
   if (InsertAllowed(ClustCount)) return true;
   LogError("%s(%d): not insert because clustcount=%d is over!\n", op, step, ClustCount);
   return false;
+}
+
+int InsertOwnRow(const char* op, int step, const char* db, int target, int status, int traced) {
+  if (!GuardInsert(op, step)) return kHeartbeatStopped;
+  Trace("_x%s(%d): insert into %s with status=%d ...\n", op, step + 1, db, traced);
+  Clust.status = status;
+  InsertClusterSql(db, Timemill, target, Clust);
+  return kHeartbeatDone;
 }
 
 }  // namespace qor

@@ -71,10 +71,9 @@ int WritePair(int full) {
       UpdateClusterSql(slave, ClustsOnMaster, 0, d.withlastwrite, full, 1);
       return kHeartbeatDone;
     case MasterAction::kInsertIntoSlave:
-      if (!GuardInsert("updatemaster", 8)) return kHeartbeatStopped;
-      Clust.status = Mm.status;
-      Trace("_xupdatemaster(9): insert into %s with status=%d ...\n", slave, Clust.status);
-      InsertClusterSql(slave, Timemill, 1, Clust);
+      if (InsertOwnRow("updatemaster", 8, slave, 1, Mm.status, Mm.status) != kHeartbeatDone) {
+        return kHeartbeatStopped;
+      }
       UpdateClusterSql(master, ClustsOnMaster, 0, d.withlastwrite, full, 0);
       return kHeartbeatDone;
   }
@@ -118,17 +117,9 @@ int UpdateMaster(int full) {
       UpdateClusterSql(master, ClustsOnMaster, 0, 0, full, 0);
       return kHeartbeatDone;
     case PairRows::kOtherOnly:
-      if (!GuardInsert("updatemaster", 11)) return kHeartbeatStopped;
-      Clust.status = kStatusActive;
-      Trace("_xupdatemaster(12): insert into %s with status=%d ...\n", master, Clust.status);
-      InsertClusterSql(master, Timemill, 0, Clust);
-      return kHeartbeatDone;
+      return InsertOwnRow("updatemaster", 11, master, 0, kStatusActive, kStatusActive);
     case PairRows::kNeither:
-      if (!GuardInsert("updatemaster", 13)) return kHeartbeatStopped;
-      Clust.status = kStatusActive;
-      Trace("_xupdatemaster(14): insert into %s with status=%d ...\n", master, Clust.status);
-      InsertClusterSql(master, Timemill, 0, Clust);
-      return kHeartbeatDone;
+      return InsertOwnRow("updatemaster", 13, master, 0, kStatusActive, kStatusActive);
   }
   return kHeartbeatDone;
 }

@@ -41,11 +41,7 @@ int WriteOnMaster(int full, bool* written) {
       return kHeartbeatDone;
     }
     case OneRow::kMissing:
-      if (!GuardInsert("updatemember", 6)) return kHeartbeatStopped;
-      Clust.status = kStatusActive;
-      Trace("_xupdatemember(7): insert into %s with status=%d ...\n", master, Clust.status);
-      InsertClusterSql(master, Timemill, 0, Clust);
-      return kHeartbeatDone;
+      return InsertOwnRow("updatemember", 6, master, 0, kStatusActive, kStatusActive);
     case OneRow::kDuplicates:
       std::printf("Multiple %s found at CheckCluster on Master\n", host);
       LogError("updatemember(8) multiple %s found on Master\n", host);
@@ -82,11 +78,7 @@ int WriteOnSlave(int full, bool writtenOnMaster) {
       return kHeartbeatDone;
     }
     case OneRow::kMissing:
-      if (!GuardInsert("updatemember", 10)) return kHeartbeatStopped;
-      Clust.status = kStatusActive;
-      Trace("_xupdatemember(11): insert into %s with status=%d ...\n", slave, Clust.status);
-      InsertClusterSql(slave, Timemill, 1, Clust);
-      return kHeartbeatDone;
+      return InsertOwnRow("updatemember", 10, slave, 1, kStatusActive, kStatusActive);
     case OneRow::kDuplicates:
       std::printf("Multiple %s found on Slave\n", host);
       LogError("updatemember(12) multiple %s found on slave\n", host);

@@ -58,11 +58,7 @@ int WritePairOnMaster(int full) {
     UpdateClusterSql(SlaveAddr(), ClustsOnMaster, 1, withlastwrite, full, 1);
     return kHeartbeatDone;
   }
-  if (!GuardInsert("updateslave", 6)) return kHeartbeatStopped;
-  Clust.status = Ms.status;
-  Trace("_xupdateslave(7): insert into %s with status=%d ...\n", SlaveAddr(), Clust.status);
-  InsertClusterSql(SlaveAddr(), Timemill, 1, Clust);
-  return kHeartbeatDone;
+  return InsertOwnRow("updateslave", 6, SlaveAddr(), 1, Ms.status, Ms.status);
 }
 
 // The master's database holds only the slave's row.
@@ -78,11 +74,7 @@ int WriteOwnOnlyOnMaster(int full) {
     UpdateClusterSql(SlaveAddr(), ClustsOnMaster, 0, 0, full, 1);
     return kHeartbeatDone;
   }
-  if (!GuardInsert("updateslave", 8)) return kHeartbeatStopped;
-  Trace("_xupdateslave(9): insert into %s with status=%d ...\n", SlaveAddr(), Clust.status);
-  Clust.status = kStatusActive;
-  InsertClusterSql(SlaveAddr(), Timemill, 1, Clust);
-  return kHeartbeatDone;
+  return InsertOwnRow("updateslave", 8, SlaveAddr(), 1, kStatusActive, Clust.status);
 }
 
 int WriteWithMaster(int full) {
@@ -96,18 +88,14 @@ int WriteWithMaster(int full) {
       return WriteOwnOnlyOnMaster(full);
     case PairRows::kOtherOnly:
       // The slave's database is not read first: the master's side alone says the row is new.
-      if (!GuardInsert("updateslave", 10)) return kHeartbeatStopped;
-      Trace("_xupdateslave(11): insert into %s with status=%d ...\n", MasterAddr(), Clust.status);
-      Clust.status = kStatusActive;
-      InsertClusterSql(MasterAddr(), Timemill, 0, Clust);
+      if (InsertOwnRow("updateslave", 10, MasterAddr(), 0, kStatusActive, Clust.status) !=
+          kHeartbeatDone) {
+        return kHeartbeatStopped;
+      }
       InsertClusterSql(SlaveAddr(), Timemill, 1, Clust);
       return kHeartbeatDone;
     case PairRows::kNeither:
-      if (!GuardInsert("updateslave", 12)) return kHeartbeatStopped;
-      Trace("_xupdateslave(13): insert into %s with status=%d ...\n", MasterAddr(), Clust.status);
-      Clust.status = kStatusActive;
-      InsertClusterSql(MasterAddr(), Timemill, 0, Clust);
-      return kHeartbeatDone;
+      return InsertOwnRow("updateslave", 12, MasterAddr(), 0, kStatusActive, Clust.status);
   }
   return kHeartbeatDone;
 }

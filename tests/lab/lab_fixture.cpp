@@ -1,9 +1,6 @@
 #include "lab/lab_fixture.h"
 
-#include <regex.h>
-
-#include <fstream>
-#include <sstream>
+#include <filesystem>
 
 namespace qorlab {
 
@@ -12,11 +9,7 @@ namespace {
 // The test's name, cut short: the lab's socket paths must stay within 107 characters.
 std::string TestDir() {
   const ::testing::TestInfo* t = ::testing::UnitTest::GetInstance()->current_test_info();
-  std::string name = std::string(t->name()).substr(0, 24);
-  for (char& c : name) {
-    if (c == '/') c = '_';
-  }
-  return std::string(QOR_LAB_TEST_DIR) + "/" + name;
+  return std::string(QOR_LAB_TEST_DIR) + "/" + std::string(t->name()).substr(0, 24);
 }
 
 }  // namespace
@@ -25,14 +18,6 @@ std::string TestDir() {
   std::string why = NotAllActive(lab, db);
   if (why.empty()) return ::testing::AssertionSuccess();
   return ::testing::AssertionFailure() << why;
-}
-
-bool FullMatch(const std::string& text, const std::string& ere) {
-  regex_t re;
-  if (regcomp(&re, ("^(" + ere + ")$").c_str(), REG_EXTENDED | REG_NOSUB) != 0) return false;
-  bool ok = regexec(&re, text.c_str(), 0, nullptr, 0) == 0;
-  regfree(&re);
-  return ok;
 }
 
 bool Moves(const Lab& lab, int db, const std::string& hostname, int seconds) {
@@ -71,10 +56,9 @@ void LabCluster::TearDown() {
     return ::testing::AssertionFailure() << "no daemon to stop";
   }
   exe.pop_back();
-  std::ifstream so(QOR_LAB_FAST_SLEEP, std::ios::binary);
-  std::stringstream bytes;
-  bytes << so.rdbuf();
-  lab.Host(i).Write("qorbin/lab-fast-sleep.so", bytes.str());
+  std::filesystem::copy_file(QOR_LAB_FAST_SLEEP,
+                             lab.Host(i).dir() + "/qor/qorbin/lab-fast-sleep.so",
+                             std::filesystem::copy_options::overwrite_existing);
   // A sanitizer's runtime wants to be loaded first; the preloaded library comes before it.
   RunResult r =
       lab.Host(i).Enter({"/usr/bin/env", "LD_PRELOAD=/var/www/html/qor/qorbin/lab-fast-sleep.so",

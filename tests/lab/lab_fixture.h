@@ -3,13 +3,10 @@
 // cluster is not as expected.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdint>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "lab/cluster_view.h"
 #include "lab/lab.h"
@@ -22,9 +19,6 @@ constexpr int kMember2 = 3;
 // Success when database db holds exactly one active row per host of the lab, each with its
 // host's name, address, role and role code; otherwise what differs.
 ::testing::AssertionResult AllActive(const Lab& lab, int db);
-
-// True when the whole of text matches the POSIX extended regular expression ere.
-bool FullMatch(const std::string& text, const std::string& ere);
 
 // True when host i's syslog holds a message text that begins with prefix.
 inline bool Logged(Lab& lab, int i, const std::string& prefix) {

@@ -2,12 +2,13 @@
 // with the slave's server silent, the slave with the master's silent and no master row, a member's
 // copies on the slave, its template request and the row guard. Joining, a database behind and
 // partitions are the lab's.
+#include "membership/heartbeat.h"
+
 #include <string>
 #include <vector>
 
-#include "store_fixture.h"
-#include "membership/heartbeat.h"
 #include "store/cluster_query.h"
+#include "store_fixture.h"
 
 namespace qortest {
 namespace {

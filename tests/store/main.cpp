@@ -1,10 +1,8 @@
 // The store suite runs in a private mount namespace of its own whose /dev/log is a catcher, so
 // that tests can assert what the store logs.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 
 #include "lab/syslog_catcher.h"
 #include "lab/temp_dir.h"

@@ -9,8 +9,8 @@
 
 #include "base/paths.h"
 #include "config/qorconf.h"
-#include "store_fixture.h"
 #include "membership/nodedown.h"
+#include "store_fixture.h"
 
 namespace qortest {
 namespace {
@@ -78,7 +78,8 @@ TEST_F(StoreMonitor, MasterMarksSilentRowsInBothDatabasesUnderEachDatabasesId) {
   for (const std::string& l : logs) {
     if (l.rfind("Detected_1 that gone(10.0.0.9)<", 0) != 0) continue;
     EXPECT_NE(l.find("> has not been updated for more than 15 seconds since the current time<"),
-              std::string::npos) << l;
+              std::string::npos)
+        << l;
   }
   EXPECT_EQ(Logged(logs,
                    "DB_OLD_STAT_4: shost(127.0.0.2) is now DB_OLD_STAT(127.0.0.1:5000 > "

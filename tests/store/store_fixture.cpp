@@ -77,7 +77,6 @@ std::vector<std::string> Pinged(const std::vector<std::string>& commands) {
   return addresses;
 }
 
-
 std::string InsertRows(const std::vector<Row>& rows) {
   std::string sql =
       "insert into clusters (hostname, ipaddress, role, role_id, status, cpucores, cpuloadavgpp, "
@@ -85,11 +84,11 @@ std::string InsertRows(const std::vector<Row>& rows) {
   for (size_t i = 0; i < rows.size(); ++i) {
     const Row& r = rows[i];
     sql += (i ? ", ('" : "('") + r.hostname + "', '" + r.ipaddress + "', '" + r.role + "', " +
-           std::to_string(qor::RoleIdOf(r.role.c_str())) + ", " + std::to_string(r.status) +
-           ", " + std::to_string(r.cpucores) + ", " + r.cpuloadavgpp + ", " +
-           std::to_string(r.last_writemill) + ", now() - interval " +
-           std::to_string(r.silentFor) + " second, " + std::to_string(r.tpl_syncmill) + ", " +
-           std::to_string(r.tpl_updatemill) + ", " + std::to_string(r.tpl_syncstate) + ")";
+           std::to_string(qor::RoleIdOf(r.role.c_str())) + ", " + std::to_string(r.status) + ", " +
+           std::to_string(r.cpucores) + ", " + r.cpuloadavgpp + ", " +
+           std::to_string(r.last_writemill) + ", now() - interval " + std::to_string(r.silentFor) +
+           " second, " + std::to_string(r.tpl_syncmill) + ", " + std::to_string(r.tpl_updatemill) +
+           ", " + std::to_string(r.tpl_syncstate) + ")";
   }
   return sql + ";";
 }

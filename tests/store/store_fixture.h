@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "lab/syslog_catcher.h"
 #include "store/clust_record.h"
 #include "support/store_env.h"
-#include "lab/syslog_catcher.h"
 
 namespace qortest {
 

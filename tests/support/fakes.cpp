@@ -55,11 +55,8 @@ std::string Describe(const qor::ClustRecord& r) {
 
 bool FakeShell::Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) {
   commands.push_back(command);
-  lineMaxes.push_back(lineMax);
   std::string run = command;
   if (real && real(run)) return qor::PopenShell().Run(run.c_str(), lineMax, seconds, sink);
-  if (!startable) return false;
-  if (static_cast<int>(commands.size()) < answerFrom) return true;
   for (size_t pos = 0; pos < output.size();) {
     size_t nl = output.find('\n', pos);
     size_t n = std::min(nl == std::string::npos ? output.size() - pos : nl - pos + 1, lineMax - 1);

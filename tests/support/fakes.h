@@ -17,10 +17,8 @@ qor::ClustRecord SampleRecord();
 // "id=… host=… …": every field of r, for comparing whole records.
 std::string Describe(const qor::ClustRecord& r);
 
-// Installed for its lifetime: records every command and line limit asked for and answers with
-// output in the pieces fgets would cut it into; from the answerFrom-th command on only, and never
-// when it cannot start. A command that real returns true for runs for real instead, as real
-// leaves it.
+// Installed for its lifetime: records every command and answers with output in the pieces fgets
+// would cut it into. A command that real returns true for runs for real instead, as real leaves it.
 class FakeShell : public qor::ShellRunner {
  public:
   explicit FakeShell(std::string out = "") : output(std::move(out)) { qor::SetShellRunner(this); }
@@ -28,11 +26,8 @@ class FakeShell : public qor::ShellRunner {
   bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) override;
 
   std::string output;
-  bool startable = true;
-  int answerFrom = 1;
   std::function<bool(std::string& command)> real;
   std::vector<std::string> commands;
-  std::vector<size_t> lineMaxes;
 };
 
 }  // namespace qortest

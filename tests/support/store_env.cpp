@@ -1,7 +1,6 @@
 #include "support/store_env.h"
 
 #include <gtest/gtest.h>
-#include <time.h>
 
 #include "config/qorconf.h"
 #include "lab/ns_host.h"

@@ -4,14 +4,13 @@
 // answering ping while every other command runs for real.
 #pragma once
 
-#include <cstdint>
 #include <set>
 #include <string>
 
-#include "support/fakes.h"
 #include "lab/ns_host.h"
 #include "lab/syslog_catcher.h"
 #include "lab/temp_dir.h"
+#include "support/fakes.h"
 
 namespace qortest {
 
