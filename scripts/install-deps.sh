@@ -18,6 +18,9 @@ PACKAGES=(
   passwd
   # nft, with which the lab drops a database's packets
   nftables
+  # the Debian package (dpkg-shlibdeps, and file, which CPack asks about each binary), the manual
+  # page's rendering, and the systemd that its test boots in a container to run the unit
+  dpkg-dev file man-db systemd systemd-container
 )
 if [ "${1:-}" = "--fuzz" ]; then
   PACKAGES+=(clang libclang-rt-dev)

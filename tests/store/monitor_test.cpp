@@ -127,5 +127,21 @@ TEST_F(StoreMonitor, SlaveJudgesAnAnsweringMasterFromTheMastersDatabase) {
                 Line({"lumodt_1", "127.0.0.2"}) + Line({"lumobr_3", "10.0.0.9"}));
 }
 
+// The slave, cut off from the master, leaves the sweep to a master its database shows active; with
+// itself the only active one there, it sweeps its database.
+TEST_F(StoreMonitor, SlaveSweepsOnlyWithoutAnActiveMaster) {
+  Become("slave");
+  qor::cnf.clustsweep = 30;
+  for (int master : {100, 200}) {
+    ResetTables();
+    Put("slave", {{"mhost", "127.0.0.1", "master", master},
+                  {host, "127.0.0.2", "slave"},
+                  {"old", "10.0.0.9", "member", 200, 0, "0", 0, 31 * 60}});
+    Connect({kMasterAddr});
+    qor::SweepCluster();
+    EXPECT_EQ(Sql("slave", "select count(*) from clusters;"), master == 100 ? "3\n" : "2\n");
+  }
+}
+
 }  // namespace
 }  // namespace qortest
