@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# The test budget: all test code (src/**/*_test.cpp and tests/, support included) may be at most a
-# third of the product code (src/ and lab/), counted in C/C++ lines that are neither blank nor
-# comment. Prints the figures; exits 1 when the tests are over the budget.
+# The test budget: all test code (src/**/*_test.cpp and tests/, support included, the shell tests
+# under tests/ too) may be at most a third of the product code (src/ and lab/), counted in lines
+# that are neither blank nor comment. Prints the figures; exits 1 when the tests are over the budget.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -19,8 +19,13 @@ count() {
 }
 sources() { find "$@" -type f \( -name '*.c' -o -name '*.cpp' -o -name '*.h' \) | sort; }
 
+# Lines of the shell scripts named on stdin that hold code: blank lines and # comments out.
+count_sh() { xargs -d '\n' cat | grep -cvE '^[[:space:]]*(#.*)?$' || true; }
+scripts() { find "$@" -type f -name '*.sh' | sort; }
+
 product=$( (sources src | grep -v '_test\.cpp$'; sources lab) | count)
-cases=$( (sources src | grep '_test\.cpp$'; sources tests | grep '_test\.cpp$') | count)
+cases=$(( $( (sources src | grep '_test\.cpp$'; sources tests | grep '_test\.cpp$') | count) \
+  + $(scripts tests | grep '_test\.sh$' | count_sh) ))
 support=$(sources tests | grep -v '_test\.cpp$' | count)
 tests=$((cases + support))
 echo "product code (src/, lab/): $product"

@@ -115,7 +115,7 @@ TEST_F(StoreClusterQuery, ColumnsConvertIntoTheRecord) {
   EXPECT_STREQ(ClustsTemp[1]->hostname.c_str(), "untouched");
 }
 
-TEST_F(StoreClusterQuery, OnlySixtyFourRowsAreStoredAndCounted) {
+TEST_F(StoreClusterQuery, OnlySixtyFourRowsAreStoredAndCountedFromOneFetch) {
   std::vector<Row> rows;
   for (int i = 0; i < 70; ++i) {
     char host[8];
@@ -124,8 +124,12 @@ TEST_F(StoreClusterQuery, OnlySixtyFourRowsAreStoredAndCounted) {
   }
   Sql("master", InsertRows(rows));
   Connect();
+  // The whole table comes in one fetch, not in a round trip per row.
+  auto fetches = [] { return Sql("master", "show global status like 'Com_stmt_fetch';"); };
+  const std::string before = fetches();
   ActInfo info;
   ASSERT_EQ(Select("-all", &info), qor::kDbOk);
+  EXPECT_EQ(std::stoi(fetches().substr(15)) - std::stoi(before.substr(15)), 1);
   EXPECT_EQ(info.count, 64);
   EXPECT_EQ(info.servers, 64);
   EXPECT_EQ(info.cores, 64);
