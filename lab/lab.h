@@ -28,6 +28,7 @@ struct LabOptions {
   std::string dir;        // the lab's directory, emptied at Up; under the build tree
   int hosts = 4;          // at least 2: master and slave, then members
   bool keep_logs = true;  // Down leaves dir/logs (syslog and stand-in call files) in place
+  bool fast = false;      // StartDaemons starts each daemon as StartDaemon(i, true) does
 };
 
 struct LabHost {
@@ -98,6 +99,10 @@ class Lab {
   RunResult Shell(int i, const std::string& command, int timeout_sec = 30);
   // `qorclustd -start_boot` on every host; an error text naming the hosts that refused.
   std::string StartDaemons();
+  // `qorclustd -start_boot` on host i; fast: with the pause after each cycle cut to a twentieth
+  // (fast_sleep.cpp), so that re-checks come every few seconds and the slow work (template pulls,
+  // sweeps, profile synchronisations, every 150 cycles) after about half a minute.
+  RunResult StartDaemon(int i, bool fast);
 
   // Host i's syslog: the file, and the message texts it holds so far.
   std::string SyslogPath(int i) const;

@@ -1,9 +1,12 @@
 // qorlab: the cluster lab for operators.
 //
 //   qorlab demo [--dir D] [--every S]  lab up, daemons started, `qorclustd -l` from the master
-//   every
-//                                      S seconds (5) until Ctrl-C or SIGTERM; then all torn down
+//                                      every S seconds (5) until Ctrl-C or SIGTERM; then all
+//                                      torn down
 //   qorlab up [--dir D]                the same lab kept up by a background process, then returns
+//     --members N                      N members (2; 1 to 62) besides the master and the slave
+//     --fast                           each cycle's pause cut to a twentieth: re-checks every few
+//                                      seconds, slow work (pulls, sweeps) every half minute
 //   qorlab down [--dir D]              ends the background process, which tears the lab down
 //   qorlab run HOST CMD [ARGS..]       CMD inside HOST (its name, role or number); qorclustd is on
 //                                      the PATH there, and D is at /run/lab
@@ -364,7 +367,8 @@ int Link(const std::string& dir, const std::string& which, bool up) {
 
 int Usage() {
   std::fprintf(stderr,
-               "usage: qorlab demo [--dir D] [--every S] | up [--dir D] | down [--dir D]\n"
+               "usage: qorlab demo [--dir D] [--every S] [--members N] [--fast] | down [--dir D]\n"
+               "       qorlab up [--dir D] [--members N] [--fast]\n"
                "       qorlab [--dir D] run HOST CMD [ARGS..] | cut HOST | restore HOST\n");
   return 2;
 }
@@ -374,6 +378,7 @@ int Usage() {
 int main(int argc, char** argv) {
   std::string dir = QOR_LAB_DIR;
   int every = 5;
+  qorlab::LabOptions opts;
   std::vector<char*> words;
   int i = 1;
   for (; i < argc; ++i) {
@@ -382,6 +387,13 @@ int main(int argc, char** argv) {
       dir = argv[++i];
     } else if (a == "--every" && i + 1 < argc) {
       every = std::max(1, std::atoi(argv[++i]));
+    } else if (a == "--members" && i + 1 < argc) {
+      // Up to 62 members: with the master and the slave, the 64 rows the table holds.
+      int members = std::atoi(argv[++i]);
+      if (members < 1 || members > 62) return Usage();
+      opts.hosts = members + 2;
+    } else if (a == "--fast") {
+      opts.fast = true;
     } else {
       words.push_back(argv[i]);
       // Everything after the host of run belongs to the command.
@@ -401,7 +413,6 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "qorlab: a lab is already up in %s; qorlab down first\n", dir.c_str());
       return 1;
     }
-    qorlab::LabOptions opts;
     opts.dir = dir;
     Lab lab(opts);
     return cmd == "demo" ? Demo(lab, every) : Up(lab);

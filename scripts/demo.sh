@@ -9,6 +9,8 @@
 #
 #   bash scripts/demo.sh                        the live listing until Ctrl-C
 #   bash scripts/demo.sh --keep                 leaves the lab up, prints how to use it, returns
+#     either with --members N (2; up to 62) and --fast (each cycle's pause a twentieth, so the
+#     slow work of the daemons, template pulls and sweeps, comes every half minute)
 #   bash scripts/demo.sh --on HOST CMD [ARGS..] CMD on a host of the kept lab, e.g. qorclustd -l
 #   bash scripts/demo.sh --cut HOST | --restore HOST   pulls or plugs a host's link
 #   bash scripts/demo.sh --down                 tears the kept lab down
@@ -39,14 +41,27 @@ built() {
   echo "$dir/qorlab/qorlab"
 }
 
-case "${1:-}" in
-  "")
-    qorlab="$(build)/qorlab/qorlab"
-    # qorlab catches Ctrl-C and SIGTERM itself and takes the whole lab down before it ends.
-    exec "$qorlab" demo ;;
-  --keep)
-    qorlab="$(build)/qorlab/qorlab"
-    exec "$qorlab" up ;;
+# The lab's size and pace, for a demo or a kept lab.
+opts=()
+keep=
+while [ $# -gt 0 ]; do
+  case $1 in
+    --members) [ $# -ge 2 ] || { echo "usage: $0 --members N" >&2; exit 2; }
+      opts+=(--members "$2"); shift 2 ;;
+    --fast) opts+=(--fast); shift ;;
+    --keep) keep=1; shift ;;
+    *) break ;;
+  esac
+done
+if [ $# -eq 0 ]; then
+  qorlab="$(build)/qorlab/qorlab"
+  # qorlab catches Ctrl-C and SIGTERM itself and takes the whole lab down before it ends.
+  if [ -n "$keep" ]; then exec "$qorlab" up "${opts[@]}"; fi
+  exec "$qorlab" demo "${opts[@]}"
+fi
+[ -z "$keep" ] && [ ${#opts[@]} -eq 0 ] || { echo "usage: $0 [--keep] [--members N] [--fast]" >&2; exit 2; }
+
+case "$1" in
   --on)
     [ $# -ge 3 ] || { echo "usage: $0 --on HOST CMD [ARGS..]" >&2; exit 2; }
     qorlab=$(built)

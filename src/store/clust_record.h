@@ -31,10 +31,10 @@ constexpr int Maxcluster = 64;
 
 struct ClustRecord {
   int id = 0;
-  ClustText hostname;
-  ClustText ipaddress;
-  ClustText clusterid;
-  ClustText role;
+  ClustText hostname{};
+  ClustText ipaddress{};
+  ClustText clusterid{};
+  ClustText role{};
   int role_id = 0;
   int status = 0;
   double dbwrite_count = 0;
@@ -42,7 +42,7 @@ struct ClustRecord {
   int64_t tpl_updatemill = 0;
   int64_t tpl_syncmill = 0;
   int tpl_syncstate = 0;
-  ClustText cpuinfo;
+  ClustText cpuinfo{};
   int cpus = 0;
   int cpuphycores = 0;
   int cpucores = 0;
@@ -53,7 +53,7 @@ struct ClustRecord {
   double cpuutil = 0;
   double memutil = 0;
   double diskutil = 0;
-  ClustText qorver;
+  ClustText qorver{};
   int64_t updated_at = 0;  // seconds since the epoch
   int64_t qortimemill = 0;
 };

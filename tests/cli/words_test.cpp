@@ -119,29 +119,5 @@ TEST(CliWords, EachWordAnswersAndChangesWhatItShould) {
   ResetTables();
 }
 
-// The manual page names every word of the usage text, each alias after a "|" and each operand.
-TEST(CliWords, ManualPageNamesEveryWordOfTheUsage) {
-  RunResult man = RunProgram(
-      {"/usr/bin/env", "LANG=C", "MANWIDTH=500", "man", "-l", QOR_SOURCE_DIR "/doc/qorclustd.8"},
-      RunOptions{});
-  ASSERT_EQ(man.status, 0) << man.err;
-  auto named = [&](const std::string& w) { EXPECT_NE(man.out.find(w), std::string::npos) << w; };
-  std::istringstream usage(Usage());
-  std::string line, word;
-  std::getline(usage, line);
-  while (std::getline(usage, line)) {
-    size_t from = line.find("qorclustd ") + 10;
-    std::string words = line.substr(from, line.find('#') - from);
-    for (size_t bar; (bar = words.find(" | ")) != std::string::npos;) words.replace(bar, 3, "|");
-    for (std::istringstream in(words); in >> word;) {
-      for (size_t bar; (bar = word.find('|')) != std::string::npos;
-           word = "-" + word.substr(bar + 1)) {
-        named(word.substr(0, bar));
-      }
-      named(word[0] == '[' ? word.substr(1, word.size() - 2) : word);
-    }
-  }
-}
-
 }  // namespace
 }  // namespace qortest

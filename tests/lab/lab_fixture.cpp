@@ -1,7 +1,5 @@
 #include "lab/lab_fixture.h"
 
-#include <filesystem>
-
 namespace qorlab {
 
 namespace {
@@ -47,23 +45,9 @@ void LabCluster::TearDown() {
          << AllActive(lab_, kSlave).message();
 }
 
-// Stops host i's daemon and starts it again with the pause after each cycle cut to a twentieth
-// (fast_sleep.cpp): its slow work, due every 150 cycles, comes after about half a minute. The
-// daemon is started from the binary the stopped one ran.
 ::testing::AssertionResult RestartFast(Lab& lab, int i) {
-  std::string exe = lab.Shell(i, "readlink /proc/$(pgrep -x qorclustd)/exe").out;
-  if (exe.empty() || lab.Run(i, {"-stop"}).status != 0) {
-    return ::testing::AssertionFailure() << "no daemon to stop";
-  }
-  exe.pop_back();
-  std::filesystem::copy_file(QOR_LAB_FAST_SLEEP,
-                             lab.Host(i).dir() + "/qor/qorbin/lab-fast-sleep.so",
-                             std::filesystem::copy_options::overwrite_existing);
-  // A sanitizer's runtime wants to be loaded first; the preloaded library comes before it.
-  RunResult r =
-      lab.Host(i).Enter({"/usr/bin/env", "LD_PRELOAD=/var/www/html/qor/qorbin/lab-fast-sleep.so",
-                         "ASAN_OPTIONS=verify_asan_link_order=0", exe, "-start_boot"},
-                        RunOptions{});
+  if (lab.Run(i, {"-stop"}).status != 0) return ::testing::AssertionFailure() << "no daemon to stop";
+  RunResult r = lab.StartDaemon(i, true);
   if (r.status == 0) return ::testing::AssertionSuccess();
   return ::testing::AssertionFailure() << "-start_boot: " << r.status << " " << r.out << r.err;
 }

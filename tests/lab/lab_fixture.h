@@ -28,8 +28,7 @@ inline bool Logged(Lab& lab, int i, const std::string& prefix) {
 // True when the row of hostname in database db is written again within seconds from now.
 bool Moves(const Lab& lab, int db, const std::string& hostname, int seconds);
 
-// Stops host i's daemon and starts it again with the pause after each cycle cut to a twentieth,
-// so that its re-checks and slow work come within seconds.
+// Stops host i's daemon and starts it again fast (Lab::StartDaemon).
 ::testing::AssertionResult RestartFast(Lab& lab, int i);
 
 class LabCluster : public ::testing::Test {

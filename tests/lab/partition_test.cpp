@@ -4,7 +4,6 @@
 // back.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <string>
 
 #include "lab/lab_fixture.h"
@@ -48,20 +47,9 @@ TEST_F(LabPartition, MembersKeepTheMasterCurrentAndCatchUpOnTheSlave) {
         }))
         << lab_.Info(m).name << " did not notice the slave's link going";
   }
-  // From here on nothing reaches the slave's database.
-  std::this_thread::sleep_for(std::chrono::seconds(1));
-  ClusterRow onSlave[2] = {RowOf(lab_, kSlave, members[0]), RowOf(lab_, kSlave, members[1])};
   for (const std::string& m : members) {
     EXPECT_TRUE(Moves(lab_, kMaster, m, 20)) << m << " stopped writing the master's database";
   }
-  // The cut-off slave's own monitor marks the silent members there (200, stamped); only a
-  // member's write would leave a row active with a later stamp.
-  for (int k = 0; k < 2; ++k) {
-    ClusterRow r = RowOf(lab_, kSlave, members[k]);
-    EXPECT_TRUE(r.updated_at == onSlave[k].updated_at || r.status != 100)
-        << members[k] << " reached the slave's database through a pulled link";
-  }
-
   ASSERT_TRUE(lab_.Restore(kSlave));
   int64_t back = ReadRows(lab_, kSlave).at(0).now;
   for (const std::string& m : members) {

@@ -18,24 +18,19 @@ namespace fs = std::filesystem;
 
 using LabReplication = LabCluster;
 
-struct Tpl {
-  int state = -1;
-  int64_t syncmill = -1;
-};
-
-Tpl TplOf(const Lab& lab, int db, const std::string& hostname) {
-  std::istringstream in(lab.Sql(
-      db, "select tpl_syncstate, tpl_syncmill from clusters where hostname='" + hostname + "';"));
-  Tpl t;
-  in >> t.state >> t.syncmill;
-  return t;
+// Host i's template state and the time its copy was recorded as pulled, in database db.
+std::string TplOf(const Lab& lab, int db, int i) {
+  return lab.Sql(db, "select tpl_syncstate, tpl_syncmill from clusters where hostname='" +
+                         lab.Info(i).name + "';");
 }
 
 // Host i's template copy recorded as pulled at or after since, in both databases.
 bool Synced(const Lab& lab, int i, int64_t since) {
   for (int db : {kMaster, kSlave}) {
-    Tpl t = TplOf(lab, db, lab.Info(i).name);
-    if (t.state != 100 || t.syncmill < since) return false;
+    std::istringstream in(TplOf(lab, db, i));
+    int state = -1;
+    int64_t syncmill = -1;
+    if (!(in >> state >> syncmill) || state != 100 || syncmill < since) return false;
   }
   return true;
 }
@@ -95,8 +90,7 @@ TEST_F(LabReplication, MasterTemplateChangeReachesEveryServerThroughTheLoop) {
   for (int i : pullers) {
     const std::string& name = lab_.Info(i).name;
     EXPECT_TRUE(WaitFor(15, [&] { return Synced(lab_, i, mark); }))
-        << name << ": " << TplOf(lab_, kMaster, name).state << " / "
-        << TplOf(lab_, kSlave, name).state;
+        << name << ": " << TplOf(lab_, kMaster, i) << " / " << TplOf(lab_, kSlave, i);
     EXPECT_TRUE(Has(lab_, i, "qortemplates/added.tpl")) << name;
     EXPECT_TRUE(Has(lab_, i, "qortemplates/qortemplates.txt")) << name;
     EXPECT_TRUE(Logged(lab_, i, "slave/member rsync started")) << name;

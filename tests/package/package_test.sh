@@ -28,12 +28,16 @@ cp "$2" "$r/qorclustd.deb"
 chroot "$r" dpkg -i /qorclustd.deb >/dev/null
 [ "$(chroot "$r" qorclustd -v)" = 4.0.16 ] || fail "qorclustd -v: $(chroot "$r" qorclustd -v)"
 [ "$(chroot "$r" qorclustd | head -n 1)" = "qorclustd 4.0.16 2022/10/03" ] || fail "no usage text"
-for f in /usr/sbin/qorclustd /usr/share/man/man8/qorclustd.8.gz /usr/share/qorclustd/schema.sql \
-  /usr/share/qorclustd/qorconf.example /usr/lib/systemd/system/qorclustd.service; do
-  chroot "$r" dpkg -S "$f" >/dev/null || fail "$f is not the package's"
-done
+chroot "$r" dpkg -L qorclustd | grep -qx /usr/share/qorclustd/schema.sql || fail "no schema"
 chroot "$r" systemd-analyze verify qorclustd.service || fail "systemd finds fault with the unit"
-chroot "$r" man -l /usr/share/man/man8/qorclustd.8.gz 2>&1 >/dev/null | grep . && fail "man warns"
+page=$(LANG=C MANWIDTH=500 chroot "$r" man -l /usr/share/man/man8/qorclustd.8.gz 2>"$1/man.err")
+[ ! -s "$1/man.err" ] || fail "man warns: $(cat "$1/man.err")"
+# The manual page names every word of the usage text: each alias after a "|" and each operand.
+set -f
+for w in $(chroot "$r" qorclustd | sed '1d; s/^.*qorclustd //; s/#.*//; s/ | /|/g; s/|/ -/g; s/[][]//g'); do
+  grep -qF -- "$w" <<<"$page" || fail "the manual page lacks $w"
+done
+set +f
 
 # The unit under a systemd of its own: this root booted in a container with a network of its own
 # and a member's configuration whose master and slave do not answer, so the daemon just cycles.

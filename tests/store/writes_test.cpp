@@ -71,8 +71,12 @@ TEST_F(StoreWrites, UpdateFormsChangeTheirColumns) {
                {0, 0, "old\t100\t1111\t3333\t300\t1\t1.24\t0.07\t9\t0.10\t1.0\t1\n"}};
   for (const auto& c : cases) {
     Seed({"old", "other"});
-    qor::ClustRecord rec = SampleRecord();
-    rec.id = 3;
+    // Each written column a value of its own; 1.236 rounds up in "%0.2f", 0.075 (just below in
+    // binary) down.
+    qor::ClustRecord rec{.id = 3, .hostname = "node-1", .role_id = 55, .status = 100,
+                         .last_writemill = 1700000000123, .tpl_syncmill = 1700000000789,
+                         .tpl_syncstate = 300, .cpus = 2, .cpuphycores = 8, .cpucores = 16,
+                         .cpuloadavg = 1.236, .cpuloadavgpp = 0.075, .containers = 9};
     qor::ClustRecord* records[] = {&rec};
     EXPECT_EQ(qor::UpdateClusterSql(kMasterAddr, records, 0, c.withlastwrite, c.full, 0), 0);
     EXPECT_EQ(Sql("master", kCols), c.row + Seeded("other")) << c.withlastwrite << c.full;

@@ -1,5 +1,5 @@
-// Stand-ins shared by the unit and store tests: a record with every field set, a text of every
-// field for comparing whole records, and a shell runner that answers from a script.
+// Stand-ins shared by the unit and store tests: a text of every field of a record, for comparing
+// whole records, and a shell runner that answers from a script.
 #pragma once
 
 #include <functional>
@@ -11,9 +11,6 @@
 
 namespace qortest {
 
-// Every field set, each to a value of its own (no two numbers alike), so that a field copied,
-// swapped or dropped shows in a comparison.
-qor::ClustRecord SampleRecord();
 // "id=… host=… …": every field of r, for comparing whole records.
 std::string Describe(const qor::ClustRecord& r);
 
@@ -28,6 +25,7 @@ class FakeShell : public qor::ShellRunner {
   std::string output;
   std::function<bool(std::string& command)> real;
   std::vector<std::string> commands;
+  std::vector<int> bounds;  // the seconds each command was given
 };
 
 }  // namespace qortest
