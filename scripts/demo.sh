@@ -75,6 +75,6 @@ case "$1" in
     qorlab=$(built)
     exec "$qorlab" down ;;
   *)
-    sed -n '2,20p' "$0" >&2
+    sed -n '2,19p' "$0" >&2
     exit 2 ;;
 esac
