@@ -337,6 +337,8 @@ RunResult Lab::StartDaemon(int i, bool fast) {
   std::error_code ec;
   fs::copy_file(QOR_LAB_FAST_SLEEP, Host(i).dir() + "/qor/qorbin/lab-fast-sleep.so",
                 fs::copy_options::overwrite_existing, ec);
+  // The loader only warns about a preload it cannot find: the daemon would run at full pace.
+  if (ec) return RunResult{1, "", "cannot copy the fast-pace library: " + ec.message(), {}, {}};
   // A sanitizer's runtime wants to be loaded first; the preloaded library comes before it.
   return Host(i).Enter({"/usr/bin/env", "LD_PRELOAD=/var/www/html/qor/qorbin/lab-fast-sleep.so",
                         "ASAN_OPTIONS=verify_asan_link_order=0", kInstalledQorclustd,

@@ -4,7 +4,7 @@
  * takes over the database client library's connect, for the pool's connections and for the
  * client library's own reconnects alike: each connection gets connect, read and write timeouts
  * and a wait function of ours, through which every wait for its server passes. It also makes the
-pool's cursors fetch many rows per round trip (mysql_stmt_attr_set below).
+ * pool's cursors fetch many rows per round trip (mysql_stmt_attr_set below).
  *
  * Waits are charged to the call under way, which zdb_boundary.c brackets with qz_wait_begin and
  * qz_wait_end: all its waits together end QZ_WAIT_SECONDS after it began, however many
