@@ -8,6 +8,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -23,6 +25,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kBridge = "br0";
+// Daemons started at once by StartDaemons.
+constexpr int kParallelStarts = 8;
 
 RunResult RootShell(const std::string& command, int timeout_sec = 30) {
   RunOptions opts;
@@ -324,10 +328,20 @@ RunResult Lab::Shell(int i, const std::string& command, int timeout_sec) {
 }
 
 std::string Lab::StartDaemons() {
+  // A start waits mostly for its turn at the processors among the daemons already running, so
+  // a few at a time bring 64 hosts up in seconds instead of minutes; each thread enters only the
+  // hosts it took, and a host's state is touched by no one else meanwhile.
+  std::vector<int> status(size(), -1);
+  std::atomic<int> next{0};
+  auto starter = [&] {
+    for (int i = next++; i < size(); i = next++) status[i] = StartDaemon(i, opts_.fast).status;
+  };
+  std::vector<std::thread> starters;
+  for (int t = 0; t < std::min(kParallelStarts, size()); ++t) starters.emplace_back(starter);
+  for (std::thread& t : starters) t.join();
   std::string refused;
   for (int i = 0; i < size(); ++i) {
-    RunResult r = StartDaemon(i, opts_.fast);
-    if (r.status != 0) refused += " " + info_[i].name + "(" + std::to_string(r.status) + ")";
+    if (status[i] != 0) refused += " " + info_[i].name + "(" + std::to_string(status[i]) + ")";
   }
   return refused.empty() ? "" : "-start_boot refused on" + refused;
 }

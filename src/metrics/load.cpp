@@ -70,7 +70,7 @@ float WeightLoadPerProc(float loadavgpp, int n, const Cnf& conf) {
 }
 
 int GetCpuData() {
-  GetCpuinfo();
+  RefreshCpuinfo();
   getcpuloadavgpp(Cpu.phycores, &Cpu.loadavg, &Cpu.loadavgpp);
   // Checked before the lumo count so that a server taken out of the choice queries nothing.
   if (cnf.clustrate <= 0.0f) {
