@@ -1,10 +1,12 @@
 // One host's daemon cycle in the running lab, measured in place of that host's daemon while the
 // other hosts' daemons run: the work time of each cycle (top to sleep) with the daemon's own
-// 2-second sleep between cycles, the pipelines each cycle starts and the processes they spawn.
+// 2-second sleep between cycles, the processor time each cycle takes (its own and that of the
+// commands it runs), the pipelines each cycle starts and the processes they spawn.
 // The host's role comes from its configuration, as for the daemon. Processes are counted with the
 // pid counter of the host's own pid namespace, read around each pipeline, so that threads the
 // host's database server starts in between are not counted.
 // Usage (inside a lab host whose daemon is stopped): lab_cycle_bench [CYCLES]
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -52,6 +54,17 @@ class CountingShell : public qor::ShellRunner {
   long processes = 0;
 };
 
+// Processor time used so far by this process and by its ended children, in milliseconds.
+double CpuMs() {
+  double ms = 0;
+  for (int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
+    rusage u{};
+    getrusage(who, &u);
+    for (const timeval& t : {u.ru_utime, u.ru_stime}) ms += t.tv_sec * 1e3 + t.tv_usec / 1e3;
+  }
+  return ms;
+}
+
 const char* RoleName(int role) {
   return role == qor::kRoleMaster   ? "master"
          : role == qor::kRoleSlave  ? "slave"
@@ -94,11 +107,14 @@ int main(int argc, char** argv) {
   CountingShell shell;
   qor::SetShellRunner(&shell);
   std::vector<double> ms;
+  double cpu = 0;
   for (int i = 0; i < cycles; ++i) {
     auto t0 = std::chrono::steady_clock::now();
+    double c0 = CpuMs();
     if (qor::DaemonCycle(state) != 0) break;
     ms.push_back(
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count());
+    cpu += CpuMs() - c0;
     sleep(static_cast<unsigned>(qor::Interval));
   }
   qor::SetShellRunner(nullptr);
@@ -109,8 +125,8 @@ int main(int argc, char** argv) {
   std::sort(sorted.begin(), sorted.end());
   std::printf(
       "%s (%s): cycle work time over %zu cycles: median %.1f ms, max %.1f ms; per cycle "
-      "%.2f pipelines, %.2f processes\n",
+      "%.1f ms of processor time (commands included), %.2f pipelines, %.2f processes\n",
       RoleName(qor::ClustRole), hostname, ms.size(), sorted[sorted.size() / 2], sorted.back(),
-      static_cast<double>(shell.pipelines) / n, static_cast<double>(shell.processes) / n);
+      cpu / n, static_cast<double>(shell.pipelines) / n, static_cast<double>(shell.processes) / n);
   return 0;
 }

@@ -4,7 +4,8 @@
 // when found and the length of the slave's cycles while it pings the silent master. Members are
 // killed in turn and started again; the master's link is restored after each cut. The moments of
 // kill and cut are spread over the daemons' 2-second cycle.
-// Usage: lab_failover_bench DIR [KILLS] [CUTS]   (10 and 5; about 30 s a kill and a minute a cut)
+// Usage: lab_failover_bench DIR [KILLS] [CUTS] [MEMBERS]   (10, 5 and 2 members; about 30 s a
+// kill and a minute a cut)
 // Needs root; DIR is emptied.
 #include <algorithm>
 #include <chrono>
@@ -159,12 +160,13 @@ CutFigures MasterCuts(Lab& lab, int cuts) {
 
 int main(int argc, char** argv) {
   if (argc < 2) {
-    std::fprintf(stderr, "usage: lab_failover_bench DIR [KILLS] [CUTS]\n");
+    std::fprintf(stderr, "usage: lab_failover_bench DIR [KILLS] [CUTS] [MEMBERS]\n");
     return 2;
   }
   int kills = argc > 2 ? std::max(0, std::atoi(argv[2])) : 10;
   int cuts = argc > 3 ? std::max(0, std::atoi(argv[3])) : 5;
-  Lab lab(qorlab::LabOptions{argv[1], 4, true});
+  int members = argc > 4 ? std::clamp(std::atoi(argv[4]), 1, 62) : 2;
+  Lab lab(qorlab::LabOptions{argv[1], members + 2, true});
   if (!labfigures::UpWithDaemons(lab, "lab_failover_bench")) return 1;
   std::vector<double> kill = MemberKills(lab, kills);
   CutFigures cut = MasterCuts(lab, cuts);

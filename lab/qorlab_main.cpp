@@ -26,6 +26,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -128,6 +129,34 @@ void PrintHosts(const Lab& lab) {
   }
 }
 
+// A number from a "Name:  value" line of /proc/PID/status; 0 when there is none.
+long StatusValue(pid_t pid, const std::string& name) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(in, line);) {
+    if (line.compare(0, name.size() + 1, name + ":") == 0) return std::atol(line.c_str() + name.size() + 1);
+  }
+  return 0;
+}
+
+long Entries(const std::string& dir) {
+  std::error_code ec;
+  auto it = std::filesystem::directory_iterator(dir, ec);
+  return ec ? 0 : std::distance(it, std::filesystem::directory_iterator());
+}
+
+// What the hosts cost this machine beyond what runs inside them: each host's pid 1 (its memory of
+// its own, the pages it shares with this program left out), and this program's threads and open
+// descriptors (mostly a syslog catcher per host).
+void PrintCost(const Lab& lab) {
+  std::vector<pid_t> holders = lab.Holders();
+  long own = 0;
+  for (pid_t pid : holders) own += StatusValue(pid, "RssAnon");
+  std::printf("the lab costs this machine: %zu namespace holders (the bridge's, then one per host) "
+              "with %ld KiB of memory of their own in all; %ld threads and %ld open descriptors "
+              "in qorlab\n",
+              holders.size(), own, StatusValue(getpid(), "Threads"), Entries("/proc/self/fd"));
+}
+
 // How long the bring-up waits for the daemons to fill both databases: a few cycles.
 constexpr int kJoinSeconds = 30;
 
@@ -163,6 +192,7 @@ bool Bring(Lab& lab) {
                 missing.c_str());
   }
   PrintHosts(lab);
+  PrintCost(lab);
   return true;
 }
 

@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
-# Figures of the running four-host lab: how long it takes to come up and to go away, each role's
-# cycle work time (median and maximum over CYCLES cycles, with the daemon's 2-second sleep between
-# cycles) and the processes each cycle spawns, and the statements per second each MariaDB server
-# gets from the four daemons (SHOW GLOBAL STATUS counters over 60 seconds).
+# Figures of the running lab: how long it takes to come up and to go away, the statements and
+# round trips per second each MariaDB server gets from all the daemons (its own SHOW GLOBAL STATUS
+# counters over 60 seconds), every daemon's resident memory, then each role's cycle work time
+# (median and maximum over CYCLES cycles, with the daemon's 2-second sleep between cycles), the
+# processor time per cycle and the processes each cycle spawns.
 # The cycle figures come from bench/lab_cycle_bench, run inside the master, the slave and a member
-# in place of their daemons while the other member's daemon runs.
-# Usage: labbench.sh [CYCLES]   (100; takes about 2 s per cycle plus 90 s). Needs root.
+# in place of their daemons while the other members' daemons run.
+# Usage: labbench.sh [CYCLES] [--members N]   (100 cycles, 2 members besides the master and the
+#   slave, up to 62; takes about 2 s per cycle plus 90 s). Needs root.
 #        labbench.sh --stall [SECONDS]   instead, only the longest stall of the other daemons'
 #   cycles while the master's database gets no packets for SECONDS (60): port 3306 dropped in the
 #   master's host at an arbitrary moment of the cycles, so that a statement under way, or the
@@ -15,12 +17,15 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 stall=
-if [ "${1:-}" = "--stall" ]; then
-  stall=${2:-60}
-  cycles=0
-else
-  cycles=${1:-100}
-fi
+cycles=100
+members=2
+while [ $# -gt 0 ]; do
+  case $1 in
+    --stall) stall=60; cycles=0; if [[ ${2:-} =~ ^[0-9]+$ ]]; then stall=$2; shift; fi; shift ;;
+    --members) members=$2; shift 2 ;;
+    *) cycles=$1; shift ;;
+  esac
+done
 bash "$root/scripts/install-deps.sh"
 if [ -n "${QOR_BUILD_DIR:-}" ]; then
   dir=$QOR_BUILD_DIR
@@ -35,7 +40,7 @@ lab="$dir/labbench"
 trap '"$qorlab" --dir "$lab" down >/dev/null 2>&1 || true' EXIT
 
 echo "== lab start-up"
-"$qorlab" --dir "$lab" up | grep -E '^lab up in'
+"$qorlab" --dir "$lab" up --members "$members" | grep -E '^(lab up in|not every)'
 sleep 10
 
 if [ -n "$stall" ]; then
@@ -74,7 +79,7 @@ NFT
   exit 0
 fi
 
-echo "== statements per second from the four daemons, over 60 s"
+echo "== statements and round trips per second from the $((members + 2)) daemons, over 60 s"
 counters() {
   mariadb --no-defaults --socket="$lab/$1/db/mysqld.sock" -uroot -N -B -e "show global status
     where variable_name like 'Com\\_%'"
@@ -90,9 +95,15 @@ rate() {
     $1 == "Com_show_status" || $1 == "Questions" { next }
     { d = $4 - $2; if (d > 0) r[substr($1, 5)] = d / 60 }
     END {
-      printf "%s: %.1f SQL statements/s (select %.1f, update %.1f, insert %.1f, delete %.1f)\n",
-        who, r["select"] + r["update"] + r["insert"] + r["delete"], r["select"], r["update"],
-        r["insert"], r["delete"]
+      sql = r["select"] + r["update"] + r["insert"] + r["delete"]
+      # A round trip is a client command the server answers: a prepared statement'"'"'s prepare,
+      # execute, fetch and reset, a ping, and a statement sent as text (the SQL statements
+      # that were not executions of a prepared one). Closing a statement gets no answer.
+      text = sql - r["stmt_execute"]; if (text < 0) text = 0
+      trips = r["stmt_prepare"] + r["stmt_execute"] + r["stmt_fetch"] + r["stmt_reset"] + \
+        r["admin_commands"] + text
+      printf "%s: %.1f SQL statements/s (select %.1f, update %.1f, insert %.1f, delete %.1f), %.1f round trips/s\n",
+        who, sql, r["select"], r["update"], r["insert"], r["delete"], trips
       printf "  client commands/s:"
       for (k in r) if (r[k] > 0) printf " %s %.2f", k, r[k]
       printf "\n"
@@ -100,6 +111,12 @@ rate() {
 }
 rate "master's server" "$m0" "$m1"
 rate "slave's server" "$s0" "$s1"
+
+echo "== resident memory of the daemons"
+for ((i = 0; i < members + 2; i++)); do
+  "$qorlab" --dir "$lab" run "$i" ps -o rss= -C qorclustd
+done | sort -n | awk '{ v[NR] = $1 } END {
+  printf "%d daemons: median %d KiB, max %d KiB\n", NR, v[int((NR + 1) / 2)], v[NR] }'
 
 echo "== cycle work time per role, $cycles cycles each (all three at once)"
 hosts=(master slave member1)

@@ -23,7 +23,7 @@ bool Moves(const Lab& lab, int db, const std::string& hostname, int seconds) {
   return WaitFor(seconds, [&] { return RowOf(lab, db, hostname).updated_at > at; });
 }
 
-LabCluster::LabCluster() : lab_(LabOptions{TestDir(), 4, true}) {}
+LabCluster::LabCluster(int hosts) : lab_(LabOptions{TestDir(), hosts, true}) {}
 
 void LabCluster::SetUp() {
   std::string err = lab_.Up();

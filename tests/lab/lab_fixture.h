@@ -1,4 +1,4 @@
-// What the end-to-end tests share: a lab of four hosts per test (master, slave, two members) in a
+// What the end-to-end tests share: a lab per test (four hosts unless said: master, slave, two members) in a
 // directory of the test's own under the build tree, and checks that say what differs when the
 // cluster is not as expected.
 #pragma once
@@ -33,7 +33,7 @@ bool Moves(const Lab& lab, int db, const std::string& hostname, int seconds);
 
 class LabCluster : public ::testing::Test {
  protected:
-  LabCluster();
+  explicit LabCluster(int hosts = 4);
   void SetUp() override;
   void TearDown() override;
   // Starts a daemon on every host and waits (bounded) until both databases hold every host's
