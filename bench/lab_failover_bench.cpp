@@ -4,8 +4,8 @@
 // when found and the length of the slave's cycles while it pings the silent master. Members are
 // killed in turn and started again; the master's link is restored after each cut. The moments of
 // kill and cut are spread over the daemons' 2-second cycle.
-// Usage: lab_failover_bench DIR [KILLS] [CUTS] [MEMBERS]   (10, 5 and 2 members; about 30 s a
-// kill and a minute a cut)
+// Usage: lab_failover_bench DIR [KILLS] [CUTS] [MEMBERS] [NICE]   (10, 5, 2 members at niceness
+// 0: qorlab's --nice-members; about 30 s a kill and a minute a cut)
 // Needs root; DIR is emptied.
 #include <algorithm>
 #include <chrono>
@@ -101,7 +101,7 @@ std::vector<double> MemberKills(Lab& lab, int kills) {
     std::printf("kill %d %s: %s %.2f s\n", k + 1, name.c_str(),
                 found ? "200 after" : "NOT FOUND in", latency);
     if (found) latencies.push_back(latency);
-    lab.Run(i, {"-start_boot"});
+    lab.StartDaemon(i, false);
   }
   return latencies;
 }
@@ -160,13 +160,15 @@ CutFigures MasterCuts(Lab& lab, int cuts) {
 
 int main(int argc, char** argv) {
   if (argc < 2) {
-    std::fprintf(stderr, "usage: lab_failover_bench DIR [KILLS] [CUTS] [MEMBERS]\n");
+    std::fprintf(stderr, "usage: lab_failover_bench DIR [KILLS] [CUTS] [MEMBERS] [NICE]\n");
     return 2;
   }
   int kills = argc > 2 ? std::max(0, std::atoi(argv[2])) : 10;
   int cuts = argc > 3 ? std::max(0, std::atoi(argv[3])) : 5;
   int members = argc > 4 ? std::clamp(std::atoi(argv[4]), 1, 62) : 2;
-  Lab lab(qorlab::LabOptions{argv[1], members + 2, true});
+  qorlab::LabOptions opts{argv[1], members + 2, true};
+  opts.member_nice = argc > 5 ? std::clamp(std::atoi(argv[5]), -20, 19) : 0;
+  Lab lab(opts);
   if (!labfigures::UpWithDaemons(lab, "lab_failover_bench")) return 1;
   std::vector<double> kill = MemberKills(lab, kills);
   CutFigures cut = MasterCuts(lab, cuts);

@@ -347,17 +347,24 @@ std::string Lab::StartDaemons() {
 }
 
 RunResult Lab::StartDaemon(int i, bool fast) {
-  if (!fast) return Run(i, {"-start_boot"});
+  std::vector<std::string> nice;
+  if (info_.at(i).role == "member" && opts_.member_nice != 0) {
+    nice = {"/usr/bin/nice", "-n", std::to_string(opts_.member_nice)};
+  }
+  if (!fast) {
+    nice.insert(nice.end(), {kInstalledQorclustd, "-start_boot"});
+    return Host(i).Enter(nice, RunOptions{});
+  }
   std::error_code ec;
   fs::copy_file(QOR_LAB_FAST_SLEEP, Host(i).dir() + "/qor/qorbin/lab-fast-sleep.so",
                 fs::copy_options::overwrite_existing, ec);
   // The loader only warns about a preload it cannot find: the daemon would run at full pace.
   if (ec) return RunResult{1, "", "cannot copy the fast-pace library: " + ec.message(), {}, {}};
   // A sanitizer's runtime wants to be loaded first; the preloaded library comes before it.
-  return Host(i).Enter({"/usr/bin/env", "LD_PRELOAD=/var/www/html/qor/qorbin/lab-fast-sleep.so",
-                        "ASAN_OPTIONS=verify_asan_link_order=0", kInstalledQorclustd,
-                        "-start_boot"},
-                       RunOptions{});
+  nice.insert(nice.end(), {"/usr/bin/env", "LD_PRELOAD=/var/www/html/qor/qorbin/lab-fast-sleep.so",
+                           "ASAN_OPTIONS=verify_asan_link_order=0", kInstalledQorclustd,
+                           "-start_boot"});
+  return Host(i).Enter(nice, RunOptions{});
 }
 
 std::vector<std::string> Lab::Syslog(int i) {

@@ -29,6 +29,12 @@ struct LabOptions {
   int hosts = 4;          // at least 2: master and slave, then members
   bool keep_logs = true;  // Down leaves dir/logs (syslog and stand-in call files) in place
   bool fast = false;      // StartDaemons starts each daemon as StartDaemon(i, true) does
+  // The niceness of the members' daemons and of all they run (0: as the master's and slave's).
+  // On one machine the members compete with the master's and the slave's hosts for the same
+  // processors, which servers of their own never do; at 64 hosts on two processors that crowd
+  // stretches every cycle to seconds. Niced members leave the master and the slave (daemon and
+  // database server) the processors they would have as servers.
+  int member_nice = 0;
 };
 
 struct LabHost {
@@ -102,6 +108,7 @@ class Lab {
   // `qorclustd -start_boot` on host i; fast: with the pause after each cycle cut to a twentieth
   // (fast_sleep.cpp), so that re-checks come every few seconds and the slow work (template pulls,
   // sweeps, profile synchronisations, every 150 cycles) after about half a minute.
+  // A member's daemon runs at the lab's member_nice.
   RunResult StartDaemon(int i, bool fast);
 
   // Host i's syslog: the file, and the message texts it holds so far.

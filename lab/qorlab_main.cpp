@@ -7,6 +7,9 @@
 //     --members N                      N members (2; 1 to 62) besides the master and the slave
 //     --fast                           each cycle's pause cut to a twentieth: re-checks every few
 //                                      seconds, slow work (pulls, sweeps) every half minute
+//     --nice-members N                 the members' daemons at niceness N (0), so that on a
+//                                      crowded machine the master and the slave keep the
+//                                      processors they would have as servers of their own
 //   qorlab down [--dir D]              ends the background process, which tears the lab down
 //   qorlab run HOST CMD [ARGS..]       CMD inside HOST (its name, role or number); qorclustd is on
 //                                      the PATH there, and D is at /run/lab
@@ -398,7 +401,7 @@ int Link(const std::string& dir, const std::string& which, bool up) {
 int Usage() {
   std::fprintf(stderr,
                "usage: qorlab demo [--dir D] [--every S] [--members N] [--fast] | down [--dir D]\n"
-               "       qorlab up [--dir D] [--members N] [--fast]\n"
+               "       qorlab up [--dir D] [--members N] [--fast] [--nice-members N]\n"
                "       qorlab [--dir D] run HOST CMD [ARGS..] | cut HOST | restore HOST\n");
   return 2;
 }
@@ -424,6 +427,8 @@ int main(int argc, char** argv) {
       opts.hosts = members + 2;
     } else if (a == "--fast") {
       opts.fast = true;
+    } else if (a == "--nice-members" && i + 1 < argc) {
+      opts.member_nice = std::clamp(std::atoi(argv[++i]), -20, 19);
     } else {
       words.push_back(argv[i]);
       // Everything after the host of run belongs to the command.

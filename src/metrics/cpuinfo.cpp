@@ -110,7 +110,15 @@ int getcpuprocs(int* procs) {
   return FirstLineInt(kProcsCommand, procs);
 }
 
+namespace {
+
+// The lines the facts in Cpu were taken from; empty before the first time.
+std::string source;
+
+}  // namespace
+
 void GetCpuinfo() {
+  source = FactLines("/proc/cpuinfo");
   getcpumodel(Cpu.model);
   getcpus(&Cpu.cpus);
   getcpucores(&Cpu.cores);
@@ -125,8 +133,8 @@ void GetCpuinfo() {
 void RefreshCpuinfo(const char* path) {
   // Every heartbeat asks for the facts, which change only when processors are added or taken
   // away. Four pipelines are about fourteen processes every two seconds on every server; they
-  // run again only when the lines they read differ from those of the last run here.
-  static std::string source;
+  // run again only when the lines they read differ from those of the last run (at start-up, the
+  // command's own).
   std::string now = FactLines(path);
   if (!now.empty() && now == source) {
     Trace("_xgetcpuinfo(1): model=%s cpus=%d cores=%d procs=%d\n", Cpu.model.c_str(), Cpu.cpus,

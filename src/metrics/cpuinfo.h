@@ -18,8 +18,8 @@ int getcpucores(int* cores);
 int getcpuprocs(int* procs);
 // Fills model, cpus, cores, phycores and procs of Cpu.
 void GetCpuinfo();
-// GetCpuinfo, unless the lines of path that its pipelines read are those of the last call here;
-// then Cpu keeps the facts taken from them.
+// GetCpuinfo, unless the lines of path that its pipelines read are those the facts in Cpu were
+// last taken from; then Cpu keeps them.
 void RefreshCpuinfo(const char* path = "/proc/cpuinfo");
 
 // One-minute load average from /proc/loadavg; always 1.
