@@ -29,7 +29,7 @@ struct LabOptions {
   int hosts = 4;          // at least 2: master and slave, then members
   bool keep_logs = true;  // Down leaves dir/logs (syslog and stand-in call files) in place
   bool fast = false;      // StartDaemons starts each daemon as StartDaemon(i, true) does
-  // The niceness of the members' daemons and of all they run (0: as the master's and slave's).
+  // The niceness of the members' daemons and of all they run (0: the daemons' own, the highest).
   // On one machine the members compete with the master's and the slave's hosts for the same
   // processors, which servers of their own never do; at 64 hosts on two processors that crowd
   // stretches every cycle to seconds. Niced members leave the master and the slave (daemon and
@@ -137,6 +137,7 @@ class Lab {
   std::string Prepare();
   std::string StartServices();
   bool Link(int i, bool up);
+  void NiceDaemon(int i);
   std::string DbDir(int i) const;
 
   LabOptions opts_;
