@@ -118,7 +118,8 @@ rate "slave's server" "$s0" "$s1"
 
 echo "== resident memory of the daemons"
 for ((i = 0; i < members + 2; i++)); do
-  "$qorlab" --dir "$lab" run "$i" ps -o rss= -C qorclustd
+  # The daemon is the oldest qorclustd of its host; a command it is starting is briefly another.
+  "$qorlab" --dir "$lab" run "$i" sh -c 'ps -o rss= -p "$(pgrep -o -x qorclustd)"'
 done | sort -n | awk '{ v[NR] = $1 } END {
   printf "%d daemons: median %d KiB, max %d KiB\n", NR, v[int((NR + 1) / 2)], v[NR] }'
 
