@@ -26,7 +26,11 @@ void CopyOwnMemberValues(ClustRecord& row) {
 int WriteOnMaster(int full, bool* written) {
   const char* master = cnf.clustmaster.c_str();
   const char* host = Clust.hostname.c_str();
-  GetClusterSql(master, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), host, &mactinfo, ClustsOnMaster, 0);
+  // A read that failed (its database kept it waiting past the bound, or refused it) says nothing
+  // about the row: an insert then would give the server a second row, on whichever database the
+  // insert falls back to, and "multiple found" would stop its heartbeats there for good.
+  bool read = GetClusterSql(master, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), host, &mactinfo,
+                            ClustsOnMaster, 0) == kDbOk;
   Trace("_xupdatemember(4): mactinfo.count=%d\n", mactinfo.count);
   switch (ClassifyOne(mactinfo.count)) {
     case OneRow::kFound: {
@@ -41,6 +45,7 @@ int WriteOnMaster(int full, bool* written) {
       return kHeartbeatDone;
     }
     case OneRow::kMissing:
+      if (!read) return kHeartbeatDone;
       return InsertOwnRow("updatemember", 6, master, 0, kStatusActive, kStatusActive);
     case OneRow::kDuplicates:
       std::printf("Multiple %s found at CheckCluster on Master\n", host);
@@ -60,7 +65,8 @@ const ClustRecord* LastReadOnMaster() {
 int WriteOnSlave(int full, bool writtenOnMaster) {
   const char* slave = cnf.clustslave.c_str();
   const char* host = Clust.hostname.c_str();
-  GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), host, &sactinfo, ClustsOnSlave, 1);
+  bool read = GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), host, &sactinfo,
+                            ClustsOnSlave, 1) == kDbOk;
   switch (ClassifyOne(sactinfo.count)) {
     case OneRow::kFound: {
       ClustRecord& S = *ClustsOnSlave[0];
@@ -78,6 +84,7 @@ int WriteOnSlave(int full, bool writtenOnMaster) {
       return kHeartbeatDone;
     }
     case OneRow::kMissing:
+      if (!read) return kHeartbeatDone;
       return InsertOwnRow("updatemember", 10, slave, 1, kStatusActive, kStatusActive);
     case OneRow::kDuplicates:
       std::printf("Multiple %s found on Slave\n", host);
