@@ -46,11 +46,11 @@ int WritePair(int full) {
   ClustRecord& Mm = *ClustsOnMaster[0];
   const ClustRecord& Ms = *ClustsOnMaster[1];
   CopyOwnValues(Mm, Clust, Containers);
-  bool answered = Ping(slave, 1, 3) == 0;
-  if (answered) {
-    GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master", &sactinfo, ClustsOnSlave,
-                  1);
-  }
+  // A read that failed counts as a slave that did not answer: it says nothing about the copy,
+  // and an insert after it would give the master a second row there.
+  bool answered = Ping(slave, 1, 3) == 0 &&
+                  GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master", &sactinfo,
+                                ClustsOnSlave, 1) == kDbOk;
   // Only a read of this cycle says anything about the slave's copy.
   const ClustRecord* Sm = answered && sactinfo.count == 1 ? ClustsOnSlave[0] : nullptr;
   MasterRowDecision d = DecideMasterRow(Mm, Ms, Sm, answered, sactinfo.count);

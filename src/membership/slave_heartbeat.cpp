@@ -28,9 +28,13 @@ const char* SlaveAddr() {
 // written. Duplicates there are left as they are: an insert would add one more in every cycle,
 // which ClustCount (the master's) never stops. The master's database has its write all the
 // same, so that the master's monitor does not take a running slave for a silent one.
+// As in the member's heartbeat, a read that failed says nothing about the row and is never
+// followed by an insert: it counts as rows that cannot be written, and the heartbeat stops.
 OneRow ReadOwnRowOnSlave() {
-  GetClusterSql(SlaveAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-slave", &sactinfo,
-                ClustsOnSlave, 1);
+  if (GetClusterSql(SlaveAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-slave", &sactinfo,
+                    ClustsOnSlave, 1) != kDbOk) {
+    return OneRow::kDuplicates;
+  }
   OneRow found = ClassifyOne(sactinfo.count);
   if (found == OneRow::kDuplicates) {
     LogError("updateslave(19) %d slave rows found on %s, left unchanged", sactinfo.count,
@@ -78,8 +82,10 @@ int WriteOwnOnlyOnMaster(int full) {
 }
 
 int WriteWithMaster(int full) {
-  GetClusterSql(MasterAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave", &mactinfo,
-                ClustsOnMaster, 0);
+  if (GetClusterSql(MasterAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave",
+                    &mactinfo, ClustsOnMaster, 0) != kDbOk) {
+    return kHeartbeatStopped;
+  }
   Trace("_xupdateslave(4): mactinfo.count=%d\n", mactinfo.count);
   switch (ClassifyPair(mactinfo.count, *ClustsOnMaster[0], "slave")) {
     case PairRows::kBoth:
@@ -130,8 +136,10 @@ void WriteAlone(int index, const ClustRecord* Sm, int full) {
 }
 
 int WriteWithoutMaster(int full) {
-  GetClusterSql(SlaveAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave", &sactinfo,
-                ClustsOnSlave, 1);
+  if (GetClusterSql(SlaveAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave", &sactinfo,
+                    ClustsOnSlave, 1) != kDbOk) {
+    return kHeartbeatStopped;
+  }
   switch (ClassifyPair(sactinfo.count, *ClustsOnSlave[0], "slave")) {
     case PairRows::kBoth:
       WriteAlone(1, ClustsOnSlave[0], full);
