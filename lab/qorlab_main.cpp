@@ -119,10 +119,14 @@ const StateHost* FindHost(const State& s, const std::string& which) {
 }
 
 // True while pid runs this program: a pid from an old state file may have been reused.
+// A keeper started before this program was built again runs the replaced file, which the kernel
+// names with " (deleted)" after its path: it is still the keeper of its lab.
 bool IsKeeper(pid_t pid) {
   std::error_code ec;
-  return pid > 0 && std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", ec) ==
-                        std::filesystem::path(Self());
+  std::string exe = std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", ec);
+  const std::string replaced = " (deleted)";
+  if (exe.size() > replaced.size() && exe.ends_with(replaced)) exe.resize(exe.size() - replaced.size());
+  return pid > 0 && exe == Self();
 }
 
 void PrintHosts(const Lab& lab) {
