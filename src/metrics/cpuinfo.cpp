@@ -115,6 +115,11 @@ namespace {
 // The lines the facts in Cpu were taken from; empty before the first time.
 std::string source;
 
+void TraceFacts() {
+  Trace("_xgetcpuinfo(1): model=%s cpus=%d cores=%d procs=%d\n", Cpu.model.c_str(), Cpu.cpus,
+        Cpu.cores, Cpu.procs);
+}
+
 }  // namespace
 
 void GetCpuinfo() {
@@ -126,8 +131,7 @@ void GetCpuinfo() {
   Cpu.cores *= Cpu.cpus;
   Cpu.phycores = Cpu.cores;
   getcpuprocs(&Cpu.procs);
-  Trace("_xgetcpuinfo(1): model=%s cpus=%d cores=%d procs=%d\n", Cpu.model.c_str(), Cpu.cpus,
-        Cpu.cores, Cpu.procs);
+  TraceFacts();
 }
 
 void RefreshCpuinfo(const char* path) {
@@ -137,8 +141,7 @@ void RefreshCpuinfo(const char* path) {
   // command's own).
   std::string now = FactLines(path);
   if (!now.empty() && now == source) {
-    Trace("_xgetcpuinfo(1): model=%s cpus=%d cores=%d procs=%d\n", Cpu.model.c_str(), Cpu.cpus,
-          Cpu.cores, Cpu.procs);
+    TraceFacts();
     return;
   }
   GetCpuinfo();

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "store/cluster_query.h"
+#include "store/pools.h"
 #include "store_fixture.h"
 
 namespace qortest {
@@ -102,6 +103,18 @@ TEST_F(StoreHeartbeat, RowGuardStopsAMemberAboveSixtyFourRows) {
   EXPECT_EQ(qor::UpdateMember(0), 0);
   EXPECT_EQ(Rows("master") + Rows("slave"),
             Line({host, "member", "100", "0"}) + Line({host, "member", "100", "0"}));
+}
+
+// A read its database refuses says nothing about the row: the member inserts none, anywhere.
+TEST_F(StoreHeartbeat, MemberInsertsNoRowAfterAReadThatFailed) {
+  Become("member");
+  const char* sides[] = {"master", "slave"};
+  for (const char* side : sides) Sql(side, "revoke select on qor.* from 'qordirect'@'%';");
+  qor::CloseConnectionPool();
+  Connect();
+  EXPECT_EQ(qor::UpdateMember(0), 0);
+  for (const char* side : sides) Sql(side, "grant select on qor.* to 'qordirect'@'%';");
+  EXPECT_EQ(Rows("master") + Rows("slave"), "");
 }
 
 }  // namespace
