@@ -3,6 +3,8 @@
 #include <sys/time.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <initializer_list>
 
 namespace qor {
 
@@ -59,12 +61,33 @@ time_t mygetdate(char* text, size_t size, int form) {
 
 namespace qor {
 
-int64_t ParseUpdatedAt(const char* text) {
+int64_t ParseUpdatedAt(const char* text, int64_t near) {
   if (text == nullptr) return 0;
-  struct tm tm = {};
-  if (strptime(text, "%Y-%m-%d %H:%M:%S", &tm) == nullptr) return 0;
-  tm.tm_isdst = 0;
-  return static_cast<int64_t>(mktime(&tm));
+  struct tm fields = {};
+  if (strptime(text, "%Y-%m-%d %H:%M:%S", &fields) == nullptr) return 0;
+  // Each of the zone's offsets, standard and daylight saving time, gives a reading; only one that
+  // is shown as the same text again is real.
+  int64_t best = 0;
+  bool found = false;
+  for (int dst : {0, 1}) {
+    struct tm t = fields;
+    t.tm_isdst = dst;
+    time_t v = mktime(&t);
+    struct tm back;
+    if (v == static_cast<time_t>(-1) || localtime_r(&v, &back) == nullptr) continue;
+    if (back.tm_year != fields.tm_year || back.tm_mon != fields.tm_mon ||
+        back.tm_mday != fields.tm_mday || back.tm_hour != fields.tm_hour ||
+        back.tm_min != fields.tm_min || back.tm_sec != fields.tm_sec) {
+      continue;
+    }
+    int64_t at = static_cast<int64_t>(v);
+    if (!found || std::llabs(at - near) < std::llabs(best - near)) best = at;
+    found = true;
+  }
+  if (found) return best;
+  // A time the clocks skipped when they went forward: the zone's own guess.
+  fields.tm_isdst = -1;
+  return static_cast<int64_t>(mktime(&fields));
 }
 
 }  // namespace qor

@@ -32,8 +32,10 @@ extern int64_t Timemill;
 
 namespace qor {
 
-// A database timestamp "%Y-%m-%d %H:%M:%S" as local time with daylight saving time not in force,
-// in seconds since the epoch; 0 for a text that is not such a timestamp.
-int64_t ParseUpdatedAt(const char* text);
+// A database timestamp "%Y-%m-%d %H:%M:%S" as local time, in seconds since the epoch, by the zone's
+// own daylight-saving rules; 0 for a text that is not such a timestamp. In the hour that a zone's
+// clocks go back, the text names two instants: the one nearer to near is taken (the row's reader
+// passes its own clock, and a row is written seconds before it is read).
+int64_t ParseUpdatedAt(const char* text, int64_t near);
 
 }  // namespace qor

@@ -4,9 +4,11 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdint>
@@ -24,6 +26,22 @@ int64_t MonotonicMs() {
   timespec ts;
   clock_gettime(CLOCK_MONOTONIC, &ts);
   return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
+
+// Waits until pid has ended or the monotonic clock reaches end; false when it still runs then.
+// With SIGCHLD ignored (the daemon) the system reaps the child and waitpid only says it is gone,
+// so the wait itself is a poll on the process's descriptor (exitFd, -1 where the kernel has none:
+// then a look every 50 ms).
+bool AwaitEnd(pid_t pid, int exitFd, int64_t end) {
+  for (;;) {
+    pid_t r = waitpid(pid, nullptr, WNOHANG);
+    if (r == pid || (r < 0 && errno == ECHILD)) return true;
+    int64_t left = end - MonotonicMs();
+    if (left <= 0) return false;
+    pollfd p{exitFd, POLLIN, 0};
+    poll(&p, exitFd >= 0 ? 1 : 0,
+         static_cast<int>(exitFd >= 0 ? left : std::min<int64_t>(left, 50)));
+  }
 }
 
 // Delivers buffered output in fgets pieces: a line with its newline, or lineMax - 1 characters of
@@ -95,6 +113,8 @@ class ProcessRunner final : public ShellRunner {
       errno = spawned;
       return false;
     }
+    // Taken before the first read, while the pid is surely still this child's.
+    int exitFd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
     size_t limit = lineMax < kShellLineMax ? lineMax : kShellLineMax;
     Pieces pieces(limit < 2 ? 2 : limit, sink);
     int64_t end = MonotonicMs() + static_cast<int64_t>(seconds) * 1000;
@@ -116,14 +136,15 @@ class ProcessRunner final : public ShellRunner {
     }
     pieces.Finish();
     close(fds[0]);
-    if (timedOut) {
+    // A command may close its output long before it ends (a script that writes to a file): the
+    // same bound holds for the rest of its life.
+    if (timedOut || !AwaitEnd(pid, exitFd, end)) {
       kill(-pid, SIGKILL);
       kill(pid, SIGKILL);
       LogError("command did not end within %d s and was stopped: %.128s", seconds, command);
+      AwaitEnd(pid, exitFd, MonotonicMs() + 1000);
     }
-    // With SIGCHLD ignored (the daemon) the child is reaped by the system and this fails at once.
-    while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    if (exitFd >= 0) close(exitFd);
     return true;
   }
 };

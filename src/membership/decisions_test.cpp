@@ -55,13 +55,40 @@ TEST(Decisions, Monitors) {
       {"inactive member from slave", DecideMemberFromSlave(Row(I, 0), 99), "200"},
   };
   for (const auto& r : rows) EXPECT_EQ(Says(r.got), r.want) << r.name;
-  // The later of the row's stamp and the database's return counts.
+  // Time in which the database did not answer is not silence.
   EXPECT_EQ(SilentFor(1000, 980, 0), 20);
-  EXPECT_EQ(SilentFor(1000, 980, 990), 10);
-  EXPECT_FALSE(TemplateBehind(Row(A, 0), 0));
-  ClustRecord behind = Row(A, 0);
-  behind.tpl_syncmill = 4;
-  EXPECT_TRUE(TemplateBehind(behind, 5));
+  EXPECT_EQ(SilentFor(1000, 980, 10), 10);
+
+  ClustRecord behind = Row(A, 0), marked = Row(A, 0, kRoleIdMember, kTplOld);
+  behind.tpl_syncmill = marked.tpl_syncmill = 4;
+  struct {
+    const char* name;
+    const ClustRecord& row;
+    int64_t masterTpl;
+    bool due;
+  } marks[] = {
+      {"copy as new as the tree", behind, 4, false},
+      {"copy behind", behind, 5, true},
+      {"copy behind, marked already", marked, 5, false},
+  };
+  for (const auto& m : marks) EXPECT_EQ(TemplateMarkDue(m.row, m.masterTpl), m.due) << m.name;
+
+  const MonitorVerdict down = DecideOnMaster(Row(A, 0), 16, 0);
+  struct {
+    const char* name;
+    MonitorVerdict v;
+    ClustRecord row;
+    int slaveCopy;
+    bool due;
+  } takeovers[] = {
+      {"member, slave's copy active", down, Row(A, 0), A, true},
+      {"member, slave's copy not read", down, Row(A, 0), 0, true},
+      {"member the slave took over", down, Row(A, 0), I, false},
+      {"member the slave made old", down, Row(A, 0), O, false},
+      {"the slave itself, its copy old", down, Row(A, 0, S), O, true},
+      {"no take-over asked", DecideOnMaster(Row(A, 0), 15, 0), Row(A, 0), A, false},
+  };
+  for (const auto& t : takeovers) EXPECT_EQ(TakeoverDue(t.v, t.row, t.slaveCopy), t.due) << t.name;
 }
 
 std::string Says(const MasterRowDecision& d) {

@@ -11,6 +11,7 @@
 #include "membership/monitor.h"
 #include "membership/monitor_decision.h"
 #include "membership/nodedown.h"
+#include "membership/silence.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"
@@ -43,18 +44,22 @@ class SlaveReach {
 };
 
 // The decided status, to the master's database by the row's id, then to the slave's database by
-// the id the same host has there: each database numbers its rows itself.
-void WriteStatus(const ClustRecord& row, int status, SlaveReach& slave) {
+// the id the same host has there: each database numbers its rows itself. Returns the status the
+// slave's copy had before, 0 when it was not read.
+int WriteStatus(const ClustRecord& row, int status, SlaveReach& slave) {
   SetStatusClusterSql(cnf.clustmaster.c_str(), row.id, status);
-  if (!slave.answers()) return;
+  if (!slave.answers()) return 0;
   ActInfo info;
   GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), row.hostname.c_str(),
                 &info, ClustsTemp, 1);
-  if (info.count == 1) SetStatusClusterSql(cnf.clustslave.c_str(), ClustsTemp[0]->id, status);
+  if (info.count != 1) return 0;
+  int before = ClustsTemp[0]->status;
+  SetStatusClusterSql(cnf.clustslave.c_str(), ClustsTemp[0]->id, status);
+  return before;
 }
 
-void CheckRow(ClustRecord& row, int64_t now, int64_t answeringSince, SlaveReach& slave) {
-  int64_t silentFor = SilentFor(now, row.updated_at, answeringSince);
+void CheckRow(ClustRecord& row, int64_t now, Silence& silence, SlaveReach& slave) {
+  int64_t silentFor = silence.For(row);
   Trace("_xmonitoronmaster(9): delta=%ld ldate1=%ld ldate2=%ld\n", static_cast<long>(silentFor),
         static_cast<long>(now), static_cast<long>(row.updated_at));
   MonitorVerdict v = DecideOnMaster(row, silentFor, MasterLastWriteMill);
@@ -73,13 +78,18 @@ void CheckRow(ClustRecord& row, int64_t now, int64_t answeringSince, SlaveReach&
              row.hostname.c_str(), static_cast<long>(row.last_writemill));
     row.last_writemill = 0;
   }
-  if (v.changed) WriteStatus(row, v.status, slave);
+  int slaveCopy = v.changed ? WriteStatus(row, v.status, slave) : 0;
   // The take-over sees the row as read, but with the last write cleared for a slave made old.
-  if (v.takeover) Qordown(row);
+  if (TakeoverDue(v, row, slaveCopy)) {
+    Qordown(row);
+  } else if (v.takeover) {
+    LogNotice("monitoronmaster(3) %s(%s) was taken over by the slave already", row.hostname.c_str(),
+              row.ipaddress.c_str());
+  }
 }
 
 void MarkTemplate(const ClustRecord& row, SlaveReach& slave) {
-  if (!TemplateBehind(row, MasterTplUpdateMill)) return;
+  if (!TemplateMarkDue(row, MasterTplUpdateMill)) return;
   UpdateTplsyncSql(cnf.clustmaster.c_str(), row.hostname.c_str(), row.tpl_syncmill, kTplOld);
   if (slave.answers()) {
     UpdateTplsyncSql(cnf.clustslave.c_str(), row.hostname.c_str(), row.tpl_syncmill, kTplOld);
@@ -95,7 +105,11 @@ int MonitorOnMaster(int) {
   if (ClustRole != kRoleMaster) return kMonitorNotMine;
   GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all", &mactinfo,
                 ClustsOnMaster, 0);
-  int64_t answeringSince = DbAnsweringSince(0);
+  // Only the master's own database is judged here: while it does not answer, the read falls back
+  // to the slave's, from which the slave keeps the watch; judged from both sides, a server that
+  // died then would be taken over twice.
+  if (mactinfo.side != 0) return kMonitorDone;
+  Silence silence(0, now, "monitoronmaster(2)");
   SlaveReach slave;
   for (int i = 0; i < mactinfo.count; ++i) {
     ClustRecord& row = *ClustsOnMaster[i];
@@ -105,7 +119,7 @@ int MonitorOnMaster(int) {
       MasterTplUpdateMill = row.tpl_updatemill;
       continue;
     }
-    CheckRow(row, now, answeringSince, slave);
+    CheckRow(row, now, silence, slave);
     MarkTemplate(row, slave);
   }
   return kMonitorDone;

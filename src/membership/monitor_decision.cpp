@@ -2,8 +2,8 @@
 
 namespace qor {
 
-int64_t SilentFor(int64_t now, int64_t updatedAt, int64_t answeringSince) {
-  return now - (answeringSince > updatedAt ? answeringSince : updatedAt);
+int64_t SilentFor(int64_t now, int64_t updatedAt, int64_t notAnswering) {
+  return now - updatedAt - notAnswering;
 }
 
 bool IsSilent(int64_t silentFor) {
@@ -50,8 +50,14 @@ MonitorVerdict DecideOnMaster(const ClustRecord& row, int64_t silentFor,
   return v;
 }
 
-bool TemplateBehind(const ClustRecord& row, int64_t masterTplUpdateMill) {
-  return row.tpl_syncmill < masterTplUpdateMill;
+bool TemplateMarkDue(const ClustRecord& row, int64_t masterTplUpdateMill) {
+  return row.tpl_syncmill < masterTplUpdateMill && row.tpl_syncstate != kTplOld;
+}
+
+bool TakeoverDue(const MonitorVerdict& v, const ClustRecord& row, int slaveCopyStatus) {
+  if (!v.takeover) return false;
+  if (row.role_id == kRoleIdSlave) return true;
+  return slaveCopyStatus != kStatusInactive && slaveCopyStatus != kStatusOld;
 }
 
 MonitorVerdict DecideMasterAnswering(const ClustRecord& M, const ClustRecord& S,

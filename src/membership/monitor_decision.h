@@ -12,10 +12,10 @@ namespace qor {
 // A row unchanged for more seconds than this belongs to a silent server.
 constexpr int64_t kSilentSeconds = 15;
 
-// Seconds the row has been silent at now. answeringSince is the second from which the database
-// the row was read from has answered again after a failure (0: it never failed): a hung database
-// could not take anyone's heartbeat, so the time before it does not count against the row.
-int64_t SilentFor(int64_t now, int64_t updatedAt, int64_t answeringSince);
+// Seconds the row has been silent at now. notAnswering: the seconds since updatedAt in which the
+// database the row was read from did not answer; a database that did not answer could not take
+// anyone's heartbeat, so that time does not count against the row.
+int64_t SilentFor(int64_t now, int64_t updatedAt, int64_t notAnswering);
 bool IsSilent(int64_t silentFor);
 
 struct MonitorVerdict {
@@ -33,8 +33,14 @@ struct MonitorVerdict {
 MonitorVerdict DecideOnMaster(const ClustRecord& row, int64_t silentFor,
                               int64_t masterLastWriteMill);
 
-// The row's template copy is older than the master's tree.
-bool TemplateBehind(const ClustRecord& row, int64_t masterTplUpdateMill);
+// The row's template copy is older than the master's tree and not yet marked out of date. The mark
+// stamps the row's updated_at: made on every pass, it would keep a dead server's row fresh.
+bool TemplateMarkDue(const ClustRecord& row, int64_t masterTplUpdateMill);
+
+// Whether the take-over the verdict asks for is still to run on the master: not for a member that
+// the slave's database already holds inactive or old (slaveCopyStatus; 0 when not read), which
+// the slave took over while the master's database did not answer it.
+bool TakeoverDue(const MonitorVerdict& v, const ClustRecord& row, int slaveCopyStatus);
 
 // --- On the slave.
 

@@ -9,6 +9,7 @@
 #include "membership/monitor.h"
 #include "membership/monitor_decision.h"
 #include "membership/nodedown.h"
+#include "membership/silence.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"
@@ -25,25 +26,32 @@ void LogSilent(const char* prefix, const ClustRecord& row, int64_t now) {
       static_cast<long>(now));
 }
 
-int64_t TraceAge(int step, int64_t now, const ClustRecord& row, int64_t answeringSince) {
-  int64_t silentFor = SilentFor(now, row.updated_at, answeringSince);
+int64_t TraceAge(int step, int64_t now, const ClustRecord& row, Silence& silence) {
+  int64_t silentFor = silence.For(row);
   Trace("_xmonitoronslave(%d): delta=%ld ldate1=%ld ldate2=%ld\n", step,
         static_cast<long>(silentFor), static_cast<long>(now), static_cast<long>(row.updated_at));
   return silentFor;
 }
 
+int WatchFromSlave(int64_t now);
+
 // idOnSlave: the id of the master's row in the slave's database.
 int WatchAnsweringMaster(int64_t now, int idOnSlave) {
-  GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave",
-                &mactinfo, ClustsOnMaster, 0);
+  int read = GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(),
+                           "-master_slave", &mactinfo, ClustsOnMaster, 0);
   Trace("_xmonitoronslave(2): mactinfo.count=%d\n", mactinfo.count);
+  // The master's host answers but its database does not (stopped, hung): the master cannot judge
+  // anyone from there, so the slave keeps the watch from its own database, as when the host is
+  // silent.
+  if (read != kDbOk || mactinfo.side != 0) return WatchFromSlave(now);
   if (mactinfo.count != 2) return kMonitorDone;
   ClustRecord& M = *ClustsOnMaster[0];
   const ClustRecord& S = *ClustsOnMaster[1];
   // Ordered by role text: anything but the master's and the slave's row is no pair to judge.
   if (!(M.role == "master" && S.role == "slave")) return kMonitorDone;
   if (M.status != kStatusActive && M.status != kStatusInactive) return kMonitorDone;
-  int64_t silentFor = TraceAge(3, now, M, DbAnsweringSince(0));
+  Silence silence(0, now, "monitoronslave(8)");
+  int64_t silentFor = TraceAge(3, now, M, silence);
   MonitorVerdict v = DecideMasterAnswering(M, S, silentFor);
   if (!v.silent) return kMonitorDone;
   LogSilent("Detected_2", M, now);
@@ -61,10 +69,10 @@ int WatchAnsweringMaster(int64_t now, int idOnSlave) {
   return kMonitorDone;
 }
 
-void JudgeMasterAlone(const ClustRecord& R, int64_t now, int64_t answeringSince) {
+void JudgeMasterAlone(const ClustRecord& R, int64_t now, Silence& silence) {
   MasterLastWriteMill = R.last_writemill;
   if (R.status != kStatusActive && R.status != kStatusInactive) return;
-  int64_t silentFor = TraceAge(6, now, R, answeringSince);
+  int64_t silentFor = TraceAge(6, now, R, silence);
   MonitorVerdict v = DecideMasterSilent(R, silentFor, MasterLastWriteMill, SlaveLastWriteMill);
   if (!v.silent) return;
   LogSilent("Detected_3", R, now);
@@ -77,9 +85,9 @@ void JudgeMasterAlone(const ClustRecord& R, int64_t now, int64_t answeringSince)
   if (v.takeover) Qordown(R);
 }
 
-void JudgeMemberAlone(const ClustRecord& R, int64_t now, int64_t answeringSince) {
+void JudgeMemberAlone(const ClustRecord& R, int64_t now, Silence& silence) {
   if (R.status != kStatusActive) return;
-  MonitorVerdict v = DecideMemberFromSlave(R, TraceAge(7, now, R, answeringSince));
+  MonitorVerdict v = DecideMemberFromSlave(R, TraceAge(7, now, R, silence));
   if (!v.silent) return;
   LogSilent("Detected_4", R, now);
   SetStatusClusterSql(cnf.clustslave.c_str(), R.id, v.status);
@@ -95,13 +103,13 @@ int WatchFromSlave(int64_t now) {
   GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-not_slave", &sactinfo,
                 ClustsOnSlave, 1);
   Trace("_xmonitoronslave(5): sactinfo.count=%d\n", sactinfo.count);
-  int64_t answeringSince = DbAnsweringSince(1);
+  Silence silence(sactinfo.side, now, "monitoronslave(8)");
   for (int i = 0; i < sactinfo.count; ++i) {
     const ClustRecord& R = *ClustsOnSlave[i];
     if (R.role == "master") {
-      JudgeMasterAlone(R, now, answeringSince);
+      JudgeMasterAlone(R, now, silence);
     } else {
-      JudgeMemberAlone(R, now, answeringSince);
+      JudgeMemberAlone(R, now, silence);
     }
   }
   return kMonitorDone;

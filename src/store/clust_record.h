@@ -63,6 +63,7 @@ struct ActInfo {
   int count = 0;
   int servers = 0;
   int cores = 0;
+  int side = -1;  // the database the rows came from: 0 the master's (or standalone), 1 the slave's
 };
 
 // This node's own row.

@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "base/clock.h"
 #include "base/log.h"
@@ -115,7 +116,8 @@ const Column kColumns[] = {
     {"cpuloadavg", [](ClustRecord& r, const char* v) { r.cpuloadavg = AsDouble(v); }},
     {"cpuloadavgpp", [](ClustRecord& r, const char* v) { r.cpuloadavgpp = AsDouble(v); }},
     {"containers", [](ClustRecord& r, const char* v) { r.containers = AtoI(v); }},
-    {"updated_at", [](ClustRecord& r, const char* v) { r.updated_at = ParseUpdatedAt(v); }},
+    {"updated_at",
+     [](ClustRecord& r, const char* v) { r.updated_at = ParseUpdatedAt(v, time(nullptr)); }},
     {"qortimemill", [](ClustRecord& r, const char* v) { r.qortimemill = AtoL(v); }},
     {"cpuutil", [](ClustRecord& r, const char* v) { r.cpuutil = AsDouble(v); }},
     {"memutil", [](ClustRecord& r, const char* v) { r.memutil = AsDouble(v); }},
@@ -163,7 +165,8 @@ int GetClusterSql(const char* dbsvr, const char* dbuser, const char* /*dbpwd*/, 
   }
   Trace("_xgetclustersql(2): sql=\n%s\n", sql.c_str());
   if (Cluster && target != 0 && target != 1) return kDbOk;
-  DbConn conn(PoolByTarget(target));
+  QzPool* pool = PoolByTarget(target);
+  DbConn conn(pool);
   if (!conn.usable()) {
     LogError("getclustersql db connection error to %s", dbsvr);
     return kDbNoConnection;
@@ -185,6 +188,7 @@ int GetClusterSql(const char* dbsvr, const char* dbuser, const char* /*dbpwd*/, 
     return kDbQueryFailed;
   }
   if (overflow) LogError("getclustersql more than %d rows on %s", Maxcluster, dbsvr);
+  info->side = SideOf(pool);
   return kDbOk;
 }
 

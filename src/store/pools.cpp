@@ -2,8 +2,8 @@
 
 #include <cctype>
 #include <cstring>
-#include <ctime>
 
+#include "base/clock.h"
 #include "base/fatal.h"
 #include "base/log.h"
 #include "base/shell.h"
@@ -17,27 +17,13 @@ int ConnectionPool = 1;
 
 namespace {
 
-// Whether the database behind mpool (0) and spool (1) answered its latest call, and since when.
-struct Answering {
-  bool failing = false;
-  int64_t since = 0;
-};
-Answering answering[2];
+// When the database behind mpool (0) and spool (1) did not answer this process: the monitors
+// count no silence in those times. Grows by one span per outage, up to Outages::kSpans each.
+Outages answering[2];
 
 // side: 0 mpool, 1 spool, -1 neither (nothing to note).
 void NoteAnswer(int side, bool answered) {
-  if (side < 0) return;
-  Answering& a = answering[side];
-  if (!answered) {
-    a.failing = true;
-  } else if (a.failing) {
-    a.failing = false;
-    a.since = static_cast<int64_t>(time(nullptr));
-  }
-}
-
-int SideOf(const QzPool* pool) {
-  return pool == nullptr ? -1 : pool == mpool ? 0 : pool == spool ? 1 : -1;
+  if (side >= 0) answering[side].Note(answered, getqortimemill());
 }
 
 // A pool whose server kept a call of this round waiting in vain counts as absent, as while its
@@ -141,9 +127,12 @@ int ReconnectCluster() {
   return 1;
 }
 
-int64_t DbAnsweringSince(int target) {
-  const Answering& a = answering[!Cluster || target == 0 ? 0 : 1];
-  return a.failing ? static_cast<int64_t>(time(nullptr)) : a.since;
+int SideOf(const QzPool* pool) {
+  return pool == nullptr ? -1 : pool == mpool ? 0 : pool == spool ? 1 : -1;
+}
+
+const Outages& DbOutages(int side) {
+  return answering[side == 1 ? 1 : 0];
 }
 
 void CloseConnectionPool() {

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "base/fixed_text.h"
+#include "store/outages.h"
 #include "store/zdb_boundary.h"
 
 namespace qor {
@@ -35,14 +36,13 @@ void ForgetSilentAddresses();
 // Frees mpool, then spool.
 void CloseConnectionPool();
 
-// The second (since the epoch) from which the database behind mpool (target 0; every target in
-// standalone mode) or spool (any other target) has answered without a break: the second of its
-// first answer after the latest failure. Failures are a pool dropped or not built, no usable
-// connection, and a call that ran out of time (a statement the server refused counts as answered).
-// The current second while the latest call failed; 0 when none has failed in this process. A
-// database that did not answer could not take anyone's heartbeat: the monitors count no silence
-// before this second.
-int64_t DbAnsweringSince(int target);
+// Which database a pool reaches: 0 mpool, 1 spool, -1 none.
+int SideOf(const QzPool* pool);
+// When the database of side (0 mpool, also standalone; 1 spool) did not answer this process.
+// Failures are a pool dropped or not built, no usable connection, and a call that ran out of time
+// (a statement the server refused counts as answered). A database that did not answer could not
+// take anyone's heartbeat: the monitors count no silence in those times.
+const Outages& DbOutages(int side);
 
 // 0 when address answered one echo request within attempts tries of deadline seconds each.
 // An address that is not a plain address or host name, or too long for the command, is never
@@ -89,7 +89,7 @@ class DbConn {
   int Query(const char* sql, F&& f);
 
  private:
-  // Notes for DbAnsweringSince whether the statement just run ran out of time.
+  // Notes for DbOutages whether the statement just run ran out of time.
   void NoteStatement() const;
 
   QzPool* pool_ = nullptr;

@@ -83,8 +83,7 @@ TEST_F(StoreClusterQuery, SelectorsReturnRowsInOrder) {
 }
 
 TEST_F(StoreClusterQuery, ColumnsConvertIntoTheRecord) {
-  // Central European time, summer time from March to October: noon in July is summer time
-  // there, but the stored text is read as standard time (UTC+1).
+  // Central European time, summer time from March to October: noon in July is 10:00 UTC.
   setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
   tzset();
   Sql("master",
@@ -110,7 +109,7 @@ TEST_F(StoreClusterQuery, ColumnsConvertIntoTheRecord) {
             "id=7 host=conv ip=10.1.1.1 cid=c-7 role=member role_id=102 status=100 dbw=12345678901 "
             "lw=1700000000123 tplupd=1700000000456 tplsync=1700000000789 tplstate=300 "
             "cpuinfo=Model X @ 2.0GHz cpus=2 phy=12 cores=24 procs=48 load=3 loadpp=0 "
-            "containers=17 cpu=0 mem=1 disk=12 ver=4.0.16 updated=1688209200 "
+            "containers=17 cpu=0 mem=1 disk=12 ver=4.0.16 updated=1688205600 "
             "qortime=1690000000999");
   EXPECT_STREQ(ClustsTemp[1]->hostname.c_str(), "untouched");
 }

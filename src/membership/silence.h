@@ -1,0 +1,34 @@
+// How long a row has been silent, as one monitor pass judges it: counted only over time in which
+// the database the rows were read from answered this process, and an operator told once per
+// outage when rows that look stale were held back for that reason. Single-threaded.
+#pragma once
+
+#include <cstdint>
+
+#include "store/clust_record.h"
+
+namespace qor {
+
+class Silence {
+ public:
+  // side: the database the pass read its rows from (ActInfo::side); now: the pass's clock;
+  // step: the notice's name and step, as "monitoronmaster(2)".
+  Silence(int side, int64_t now, const char* step);
+  // Logs the notice, when rows were held back in an outage not reported before.
+  ~Silence();
+  Silence(const Silence&) = delete;
+  Silence& operator=(const Silence&) = delete;
+
+  // Seconds the row has been silent at now.
+  int64_t For(const ClustRecord& row);
+
+ private:
+  int side_;
+  int64_t now_;
+  const char* step_;
+  int held_ = 0;
+  int64_t outage_ = 0;   // id of the latest outage that held a row back
+  int64_t seconds_ = 0;  // of that row's age, those the database did not answer
+};
+
+}  // namespace qor
