@@ -153,6 +153,7 @@ std::string Lab::MakeHosts() {
     o.dir = opts_.dir + "/" + h.name;
     o.syslog_file = opts_.dir + "/logs/" + h.name + ".syslog";
     o.env = {std::string("PATH=") + kLabPath, "HOME=/root"};
+    if (!opts_.tz.empty()) o.env.push_back("TZ=" + opts_.tz);
     std::error_code ec;
     fs::create_directories(o.dir + "/root", ec);
     hosts_.push_back(std::make_unique<NsHost>(o));
@@ -254,25 +255,12 @@ std::string Lab::StartServices() {
       return info_[i].name + " cannot reach the master over the bridge";
     }
   }
-  auto startDb = [this](int i) {
-    RunOptions o;
-    o.timeout_sec = 120;
-    // Temporary tables are named after the server's pid, and every host's server may have the
-    // same pid in its own namespace: each needs a temporary directory of its own.
-    std::error_code ec;
-    fs::create_directories(Host(i).dir() + "/tmp", ec);
-    return Host(i).Enter(
-        {"/usr/bin/env", std::string("QOR_TEST_DBPWD=") + kLabDbPassword,
-         "TMPDIR=" + InHost(info_[i].name + "/tmp"), "/bin/bash", InHost("tools/scripts/testdb.sh"),
-         "start", info_[i].address, InHost(info_[i].name + "/db")},
-        o);
-  };
-  RunResult slaveDb;
-  std::thread slave([&] { slaveDb = startDb(1); });
-  RunResult masterDb = startDb(0);
+  std::string slaveDb;
+  std::thread slave([&] { slaveDb = StartDatabase(1); });
+  std::string masterDb = StartDatabase(0);
   slave.join();
-  if (masterDb.status != 0) return Failed("master database", masterDb);
-  if (slaveDb.status != 0) return Failed("slave database", slaveDb);
+  if (!masterDb.empty()) return masterDb;
+  if (!slaveDb.empty()) return slaveDb;
 
   std::ofstream(opts_.dir + "/ssh/sshd_config")
       << SshdConfig(info_[0].address, InHost("ssh/host_ed25519"), "/run/lab-ssh/authorized_keys",
@@ -282,6 +270,29 @@ std::string Lab::StartServices() {
              " /run/lab-ssh/authorized_keys && /usr/sbin/sshd -f " + InHost("ssh/sshd_config"));
   if (sshd.status != 0) return Failed("sshd", sshd);
   return "";
+}
+
+std::string Lab::StartDatabase(int i) {
+  RunOptions o;
+  o.timeout_sec = 120;
+  // Temporary tables are named after the server's pid, and every host's server may have the
+  // same pid in its own namespace: each needs a temporary directory of its own.
+  std::error_code ec;
+  fs::create_directories(Host(i).dir() + "/tmp", ec);
+  RunResult r = Host(i).Enter(
+      {"/usr/bin/env", std::string("QOR_TEST_DBPWD=") + kLabDbPassword,
+       "TMPDIR=" + InHost(info_[i].name + "/tmp"), "/bin/bash", InHost("tools/scripts/testdb.sh"),
+       "start", info_[i].address, InHost(info_[i].name + "/db")},
+      o);
+  return r.status == 0 ? "" : Failed(info_[i].name + " database", r);
+}
+
+std::string Lab::StopDatabase(int i) {
+  RunOptions o;
+  o.timeout_sec = 60;
+  RunResult r = Host(i).Enter(
+      {"/bin/bash", InHost("tools/scripts/testdb.sh"), "stop", InHost(info_[i].name + "/db")}, o);
+  return r.status == 0 ? "" : Failed(info_[i].name + " database stop", r);
 }
 
 void Lab::Down() {
@@ -360,10 +371,10 @@ RunResult Lab::StartDaemon(int i, bool fast) {
   // The loader only warns about a preload it cannot find: the daemon would run at full pace.
   if (ec) return RunResult{1, "", "cannot copy the fast-pace library: " + ec.message(), {}, {}};
   // A sanitizer's runtime wants to be loaded first; the preloaded library comes before it.
-  return Host(i).Enter({"/usr/bin/env", "LD_PRELOAD=/var/www/html/qor/qorbin/lab-fast-sleep.so",
-                        "ASAN_OPTIONS=verify_asan_link_order=0", kInstalledQorclustd,
-                        "-start_boot"},
-                       RunOptions{});
+  return Host(i).Enter(
+      {"/usr/bin/env", "LD_PRELOAD=/var/www/html/qor/qorbin/lab-fast-sleep.so",
+       "ASAN_OPTIONS=verify_asan_link_order=0", kInstalledQorclustd, "-start_boot"},
+      RunOptions{});
 }
 
 // The daemon raises its own priority to the highest once it runs in a session of its own; after
@@ -372,9 +383,12 @@ RunResult Lab::StartDaemon(int i, bool fast) {
 // so the session's share is set as well; without autogroup that write fails and is not needed.
 void Lab::NiceDaemon(int i) {
   const std::string n = std::to_string(opts_.member_nice);
-  Shell(i, "for _ in $(seq 100); do p=$(pgrep -x qorclustd) && [ \"$(ps -o ni= -p \"$p\" | tr -d ' ')\" "
-           "= -20 ] && renice -n " + n + " -p \"$p\" >/dev/null && { echo " + n +
-           " >/proc/$p/autogroup; exit 0; } 2>/dev/null; sleep 0.05; done");
+  Shell(
+      i,
+      "for _ in $(seq 100); do p=$(pgrep -x qorclustd) && [ \"$(ps -o ni= -p \"$p\" | tr -d ' ')\" "
+      "= -20 ] && renice -n " +
+          n + " -p \"$p\" >/dev/null && { echo " + n +
+          " >/proc/$p/autogroup; exit 0; } 2>/dev/null; sleep 0.05; done");
 }
 
 std::vector<std::string> Lab::Syslog(int i) {

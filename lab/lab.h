@@ -35,6 +35,9 @@ struct LabOptions {
   // stretches every cycle to seconds. Niced members leave the master and the slave (daemon and
   // database server) the processors they would have as servers.
   int member_nice = 0;
+  // The time zone of every host's processes (TZ), the database servers' included; empty: this
+  // machine's.
+  std::string tz = "";
 };
 
 struct LabHost {
@@ -120,6 +123,11 @@ class Lab {
   // Statements as the database's root on host i (0 or 1), in database qor; the tab-separated
   // rows without column names. ok (when given) says whether the client succeeded.
   std::string Sql(int i, const std::string& statements, bool* ok = nullptr) const;
+
+  // Stops host i's database server (0 or 1), as an operator or a crash does, while the host and
+  // its daemon go on; and starts it again on the same data. An error text, empty on success.
+  std::string StopDatabase(int i);
+  std::string StartDatabase(int i);
 
   // Takes host i's link down (or up again) at the bridge: its packets go nowhere, as when a
   // server's cable is pulled; its processes keep running. Noted in dir/logs/links.log.

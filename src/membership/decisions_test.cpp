@@ -58,6 +58,23 @@ TEST(Decisions, Monitors) {
   // Time in which the database did not answer is not silence.
   EXPECT_EQ(SilentFor(1000, 980, 0), 20);
   EXPECT_EQ(SilentFor(1000, 980, 10), 10);
+  // A row held back for the master's outage counts its age once the slave's database says the
+  // slave judged it; only members are so taken.
+  struct {
+    const char* name;
+    ClustRecord row;
+    int64_t age, silentFor;
+    bool inactiveOnSlave;
+    int64_t judged;
+  } held[] = {
+      {"held back, judged by the slave", Row(A, 0), 40, 5, true, 40},
+      {"held back, active on the slave", Row(A, 0), 40, 5, false, 5},
+      {"fresh either way", Row(A, 0), 10, 10, true, 10},
+      {"the slave's own row", Row(A, 0, S), 40, 5, true, 5},
+  };
+  for (const auto& h : held) {
+    EXPECT_EQ(SilenceOnMaster(h.row, h.age, h.silentFor, h.inactiveOnSlave), h.judged) << h.name;
+  }
 
   ClustRecord behind = Row(A, 0), marked = Row(A, 0, kRoleIdMember, kTplOld);
   behind.tpl_syncmill = marked.tpl_syncmill = 4;

@@ -48,9 +48,9 @@ int WritePair(int full) {
   CopyOwnValues(Mm, Clust, Containers);
   // A read that failed counts as a slave that did not answer: it says nothing about the copy,
   // and an insert after it would give the master a second row there.
-  bool answered = Ping(slave, 1, 3) == 0 &&
-                  GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master", &sactinfo,
-                                ClustsOnSlave, 1) == kDbOk;
+  bool answered =
+      Ping(slave, 1, 3) == 0 && GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(),
+                                              "-master", &sactinfo, ClustsOnSlave, 1) == kDbOk;
   // Only a read of this cycle says anything about the slave's copy.
   const ClustRecord* Sm = answered && sactinfo.count == 1 ? ClustsOnSlave[0] : nullptr;
   MasterRowDecision d = DecideMasterRow(Mm, Ms, Sm, answered, sactinfo.count);

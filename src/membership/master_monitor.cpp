@@ -2,7 +2,10 @@
 // servers that stopped writing, copies each new status to the slave's database under the id the
 // row has there, runs the take-over for servers that were active, and marks template copies that
 // are behind its own tree.
+#include <algorithm>
 #include <cstdio>
+#include <string>
+#include <vector>
 
 #include "base/clock.h"
 #include "base/log.h"
@@ -58,8 +61,25 @@ int WriteStatus(const ClustRecord& row, int status, SlaveReach& slave) {
   return before;
 }
 
-void CheckRow(ClustRecord& row, int64_t now, Silence& silence, SlaveReach& slave) {
-  int64_t silentFor = silence.For(row);
+// The host names the slave's database holds inactive, read only when a row of this pass looks
+// stale for an outage of the master's database: the slave may have judged it meanwhile.
+std::vector<std::string> InactiveOnSlave(const Silence& silence, SlaveReach& slave) {
+  std::vector<std::string> names;
+  bool held = false;
+  for (int i = 0; i < mactinfo.count && !held; ++i) held = silence.HeldBack(*ClustsOnMaster[i]);
+  if (!held || !slave.answers()) return names;
+  ActInfo info;
+  GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-inactive", &info,
+                ClustsTemp, 1);
+  for (int i = 0; i < info.count; ++i) names.emplace_back(ClustsTemp[i]->hostname.c_str());
+  return names;
+}
+
+void CheckRow(ClustRecord& row, int64_t now, Silence& silence, SlaveReach& slave,
+              const std::vector<std::string>& inactiveOnSlave) {
+  bool judged = std::find(inactiveOnSlave.begin(), inactiveOnSlave.end(), row.hostname.c_str()) !=
+                inactiveOnSlave.end();
+  int64_t silentFor = SilenceOnMaster(row, silence.Age(row), silence.For(row), judged);
   Trace("_xmonitoronmaster(9): delta=%ld ldate1=%ld ldate2=%ld\n", static_cast<long>(silentFor),
         static_cast<long>(now), static_cast<long>(row.updated_at));
   MonitorVerdict v = DecideOnMaster(row, silentFor, MasterLastWriteMill);
@@ -111,6 +131,7 @@ int MonitorOnMaster(int) {
   if (mactinfo.side != 0) return kMonitorDone;
   Silence silence(0, now, "monitoronmaster(2)");
   SlaveReach slave;
+  const std::vector<std::string> inactiveOnSlave = InactiveOnSlave(silence, slave);
   for (int i = 0; i < mactinfo.count; ++i) {
     ClustRecord& row = *ClustsOnMaster[i];
     // Master rows come first by role_id; each one read sets the reference for the rows after it.
@@ -119,7 +140,7 @@ int MonitorOnMaster(int) {
       MasterTplUpdateMill = row.tpl_updatemill;
       continue;
     }
-    CheckRow(row, now, silence, slave);
+    CheckRow(row, now, silence, slave, inactiveOnSlave);
     MarkTemplate(row, slave);
   }
   return kMonitorDone;

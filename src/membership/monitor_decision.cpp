@@ -54,6 +54,12 @@ bool TemplateMarkDue(const ClustRecord& row, int64_t masterTplUpdateMill) {
   return row.tpl_syncmill < masterTplUpdateMill && row.tpl_syncstate != kTplOld;
 }
 
+int64_t SilenceOnMaster(const ClustRecord& row, int64_t age, int64_t silentFor,
+                        bool inactiveOnSlave) {
+  bool member = row.role_id != kRoleIdMaster && row.role_id != kRoleIdSlave;
+  return member && inactiveOnSlave && IsSilent(age) && !IsSilent(silentFor) ? age : silentFor;
+}
+
 bool TakeoverDue(const MonitorVerdict& v, const ClustRecord& row, int slaveCopyStatus) {
   if (!v.takeover) return false;
   if (row.role_id == kRoleIdSlave) return true;

@@ -21,12 +21,17 @@ int64_t Silence::For(const ClustRecord& row) {
   int64_t outage = 0;
   int64_t notAnswering = DbOutages(side_).Within(row.updated_at, now_, &outage);
   int64_t silentFor = SilentFor(now_, row.updated_at, notAnswering);
-  if (IsSilent(now_ - row.updated_at) && !IsSilent(silentFor)) {
+  if (IsSilent(Age(row)) && !IsSilent(silentFor)) {
     ++held_;
     outage_ = outage;
     seconds_ = notAnswering;
   }
   return silentFor;
+}
+
+bool Silence::HeldBack(const ClustRecord& row) const {
+  if (side_ < 0 || !IsSilent(Age(row))) return false;
+  return !IsSilent(SilentFor(now_, row.updated_at, DbOutages(side_).Within(row.updated_at, now_)));
 }
 
 Silence::~Silence() {

@@ -21,6 +21,10 @@ class Silence {
 
   // Seconds the row has been silent at now.
   int64_t For(const ClustRecord& row);
+  // Seconds since the row's last write, outages included.
+  int64_t Age(const ClustRecord& row) const { return now_ - row.updated_at; }
+  // Whether the row looks silent by its age only because the database did not answer.
+  bool HeldBack(const ClustRecord& row) const;
 
  private:
   int side_;

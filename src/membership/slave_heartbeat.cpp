@@ -82,8 +82,8 @@ int WriteOwnOnlyOnMaster(int full) {
 }
 
 int WriteWithMaster(int full) {
-  if (GetClusterSql(MasterAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave",
-                    &mactinfo, ClustsOnMaster, 0) != kDbOk) {
+  if (GetClusterSql(MasterAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave", &mactinfo,
+                    ClustsOnMaster, 0) != kDbOk) {
     return kHeartbeatStopped;
   }
   Trace("_xupdateslave(4): mactinfo.count=%d\n", mactinfo.count);

@@ -1,6 +1,6 @@
-// What the end-to-end tests share: a lab per test (four hosts unless said: master, slave, two members) in a
-// directory of the test's own under the build tree, and checks that say what differs when the
-// cluster is not as expected.
+// What the end-to-end tests share: a lab per test (four hosts unless said: master, slave, two
+// members) in a directory of the test's own under the build tree, and checks that say what differs
+// when the cluster is not as expected.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -31,9 +31,14 @@ bool Moves(const Lab& lab, int db, const std::string& hostname, int seconds);
 // Stops host i's daemon and starts it again fast (Lab::StartDaemon).
 ::testing::AssertionResult RestartFast(Lab& lab, int i);
 
+// Marks the master's template tree changed now, as the platform does, in the master's row; the
+// mark's time, or -1.
+int64_t MarkTemplates(const Lab& lab);
+
 class LabCluster : public ::testing::Test {
  protected:
-  explicit LabCluster(int hosts = 4);
+  // tz: the hosts' time zone (empty: this machine's).
+  explicit LabCluster(int hosts = 4, const std::string& tz = "");
   void SetUp() override;
   void TearDown() override;
   // Starts a daemon on every host and waits (bounded) until both databases hold every host's

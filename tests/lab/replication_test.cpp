@@ -35,21 +35,6 @@ bool Synced(const Lab& lab, int i, int64_t since) {
   return true;
 }
 
-// Marks the master's template tree changed now, as the platform does, in the master's row. The
-// master's heartbeat writes back the value it read: a mark made between its read and its write is
-// lost, and made again. The mark's time, or -1.
-int64_t MarkTemplates(const Lab& lab) {
-  for (int attempt = 0; attempt < 3; ++attempt) {
-    const std::string t = std::to_string(NowMill());
-    lab.Sql(kMaster, "update clusters set tpl_updatemill=" + t + " where role_id=100;");
-    if (!Moves(lab, kMaster, lab.Info(kMaster).name, 5)) continue;
-    if (lab.Sql(kMaster, "select tpl_updatemill from clusters where role_id=100;") == t + "\n") {
-      return std::stoll(t);
-    }
-  }
-  return -1;
-}
-
 bool Has(Lab& lab, int i, const std::string& path) {
   return fs::exists(lab.Host(i).dir() + "/qor/" + path);
 }

@@ -1,0 +1,164 @@
+// A running cluster in which members die in the situations a production cluster meets every year,
+// in turn on one lab: in a time zone whose daylight saving time is in force today; with its
+// template copy behind the master's; while the master's database server is down and its host
+// up; while the master's database stalls for a few seconds at a time. Each dead member is found
+// in bounded time, taken over exactly once in the whole cluster, and no live server is taken
+// for dead.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <set>
+#include <string>
+#include <thread>
+
+#include "lab/lab_fixture.h"
+
+namespace qorlab {
+namespace {
+
+// A zone whose daylight saving time is in force now, in one hemisphere or the other.
+std::string DaylightSavingZone() {
+  const char* old = std::getenv("TZ");
+  const std::string saved = old ? old : "";
+  std::string found = "Europe/Berlin";
+  for (const char* zone : {"Europe/Berlin", "America/New_York", "Australia/Sydney"}) {
+    setenv("TZ", zone, 1);
+    tzset();
+    time_t now = time(nullptr);
+    struct tm tm;
+    if (localtime_r(&now, &tm) != nullptr && tm.tm_isdst > 0) {
+      found = zone;
+      break;
+    }
+  }
+  if (old) {
+    setenv("TZ", saved.c_str(), 1);
+  } else {
+    unsetenv("TZ");
+  }
+  tzset();
+  return found;
+}
+
+class LabDetector : public LabCluster {
+ protected:
+  LabDetector() : LabCluster(4, DaylightSavingZone()) {}
+
+  // Kills member i's daemon; the second of its death.
+  int64_t Kill(int i) {
+    EXPECT_EQ(lab_.Run(i, {"-stop"}).status, 0) << lab_.Info(i).name;
+    return NowMill() / 1000;
+  }
+  // Seconds from death until member i's row is 200 in database db, or -1 past limit seconds.
+  int64_t FoundAfter(int i, int db, int64_t death, int limit) {
+    bool found = WaitFor(limit, [&] { return RowOf(lab_, db, lab_.Info(i).name).status == 200; });
+    return found ? NowMill() / 1000 - death : -1;
+  }
+  ::testing::AssertionResult Revive(int i) {
+    RunResult r = lab_.StartDaemon(i, false);
+    if (r.status != 0) return ::testing::AssertionFailure() << "-start_boot: " << r.err;
+    if (WaitFor(15, [&] { return AllActive(lab_, kMaster) && AllActive(lab_, kSlave); })) {
+      return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure()
+           << AllActive(lab_, kMaster).message() << " / " << AllActive(lab_, kSlave).message();
+  }
+  int AllTakeovers() { return Takeovers(lab_, kMaster) + Takeovers(lab_, kSlave); }
+  // Detected_ lines on the master and the slave that name a server not in dead.
+  int DetectedOthers(const std::set<std::string>& dead) {
+    int n = 0;
+    for (int host : {kMaster, kSlave}) {
+      for (const std::string& line : lab_.Syslog(host)) {
+        if (line.rfind("Detected_", 0) != 0) continue;
+        bool named = false;
+        for (const std::string& d : dead)
+          named = named || line.find(" that " + d + "(") != std::string::npos;
+        n += named ? 0 : 1;
+      }
+    }
+    return n;
+  }
+};
+
+TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
+  ASSERT_TRUE(StartAndJoin());
+  const LabHost &m1 = lab_.Info(kMember1), &m2 = lab_.Info(kMember2);
+  const std::set<std::string> dead = {m1.name, m2.name};
+
+  // Daylight saving time in force: the row's time is read in the zone's own rules, so the
+  // member is found after its 15 s and the line names the second it last wrote.
+  int64_t death = Kill(kMember2);
+  int64_t after = FoundAfter(kMember2, kMaster, death, 30);
+  EXPECT_GE(after, 15) << "in " << DaylightSavingZone();
+  EXPECT_LE(after, 25) << "in " << DaylightSavingZone();
+  const std::string line = "Detected_1 that " + m2.name + "(" + m2.address + ")<";
+  for (const std::string& l : lab_.Syslog(kMaster)) {
+    if (l.rfind(line, 0) != 0) continue;
+    EXPECT_NEAR(std::stoll(l.substr(line.size())), death, 3) << l;
+    break;
+  }
+  EXPECT_EQ(AllTakeovers(), 1);
+  ASSERT_TRUE(Revive(kMember2));
+
+  // Its template copy behind: marked once, the row still goes silent.
+  death = Kill(kMember1);
+  ASSERT_GT(MarkTemplates(lab_), 0);
+  EXPECT_TRUE(WaitFor(25, [&] {
+    return lab_.Sql(kMaster, "select tpl_syncstate from clusters where hostname='" + m1.name +
+                                 "';") == "300\n";
+  }));
+  after = FoundAfter(kMember1, kSlave, death, 30);
+  EXPECT_GE(after, 15);
+  EXPECT_LE(after, 25);
+  EXPECT_EQ(AllTakeovers(), 2);
+  ASSERT_TRUE(Revive(kMember1));
+
+  // The master's database server down, its host up: the slave keeps the watch from its own
+  // database; when the master's database is back, both agree within 20 s and nobody runs the
+  // take-over a second time.
+  ASSERT_EQ(lab_.StopDatabase(kMaster), "");
+  death = Kill(kMember2);
+  after = FoundAfter(kMember2, kSlave, death, 35);
+  EXPECT_GT(after, 0);
+  EXPECT_LE(after, 30);
+  EXPECT_EQ(Takeovers(lab_, kSlave), 1);
+  ASSERT_EQ(lab_.StartDatabase(kMaster), "");
+  auto agreed = [&](int db) {
+    for (const ClusterRow& r : ReadRows(lab_, db)) {
+      if (r.status != (r.hostname == m2.name ? 200 : 100)) return false;
+    }
+    return ReadRows(lab_, db).size() == 4;
+  };
+  EXPECT_TRUE(WaitFor(20, [&] { return agreed(kMaster) && agreed(kSlave); }));
+  std::this_thread::sleep_for(std::chrono::seconds(10));
+  EXPECT_EQ(AllTakeovers(), 3);
+  EXPECT_EQ(DetectedOthers(dead), 0);
+  ASSERT_TRUE(Revive(kMember2));
+
+  // The master's database stalls 3 s in every 10: detection comes later, never not at all.
+  std::atomic<bool> stalling{true};
+  std::thread stalls([&] {
+    for (int i = 0; i < 12 && stalling; ++i) {
+      lab_.Shell(kMaster,
+                 "nft add table inet labstall && nft add chain inet labstall in '{ type filter "
+                 "hook input priority 0; }' && nft add rule inet labstall in tcp dport 3306 drop");
+      std::this_thread::sleep_for(std::chrono::seconds(3));
+      lab_.Shell(kMaster, "nft delete table inet labstall");
+      std::this_thread::sleep_for(std::chrono::seconds(7));
+    }
+  });
+  death = Kill(kMember1);
+  after = FoundAfter(kMember1, kMaster, death, 45);
+  stalling = false;
+  stalls.join();
+  EXPECT_GT(after, 0);
+  EXPECT_LE(after, 40);
+  EXPECT_TRUE(WaitFor(10, [&] { return AllTakeovers() == 4; }));
+  EXPECT_EQ(DetectedOthers(dead), 0);
+}
+
+}  // namespace
+}  // namespace qorlab
