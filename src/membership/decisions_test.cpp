@@ -101,9 +101,7 @@ TEST(Decisions, Monitors) {
       {"member, slave's copy active", down, Row(A, 0), A, true},
       {"member, slave's copy not read", down, Row(A, 0), 0, true},
       {"member the slave took over", down, Row(A, 0), I, false},
-      {"member the slave made old", down, Row(A, 0), O, false},
       {"the slave itself, its copy old", down, Row(A, 0, S), O, true},
-      {"no take-over asked", DecideOnMaster(Row(A, 0), 15, 0), Row(A, 0), A, false},
   };
   for (const auto& t : takeovers) EXPECT_EQ(TakeoverDue(t.v, t.row, t.slaveCopy), t.due) << t.name;
 }

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <set>
 #include <string>
 #include <thread>
@@ -19,28 +20,17 @@
 namespace qorlab {
 namespace {
 
-// A zone whose daylight saving time is in force now, in one hemisphere or the other.
+// A zone whose daylight saving time is in force now: Berlin's from late March to late October,
+// Sydney's from early October to early April. The test's own zone follows it, which nothing reads.
 std::string DaylightSavingZone() {
-  const char* old = std::getenv("TZ");
-  const std::string saved = old ? old : "";
-  std::string found = "Europe/Berlin";
-  for (const char* zone : {"Europe/Berlin", "America/New_York", "Australia/Sydney"}) {
+  for (const char* zone : {"Europe/Berlin", "Australia/Sydney"}) {
     setenv("TZ", zone, 1);
     tzset();
     time_t now = time(nullptr);
     struct tm tm;
-    if (localtime_r(&now, &tm) != nullptr && tm.tm_isdst > 0) {
-      found = zone;
-      break;
-    }
+    if (localtime_r(&now, &tm) != nullptr && tm.tm_isdst > 0) return zone;
   }
-  if (old) {
-    setenv("TZ", saved.c_str(), 1);
-  } else {
-    unsetenv("TZ");
-  }
-  tzset();
-  return found;
+  return "Australia/Sydney";
 }
 
 class LabDetector : public LabCluster {
@@ -157,6 +147,25 @@ TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
   EXPECT_GT(after, 0);
   EXPECT_LE(after, 40);
   EXPECT_TRUE(WaitFor(10, [&] { return AllTakeovers() == 4; }));
+  ASSERT_TRUE(Revive(kMember1));
+
+  // The master's database hung for a minute: every daemon's cycle goes on within its bound on
+  // database waits, so the slave's database keeps every heartbeat; once the master's database
+  // answers again, nobody is taken for dead, and both databases are whole within a few cycles.
+  std::string pid;
+  std::ifstream(lab_.dir() + "/" + lab_.Info(kMaster).name + "/db/mysqld.pid") >> pid;
+  ASSERT_EQ(lab_.Shell(kMaster, "kill -STOP " + pid).status, 0);  // its own pid namespace's
+  auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  for (int i = 0; i < 300 && std::chrono::steady_clock::now() < end; ++i) {
+    for (const ClusterRow& r : ReadRows(lab_, kSlave)) {
+      if (dead.count(r.hostname) == 0) EXPECT_LE(r.now - r.updated_at, 9) << r.hostname;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  }
+  ASSERT_EQ(lab_.Shell(kMaster, "kill -CONT " + pid).status, 0);
+  EXPECT_TRUE(WaitFor(10, [&] { return AllActive(lab_, kMaster) && AllActive(lab_, kSlave); }));
+  std::this_thread::sleep_for(std::chrono::seconds(6));
+  EXPECT_EQ(AllTakeovers(), 4);
   EXPECT_EQ(DetectedOthers(dead), 0);
 }
 

@@ -1,6 +1,6 @@
 // A running cluster when the master goes silent: its link pulled, after which the slave watches
-// alone and finds its own database behind (a member's daemon killed is the scale test's). Seen as
-// the platform sees it: the rows of both databases, the detection lines and the runs of the
+// alone and finds its own database behind (members that die meanwhile are the detector test's).
+// Seen as the platform sees it: the rows of both databases, the detection lines and the runs of the
 // take-over script (where the containers go is the store suite's).
 #include <gtest/gtest.h>
 
@@ -19,7 +19,7 @@ std::string Silent(const char* prefix, const LabHost& h) {
 
 TEST_F(LabFailover, SlaveTakesOverFromAMasterCutOff) {
   ASSERT_TRUE(StartAndJoin());
-  const LabHost &master = lab_.Info(kMaster), &slave = lab_.Info(kSlave), &m1 = lab_.Info(kMember1);
+  const LabHost &master = lab_.Info(kMaster), &slave = lab_.Info(kSlave);
   ASSERT_TRUE(lab_.Cut(kMaster));
   // A query under way fails first, then the slave's cycles take about 11 s, most of it pinging
   // the master; the master's row is found once 15 s stale.
@@ -30,18 +30,6 @@ TEST_F(LabFailover, SlaveTakesOverFromAMasterCutOff) {
   EXPECT_TRUE(
       Logged(lab_, kSlave, "SLAVE detected " + master.name + "(" + master.address + ") down[id:"));
   EXPECT_EQ(Takeovers(lab_, kSlave), 1);
-
-  // The members keep the slave's database current; one that dies now is found by the slave.
-  for (int m : {kMember1, kMember2}) {
-    EXPECT_TRUE(Moves(lab_, kSlave, lab_.Info(m).name, 20)) << lab_.Info(m).name;
-  }
-  ASSERT_EQ(lab_.Run(kMember1, {"-stop"}).status, 0);
-  EXPECT_TRUE(WaitFor(45, [&] { return Takeovers(lab_, kSlave) > 1; }));
-  EXPECT_TRUE(Logged(lab_, kSlave, Silent("Detected_4", m1)));
-  EXPECT_EQ(RowOf(lab_, kSlave, m1.name).status, 200);
-  EXPECT_EQ(RowOf(lab_, kSlave, lab_.Info(kMember2).name).status, 100);
-  EXPECT_EQ(Takeovers(lab_, kSlave), 2);
-  EXPECT_EQ(CountLogged(lab_, kSlave, "Detected_4"), 1);
 
   // Alone, the slave keeps its own row active in its own database, until that database shows the
   // master's row written later than its own: then it missed writes, and declares itself old.

@@ -25,15 +25,16 @@ TEST_F(StorePools, TargetPicksTheDatabase) {
     int target;
     int rc;
     std::vector<std::string> hosts;
-  } cases[] = {{"target 0 with both pools", false, none, 0, 0, {"on-master"}},
-               {"target 0 without mpool", false, m, 0, 0, {"on-slave"}},
-               {"target 1 with both pools", false, none, 1, 0, {"on-slave"}},
-               {"target 1 without spool", false, s, 1, 500, {}},
-               {"target 0 without pools", false, both, 0, 500, {}},
-               {"target 2 in a cluster", false, none, 2, 0, {}},
-               {"target -1 in a cluster", false, none, -1, 0, {}},
-               {"standalone target 1", true, none, 1, 0, {"on-master"}},
-               {"standalone target 2", true, none, 2, 0, {"on-master"}}};
+    int side;  // the database the rows came from
+  } cases[] = {{"target 0 with both pools", false, none, 0, 0, {"on-master"}, 0},
+               {"target 0 without mpool", false, m, 0, 0, {"on-slave"}, 1},
+               {"target 1 with both pools", false, none, 1, 0, {"on-slave"}, 1},
+               {"target 1 without spool", false, s, 1, 500, {}, -1},
+               {"target 0 without pools", false, both, 0, 500, {}, -1},
+               {"target 2 in a cluster", false, none, 2, 0, {}, -1},
+               {"target -1 in a cluster", false, none, -1, 0, {}, -1},
+               {"standalone target 1", true, none, 1, 0, {"on-master"}, 0},
+               {"standalone target 2", true, none, 2, 0, {"on-master"}, 0}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     qor::Cluster = c.standalone ? 0 : 1;
@@ -44,6 +45,7 @@ TEST_F(StorePools, TargetPicksTheDatabase) {
     qor::ActInfo info{7, 7, 7};
     EXPECT_EQ(Select("-all", &info, c.target), c.rc);
     EXPECT_EQ(Hosts(info, qor::ClustsTemp), c.hosts);
+    EXPECT_EQ(info.side, c.side);
     EXPECT_EQ(info.servers, static_cast<int>(c.hosts.size()));
     EXPECT_EQ(Logs(),
               c.rc == qor::kDbNoConnection
