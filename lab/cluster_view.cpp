@@ -1,6 +1,8 @@
 #include "lab/cluster_view.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <ctime>
 #include <sstream>
 
 #include "store/clust_record.h"
@@ -77,6 +79,53 @@ int Takeovers(const Lab& lab, int i) {
   return static_cast<int>(std::count_if(calls.begin(), calls.end(), [](const std::string& c) {
     return c.find(" qordown.sh") != std::string::npos;
   }));
+}
+
+int ClusterTakeovers(const Lab& lab) {
+  return Takeovers(lab, kMaster) + Takeovers(lab, kSlave);
+}
+
+int DetectedOtherThan(Lab& lab, const std::set<std::string>& dead) {
+  int n = 0;
+  for (int host : {kMaster, kSlave}) {
+    for (const std::string& line : lab.Syslog(host)) {
+      if (line.rfind("Detected_", 0) != 0) continue;
+      n += std::none_of(dead.begin(), dead.end(), [&](const std::string& d) {
+        return line.find(" that " + d + "(") != std::string::npos;
+      });
+    }
+  }
+  return n;
+}
+
+bool Moves(const Lab& lab, int db, const std::string& hostname, int seconds) {
+  int64_t at = RowOf(lab, db, hostname).updated_at;
+  return WaitFor(seconds, [&] { return RowOf(lab, db, hostname).updated_at > at; });
+}
+
+// The master's heartbeat writes back the value it read: a mark made between its read and its
+// write is lost, and made again.
+int64_t MarkTemplates(const Lab& lab) {
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    const std::string t = std::to_string(NowMill());
+    lab.Sql(kMaster, "update clusters set tpl_updatemill=" + t + " where role_id=100;");
+    if (!Moves(lab, kMaster, lab.Info(kMaster).name, 5)) continue;
+    if (lab.Sql(kMaster, "select tpl_updatemill from clusters where role_id=100;") == t + "\n") {
+      return std::stoll(t);
+    }
+  }
+  return -1;
+}
+
+std::string DaylightSavingZone() {
+  for (const char* zone : {"Europe/Berlin", "Australia/Sydney"}) {
+    setenv("TZ", zone, 1);
+    tzset();
+    time_t now = time(nullptr);
+    struct tm tm;
+    if (localtime_r(&now, &tm) != nullptr && tm.tm_isdst > 0) return zone;
+  }
+  return "Australia/Sydney";
 }
 
 }  // namespace qorlab

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -38,5 +39,21 @@ std::string NotAllActive(const Lab& lab, int db);
 int CountLogged(Lab& lab, int i, const std::string& prefix);
 // Runs of the take-over script (the qordown.sh stand-in) on host i so far.
 int Takeovers(const Lab& lab, int i);
+// The same on the master and the slave together: the cluster's take-overs.
+int ClusterTakeovers(const Lab& lab);
+// Detected_ lines of the master and the slave that name none of the hosts dead: live servers
+// taken for silent.
+int DetectedOtherThan(Lab& lab, const std::set<std::string>& dead);
+
+// True when the row of hostname in database db is written again within seconds from now.
+bool Moves(const Lab& lab, int db, const std::string& hostname, int seconds);
+// Marks the master's template tree changed now, as the platform does, in the master's row; the
+// mark's time, or -1.
+int64_t MarkTemplates(const Lab& lab);
+
+// A zone whose daylight saving time is in force now (Berlin's from late March to late October,
+// Sydney's from early October to early April), for a lab that must run in one. Sets this
+// process's own zone to it as well.
+std::string DaylightSavingZone();
 
 }  // namespace qorlab

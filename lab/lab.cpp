@@ -295,6 +295,14 @@ std::string Lab::StopDatabase(int i) {
   return r.status == 0 ? "" : Failed(info_[i].name + " database stop", r);
 }
 
+std::string Lab::StallDatabase(int i, bool stall) {
+  RunResult r = Shell(i, stall ? "nft add table inet labstall && nft add chain inet labstall in '{ "
+                                 "type filter hook input priority 0; }' && nft add rule inet "
+                                 "labstall in tcp dport 3306 drop"
+                               : "nft delete table inet labstall");
+  return r.status == 0 ? "" : Failed(info_[i].name + " database stall", r);
+}
+
 void Lab::Down() {
   if (hosts_.empty() && bridge_ < 0) return;
   std::error_code ec;

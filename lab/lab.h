@@ -129,6 +129,10 @@ class Lab {
   std::string StopDatabase(int i);
   std::string StartDatabase(int i);
 
+  // Drops (or lets through again) every packet to host i's database server, as a server that
+  // stalls does (a lock, a backup, a swapping host): its clients wait until their bounds.
+  std::string StallDatabase(int i, bool stall);
+
   // Takes host i's link down (or up again) at the bridge: its packets go nowhere, as when a
   // server's cable is pulled; its processes keep running. Noted in dir/logs/links.log.
   bool Cut(int i);

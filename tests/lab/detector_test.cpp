@@ -8,8 +8,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
-#include <ctime>
 #include <fstream>
 #include <set>
 #include <string>
@@ -19,19 +17,6 @@
 
 namespace qorlab {
 namespace {
-
-// A zone whose daylight saving time is in force now: Berlin's from late March to late October,
-// Sydney's from early October to early April. The test's own zone follows it, which nothing reads.
-std::string DaylightSavingZone() {
-  for (const char* zone : {"Europe/Berlin", "Australia/Sydney"}) {
-    setenv("TZ", zone, 1);
-    tzset();
-    time_t now = time(nullptr);
-    struct tm tm;
-    if (localtime_r(&now, &tm) != nullptr && tm.tm_isdst > 0) return zone;
-  }
-  return "Australia/Sydney";
-}
 
 class LabDetector : public LabCluster {
  protected:
@@ -56,21 +41,6 @@ class LabDetector : public LabCluster {
     return ::testing::AssertionFailure()
            << AllActive(lab_, kMaster).message() << " / " << AllActive(lab_, kSlave).message();
   }
-  int AllTakeovers() { return Takeovers(lab_, kMaster) + Takeovers(lab_, kSlave); }
-  // Detected_ lines on the master and the slave that name a server not in dead.
-  int DetectedOthers(const std::set<std::string>& dead) {
-    int n = 0;
-    for (int host : {kMaster, kSlave}) {
-      for (const std::string& line : lab_.Syslog(host)) {
-        if (line.rfind("Detected_", 0) != 0) continue;
-        bool named = false;
-        for (const std::string& d : dead)
-          named = named || line.find(" that " + d + "(") != std::string::npos;
-        n += named ? 0 : 1;
-      }
-    }
-    return n;
-  }
 };
 
 TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
@@ -90,7 +60,7 @@ TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
     EXPECT_NEAR(std::stoll(l.substr(line.size())), death, 3) << l;
     break;
   }
-  EXPECT_EQ(AllTakeovers(), 1);
+  EXPECT_EQ(ClusterTakeovers(lab_), 1);
   ASSERT_TRUE(Revive(kMember2));
 
   // Its template copy behind: marked once, the row still goes silent.
@@ -103,7 +73,7 @@ TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
   after = FoundAfter(kMember1, kSlave, death, 30);
   EXPECT_GE(after, 15);
   EXPECT_LE(after, 25);
-  EXPECT_EQ(AllTakeovers(), 2);
+  EXPECT_EQ(ClusterTakeovers(lab_), 2);
   ASSERT_TRUE(Revive(kMember1));
 
   // The master's database server down, its host up: the slave keeps the watch from its own
@@ -124,19 +94,17 @@ TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
   };
   EXPECT_TRUE(WaitFor(20, [&] { return agreed(kMaster) && agreed(kSlave); }));
   std::this_thread::sleep_for(std::chrono::seconds(10));
-  EXPECT_EQ(AllTakeovers(), 3);
-  EXPECT_EQ(DetectedOthers(dead), 0);
+  EXPECT_EQ(ClusterTakeovers(lab_), 3);
+  EXPECT_EQ(DetectedOtherThan(lab_, dead), 0);
   ASSERT_TRUE(Revive(kMember2));
 
   // The master's database stalls 3 s in every 10: detection comes later, never not at all.
   std::atomic<bool> stalling{true};
   std::thread stalls([&] {
     for (int i = 0; i < 12 && stalling; ++i) {
-      lab_.Shell(kMaster,
-                 "nft add table inet labstall && nft add chain inet labstall in '{ type filter "
-                 "hook input priority 0; }' && nft add rule inet labstall in tcp dport 3306 drop");
+      lab_.StallDatabase(kMaster, true);
       std::this_thread::sleep_for(std::chrono::seconds(3));
-      lab_.Shell(kMaster, "nft delete table inet labstall");
+      lab_.StallDatabase(kMaster, false);
       std::this_thread::sleep_for(std::chrono::seconds(7));
     }
   });
@@ -146,7 +114,7 @@ TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
   stalls.join();
   EXPECT_GT(after, 0);
   EXPECT_LE(after, 40);
-  EXPECT_TRUE(WaitFor(10, [&] { return AllTakeovers() == 4; }));
+  EXPECT_TRUE(WaitFor(10, [&] { return ClusterTakeovers(lab_) == 4; }));
   ASSERT_TRUE(Revive(kMember1));
 
   // The master's database hung for a minute: every daemon's cycle goes on within its bound on
@@ -165,8 +133,8 @@ TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
   ASSERT_EQ(lab_.Shell(kMaster, "kill -CONT " + pid).status, 0);
   EXPECT_TRUE(WaitFor(10, [&] { return AllActive(lab_, kMaster) && AllActive(lab_, kSlave); }));
   std::this_thread::sleep_for(std::chrono::seconds(6));
-  EXPECT_EQ(AllTakeovers(), 4);
-  EXPECT_EQ(DetectedOthers(dead), 0);
+  EXPECT_EQ(ClusterTakeovers(lab_), 4);
+  EXPECT_EQ(DetectedOtherThan(lab_, dead), 0);
 }
 
 }  // namespace

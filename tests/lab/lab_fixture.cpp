@@ -18,25 +18,6 @@ std::string TestDir() {
   return ::testing::AssertionFailure() << why;
 }
 
-bool Moves(const Lab& lab, int db, const std::string& hostname, int seconds) {
-  int64_t at = RowOf(lab, db, hostname).updated_at;
-  return WaitFor(seconds, [&] { return RowOf(lab, db, hostname).updated_at > at; });
-}
-
-// The master's heartbeat writes back the value it read: a mark made between its read and its
-// write is lost, and made again.
-int64_t MarkTemplates(const Lab& lab) {
-  for (int attempt = 0; attempt < 3; ++attempt) {
-    const std::string t = std::to_string(NowMill());
-    lab.Sql(kMaster, "update clusters set tpl_updatemill=" + t + " where role_id=100;");
-    if (!Moves(lab, kMaster, lab.Info(kMaster).name, 5)) continue;
-    if (lab.Sql(kMaster, "select tpl_updatemill from clusters where role_id=100;") == t + "\n") {
-      return std::stoll(t);
-    }
-  }
-  return -1;
-}
-
 LabCluster::LabCluster(int hosts, const std::string& tz)
     : lab_([&] {
         LabOptions o{TestDir(), hosts, true};

@@ -25,15 +25,8 @@ inline bool Logged(Lab& lab, int i, const std::string& prefix) {
   return CountLogged(lab, i, prefix) > 0;
 }
 
-// True when the row of hostname in database db is written again within seconds from now.
-bool Moves(const Lab& lab, int db, const std::string& hostname, int seconds);
-
 // Stops host i's daemon and starts it again fast (Lab::StartDaemon).
 ::testing::AssertionResult RestartFast(Lab& lab, int i);
-
-// Marks the master's template tree changed now, as the platform does, in the master's row; the
-// mark's time, or -1.
-int64_t MarkTemplates(const Lab& lab);
 
 class LabCluster : public ::testing::Test {
  protected:
