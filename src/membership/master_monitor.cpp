@@ -10,6 +10,7 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "config/qorconf.h"
+#include "membership/cutoff.h"
 #include "membership/heartbeat.h"
 #include "membership/monitor.h"
 #include "membership/monitor_decision.h"
@@ -76,7 +77,7 @@ std::vector<std::string> InactiveOnSlave(const Silence& silence, SlaveReach& sla
 }
 
 void CheckRow(ClustRecord& row, int64_t now, Silence& silence, SlaveReach& slave,
-              const std::vector<std::string>& inactiveOnSlave) {
+              const std::vector<std::string>& inactiveOnSlave, PassTakeovers& takeovers) {
   bool judged = std::find(inactiveOnSlave.begin(), inactiveOnSlave.end(), row.hostname.c_str()) !=
                 inactiveOnSlave.end();
   int64_t silentFor = SilenceOnMaster(row, silence.Age(row), silence.For(row), judged);
@@ -100,8 +101,9 @@ void CheckRow(ClustRecord& row, int64_t now, Silence& silence, SlaveReach& slave
   }
   int slaveCopy = v.changed ? WriteStatus(row, v.status, slave) : 0;
   // The take-over sees the row as read, but with the last write cleared for a slave made old.
+  takeovers.Saw(row, IsSilent(silentFor));
   if (TakeoverDue(v, row, slaveCopy)) {
-    Qordown(row);
+    takeovers.Due(row);
   } else if (v.takeover) {
     LogNotice("monitoronmaster(3) %s(%s) was taken over by the slave already", row.hostname.c_str(),
               row.ipaddress.c_str());
@@ -131,6 +133,7 @@ int MonitorOnMaster(int) {
   if (mactinfo.side != 0) return kMonitorDone;
   Silence silence(0, now, "monitoronmaster(2)");
   SlaveReach slave;
+  PassTakeovers takeovers("monitoronmaster(4)");
   const std::vector<std::string> inactiveOnSlave = InactiveOnSlave(silence, slave);
   for (int i = 0; i < mactinfo.count; ++i) {
     ClustRecord& row = *ClustsOnMaster[i];
@@ -140,9 +143,10 @@ int MonitorOnMaster(int) {
       MasterTplUpdateMill = row.tpl_updatemill;
       continue;
     }
-    CheckRow(row, now, silence, slave, inactiveOnSlave);
+    CheckRow(row, now, silence, slave, inactiveOnSlave, takeovers);
     MarkTemplate(row, slave);
   }
+  takeovers.Finish([&] { return slave.answers(); }, cnf.clustslave.c_str());
   return kMonitorDone;
 }
 

@@ -60,6 +60,10 @@ int64_t SilenceOnMaster(const ClustRecord& row, int64_t age, int64_t silentFor,
   return member && inactiveOnSlave && IsSilent(age) && !IsSilent(silentFor) ? age : silentFor;
 }
 
+bool CutOff(int others, int silentOthers, bool peerAnswers) {
+  return others >= 2 && silentOthers == others && !peerAnswers;
+}
+
 bool TakeoverDue(const MonitorVerdict& v, const ClustRecord& row, int slaveCopyStatus) {
   if (!v.takeover) return false;
   if (row.role_id == kRoleIdSlave) return true;

@@ -44,6 +44,11 @@ bool TemplateMarkDue(const ClustRecord& row, int64_t masterTplUpdateMill);
 int64_t SilenceOnMaster(const ClustRecord& row, int64_t age, int64_t silentFor,
                         bool inactiveOnSlave);
 
+// Whether a monitor is probably the server cut off from the network: every one of the others
+// (at least two: with one, a master and a slave have no third view) silent in its pass, and its
+// peer not answering ping. Its take-overs are then held.
+bool CutOff(int others, int silentOthers, bool peerAnswers);
+
 // Whether the take-over the verdict asks for is still to run on the master: not for a member that
 // the slave's database already holds inactive or old (slaveCopyStatus; 0 when not read), which
 // the slave took over while the master's database did not answer it.

@@ -5,6 +5,7 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "config/qorconf.h"
+#include "membership/cutoff.h"
 #include "membership/heartbeat.h"
 #include "membership/monitor.h"
 #include "membership/monitor_decision.h"
@@ -26,14 +27,13 @@ void LogSilent(const char* prefix, const ClustRecord& row, int64_t now) {
       static_cast<long>(now));
 }
 
-int64_t TraceAge(int step, int64_t now, const ClustRecord& row, Silence& silence) {
-  int64_t silentFor = silence.For(row);
+int64_t TraceAge(int step, int64_t now, const ClustRecord& row, int64_t silentFor) {
   Trace("_xmonitoronslave(%d): delta=%ld ldate1=%ld ldate2=%ld\n", step,
         static_cast<long>(silentFor), static_cast<long>(now), static_cast<long>(row.updated_at));
   return silentFor;
 }
 
-int WatchFromSlave(int64_t now);
+int WatchFromSlave(int64_t now, bool masterAnswers);
 
 // idOnSlave: the id of the master's row in the slave's database.
 int WatchAnsweringMaster(int64_t now, int idOnSlave) {
@@ -43,7 +43,7 @@ int WatchAnsweringMaster(int64_t now, int idOnSlave) {
   // The master's host answers but its database does not (stopped, hung): the master cannot judge
   // anyone from there, so the slave keeps the watch from its own database, as when the host is
   // silent.
-  if (read != kDbOk || mactinfo.side != 0) return WatchFromSlave(now);
+  if (read != kDbOk || mactinfo.side != 0) return WatchFromSlave(now, true);
   if (mactinfo.count != 2) return kMonitorDone;
   ClustRecord& M = *ClustsOnMaster[0];
   const ClustRecord& S = *ClustsOnMaster[1];
@@ -51,7 +51,7 @@ int WatchAnsweringMaster(int64_t now, int idOnSlave) {
   if (!(M.role == "master" && S.role == "slave")) return kMonitorDone;
   if (M.status != kStatusActive && M.status != kStatusInactive) return kMonitorDone;
   Silence silence(0, now, "monitoronslave(8)");
-  int64_t silentFor = TraceAge(3, now, M, silence);
+  int64_t silentFor = TraceAge(3, now, M, silence.For(M));
   MonitorVerdict v = DecideMasterAnswering(M, S, silentFor);
   if (!v.silent) return kMonitorDone;
   LogSilent("Detected_2", M, now);
@@ -69,10 +69,11 @@ int WatchAnsweringMaster(int64_t now, int idOnSlave) {
   return kMonitorDone;
 }
 
-void JudgeMasterAlone(const ClustRecord& R, int64_t now, Silence& silence) {
+void JudgeMasterAlone(const ClustRecord& R, int64_t now, int64_t silentFor,
+                      PassTakeovers& takeovers) {
   MasterLastWriteMill = R.last_writemill;
   if (R.status != kStatusActive && R.status != kStatusInactive) return;
-  int64_t silentFor = TraceAge(6, now, R, silence);
+  TraceAge(6, now, R, silentFor);
   MonitorVerdict v = DecideMasterSilent(R, silentFor, MasterLastWriteMill, SlaveLastWriteMill);
   if (!v.silent) return;
   LogSilent("Detected_3", R, now);
@@ -82,20 +83,22 @@ void JudgeMasterAlone(const ClustRecord& R, int64_t now, Silence& silence) {
              cnf.clustslave.c_str(), static_cast<long>(SlaveLastWriteMill));
   }
   SetStatusClusterSql(cnf.clustslave.c_str(), R.id, v.status);
-  if (v.takeover) Qordown(R);
+  if (v.takeover) takeovers.Due(R);
 }
 
-void JudgeMemberAlone(const ClustRecord& R, int64_t now, Silence& silence) {
+void JudgeMemberAlone(const ClustRecord& R, int64_t now, int64_t silentFor,
+                      PassTakeovers& takeovers) {
   if (R.status != kStatusActive) return;
-  MonitorVerdict v = DecideMemberFromSlave(R, TraceAge(7, now, R, silence));
+  MonitorVerdict v = DecideMemberFromSlave(R, TraceAge(7, now, R, silentFor));
   if (!v.silent) return;
   LogSilent("Detected_4", R, now);
   SetStatusClusterSql(cnf.clustslave.c_str(), R.id, v.status);
-  Qordown(R);
+  takeovers.Due(R);
 }
 
-// The master's host is silent: the slave keeps the watch from its own database alone.
-int WatchFromSlave(int64_t now) {
+// The master's host is silent, or its database: the slave keeps the watch from its own database
+// alone. masterAnswers: the master's host answered ping in this pass.
+int WatchFromSlave(int64_t now, bool masterAnswers) {
   const char* slave = cnf.clustslave.c_str();
   GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-slave", &sactinfo, ClustsOnSlave,
                 1);
@@ -104,14 +107,18 @@ int WatchFromSlave(int64_t now) {
                 ClustsOnSlave, 1);
   Trace("_xmonitoronslave(5): sactinfo.count=%d\n", sactinfo.count);
   Silence silence(sactinfo.side, now, "monitoronslave(8)");
+  PassTakeovers takeovers("monitoronslave(9)");
   for (int i = 0; i < sactinfo.count; ++i) {
     const ClustRecord& R = *ClustsOnSlave[i];
+    int64_t silentFor = silence.For(R);
+    takeovers.Saw(R, IsSilent(silentFor));
     if (R.role == "master") {
-      JudgeMasterAlone(R, now, silence);
+      JudgeMasterAlone(R, now, silentFor, takeovers);
     } else {
-      JudgeMemberAlone(R, now, silence);
+      JudgeMemberAlone(R, now, silentFor, takeovers);
     }
   }
+  takeovers.Finish([&] { return masterAnswers; }, cnf.clustmaster.c_str());
   return kMonitorDone;
 }
 
@@ -129,7 +136,7 @@ int MonitorOnSlave(int) {
   if (ClustsOnSlave[0]->status == kStatusOld) return kMonitorDone;
   int idOnSlave = ClustsOnSlave[0]->id;
   if (Ping(cnf.clustmaster.c_str(), 1, 3) == 0) return WatchAnsweringMaster(now, idOnSlave);
-  return WatchFromSlave(now);
+  return WatchFromSlave(now, false);
 }
 
 }  // namespace qor
