@@ -100,8 +100,8 @@ void CheckRow(ClustRecord& row, int64_t now, Silence& silence, SlaveReach& slave
     row.last_writemill = 0;
   }
   int slaveCopy = v.changed ? WriteStatus(row, v.status, slave) : 0;
-  // The take-over sees the row as read, but with the last write cleared for a slave made old.
   takeovers.Saw(row, IsSilent(silentFor));
+  // The take-over sees the row as read, but with the last write cleared for a slave made old.
   if (TakeoverDue(v, row, slaveCopy)) {
     takeovers.Due(row);
   } else if (v.takeover) {
