@@ -7,6 +7,7 @@
 // 3 s in every 10. After each: take-overs in the cluster for that death, and Detected_ lines
 // naming a live server.
 // Usage: lab_detector_bench DIR [ROUNDS]   (3; about two and a half minutes a round). Needs root.
+// Run by scripts/failoverbench.sh --situations ROUNDS.
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
