@@ -13,6 +13,9 @@ namespace {
 // Take-overs held while this server looked cut off, oldest first; at most one per server, and
 // no more than the table has rows.
 std::vector<ClustRecord> held;
+// The second at which, with take-overs held, another server was first seen writing again; 0 while
+// none has been.
+int64_t othersBack = 0;
 
 bool Holds(const std::string& hostname) {
   return std::any_of(held.begin(), held.end(),
@@ -23,7 +26,7 @@ bool Holds(const std::string& hostname) {
 
 void PassTakeovers::Saw(const ClustRecord& row, bool silent) {
   ++others_;
-  if (silent) {
+  if (silent || row.status != kStatusActive) {
     ++silent_;
   } else {
     fresh_.emplace_back(row.hostname.c_str());
@@ -38,6 +41,7 @@ void PassTakeovers::Finish(const std::function<bool()>& peerAnswers, const char*
       held.push_back(r);
       ++added;
     }
+    othersBack = 0;
     if (added > 0) {
       LogError(
           "%s all %d other servers are silent and %s does not answer: this server is probably "
@@ -47,21 +51,33 @@ void PassTakeovers::Finish(const std::function<bool()>& peerAnswers, const char*
     return;
   }
   // Whoever was held and writes again was only cut off from this server; whoever is still silent
-  // once another server writes is taken over now, in the order found, before this pass's own.
+  // 15 s after another server came back is taken over, in the order found, before this pass's own.
+  if (!held.empty() && !fresh_.empty() && othersBack == 0) othersBack = now_;
+  bool release = othersBack != 0 && IsSilent(now_ - othersBack);
   std::vector<ClustRecord> run, keep;
   for (const ClustRecord& r : held) {
     if (std::find(fresh_.begin(), fresh_.end(), r.hostname.c_str()) != fresh_.end()) {
       LogNotice("%s %s(%s) writes again, its held take-over dropped", step_, r.hostname.c_str(),
                 r.ipaddress.c_str());
     } else {
-      (fresh_.empty() ? keep : run).push_back(r);
+      (release ? run : keep).push_back(r);
     }
   }
   held = keep;
+  if (held.empty()) othersBack = 0;
   for (const ClustRecord& r : due_) {
     if (!Holds(r.hostname.c_str())) run.push_back(r);
   }
   for (const ClustRecord& r : run) Qordown(r);
+}
+
+void DropHeldTakeovers(const char* step) {
+  for (const ClustRecord& r : held) {
+    LogNotice("%s held take-over of %s(%s) dropped: the master answers again", step,
+              r.hostname.c_str(), r.ipaddress.c_str());
+  }
+  held.clear();
+  othersBack = 0;
 }
 
 }  // namespace qor

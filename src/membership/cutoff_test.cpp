@@ -28,34 +28,47 @@ TEST(Cutoff, OnlyAServerThatSeesNobodyAndNotItsPeerHoldsItsTakeovers) {
   }
 }
 
-// Passes of a monitor over the servers named by letters: the silent ones, those seen writing,
-// those it decided to take over, whether its peer answered, and the scripts then run.
+// Passes of a monitor at a second over the servers named by letters: the silent ones, those seen
+// writing, those whose rows are fresh only from the status this monitor wrote, those it decided
+// to take over, whether its peer answered, and the scripts then run.
 TEST(Cutoff, HeldTakeoversAreDroppedForServersThatComeBackAndRunForTheOthers) {
   struct Pass {
-    std::string silent, writing, due;
+    int64_t at;
+    std::string silent, writing, marked, due;
     bool peerAnswers;
     int runs;
   };
+  const Pass cut = {0, "AB", "", "", "AB", false, 0};
   const std::vector<std::vector<Pass>> scenarios = {
-      {{"AB", "", "AB", false, 0}, {"B", "A", "", true, 1}, {"", "AB", "", true, 0}},
-      {{"AB", "", "AB", false, 0}, {"AB", "", "", true, 0}, {"", "AB", "", true, 0}},
-      {{"AB", "", "AB", false, 0}, {"AB", "", "", false, 0}, {"AB", "C", "", false, 2}},
-      {{"AB", "", "AB", true, 2}},
-      {{"A", "", "A", false, 1}},
+      {cut, {20, "B", "A", "", "", true, 0}, {36, "B", "A", "", "", true, 1}},
+      {cut, {20, "AB", "", "", "", true, 0}, {40, "", "AB", "", "", true, 0}},
+      {cut,
+       {20, "", "", "AB", "", false, 0},
+       {22, "B", "A", "", "", true, 0},
+       {38, "B", "A", "", "", true, 1}},
+      {cut, {20, "AB", "C", "", "", false, 0}, {36, "AB", "C", "", "", false, 2}},
+      {{0, "AB", "", "", "AB", true, 2}},
+      {{0, "A", "", "", "A", false, 1}},
   };
   ClustRole = kRoleMember;  // the script only: no detection lines, no container moves
   for (size_t s = 0; s < scenarios.size(); ++s) {
     for (size_t p = 0; p < scenarios[s].size(); ++p) {
       const Pass& pass = scenarios[s][p];
       qortest::FakeShell shell;
-      PassTakeovers takeovers("test(1)");
+      PassTakeovers takeovers("test(1)", pass.at);
       auto row = [](char name) {
         ClustRecord r;
         r.hostname.set(std::string(1, name).c_str());
+        r.status = kStatusActive;
         return r;
       };
       for (char c : pass.silent) takeovers.Saw(row(c), true);
       for (char c : pass.writing) takeovers.Saw(row(c), false);
+      for (char c : pass.marked) {
+        ClustRecord r = row(c);
+        r.status = kStatusInactive;
+        takeovers.Saw(r, false);
+      }
       for (char c : pass.due) takeovers.Due(row(c));
       takeovers.Finish([&] { return pass.peerAnswers; }, "peer");
       EXPECT_EQ(std::count(shell.commands.begin(), shell.commands.end(), kQordownCommand),

@@ -100,7 +100,7 @@ void CheckRow(ClustRecord& row, int64_t now, Silence& silence, SlaveReach& slave
     row.last_writemill = 0;
   }
   int slaveCopy = v.changed ? WriteStatus(row, v.status, slave) : 0;
-  takeovers.Saw(row, IsSilent(silentFor));
+  takeovers.Saw(row, v.silent);
   // The take-over sees the row as read, but with the last write cleared for a slave made old.
   if (TakeoverDue(v, row, slaveCopy)) {
     takeovers.Due(row);
@@ -133,7 +133,7 @@ int MonitorOnMaster(int) {
   if (mactinfo.side != 0) return kMonitorDone;
   Silence silence(0, now, "monitoronmaster(2)");
   SlaveReach slave;
-  PassTakeovers takeovers("monitoronmaster(4)");
+  PassTakeovers takeovers("monitoronmaster(4)", now);
   const std::vector<std::string> inactiveOnSlave = InactiveOnSlave(silence, slave);
   for (int i = 0; i < mactinfo.count; ++i) {
     ClustRecord& row = *ClustsOnMaster[i];

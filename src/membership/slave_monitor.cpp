@@ -44,6 +44,7 @@ int WatchAnsweringMaster(int64_t now, int idOnSlave) {
   // anyone from there, so the slave keeps the watch from its own database, as when the host is
   // silent.
   if (read != kDbOk || mactinfo.side != 0) return WatchFromSlave(now, true);
+  DropHeldTakeovers("monitoronslave(9)");
   if (mactinfo.count != 2) return kMonitorDone;
   ClustRecord& M = *ClustsOnMaster[0];
   const ClustRecord& S = *ClustsOnMaster[1];
@@ -107,7 +108,7 @@ int WatchFromSlave(int64_t now, bool masterAnswers) {
                 ClustsOnSlave, 1);
   Trace("_xmonitoronslave(5): sactinfo.count=%d\n", sactinfo.count);
   Silence silence(sactinfo.side, now, "monitoronslave(8)");
-  PassTakeovers takeovers("monitoronslave(9)");
+  PassTakeovers takeovers("monitoronslave(9)", now);
   for (int i = 0; i < sactinfo.count; ++i) {
     const ClustRecord& R = *ClustsOnSlave[i];
     int64_t silentFor = silence.For(R);
