@@ -1,7 +1,7 @@
 // The real binary's command words, one row each: exit status, what it prints, and what it leaves
 // in the master's test database. Operators and other programs read these texts and statuses.
 // 255.255.255.255 stands for a server that does not answer: ping refuses the broadcast address
-// before sending anything.
+// before sending anything. The rows' times are given as the seconds the listing shows.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -18,8 +18,8 @@ namespace {
 const char* const kNodes =
     "insert into clusters (hostname, ipaddress, clusterid, role, role_id, status, last_writemill,"
     " tpl_syncstate, tpl_syncmill, cpuloadavgpp, updated_at) values "
-    "('mhost', '127.0.0.1', 'c1', 'master', 100, 100, 5, 100, 7, 0.75, '2023-01-02 03:04:05'), "
-    "('node-a', '10.0.0.5', 'c1', 'member', 102, 100, 5, 100, 7, 0.50, '2023-01-02 03:04:06');";
+    "('mhost', '127.0.0.1', 'c1', 'master', 100, 100, 5, 100, 7, 0.75, from_unixtime(1672628645)), "
+    "('node-a', '10.0.0.5', 'c1', 'member', 102, 100, 5, 100, 7, 0.50, from_unixtime(1672628646));";
 const char* const kUntouched = "mhost\t100\t5\t100\t7\nnode-a\t100\t5\t100\t7\n";
 const char* const kMasterConf = "master";
 const char* const kPrompt = "Are your sure [y/N] ? ";
@@ -32,18 +32,15 @@ std::string Usage() {
 }
 
 std::string Listing(bool full) {
-  const std::string stamp = Sql("master", "select unix_timestamp('2023-01-02 03:04:05');");
-  const std::string stamp2 = Sql("master", "select unix_timestamp('2023-01-02 03:04:06');");
   const std::string head =
       "[id] host ip clustid role stat lastwrt tplsyncstat tplupd tplsync loadavgpp containers "
-      "updated";
+      "updated" +
+      std::string(full ? " cores cpu mem disk qorver\n" : "\n");
   const std::string more = full ? " 0 0.00 0.00 0.00 \n" : "\n";
   return "1.-- on master db ---------------------------------\n" + head +
-         (full ? " cores cpu mem disk qorver\n" : "\n") + "[1] mhost 127.0.0.1 c1 master 100 5 100 0 7 0.00 0 " +
-         stamp.substr(0, stamp.size() - 1) + more + "[2] node-a 10.0.0.5 c1 member 100 5 100 0 7 0.00 0 " +
-         stamp2.substr(0, stamp2.size() - 1) + more +
-         "2.-- on slave db ----------------------------------\n" + head +
-         (full ? " cores cpu mem disk qorver\n" : "\n");
+         "[1] mhost 127.0.0.1 c1 master 100 5 100 0 7 0.00 0 1672628645" + more +
+         "[2] node-a 10.0.0.5 c1 member 100 5 100 0 7 0.00 0 1672628646" + more +
+         "2.-- on slave db ----------------------------------\n" + head;
 }
 
 // The binary as a server has it, on a test host of its own (mount and pid namespaces, the

@@ -25,14 +25,12 @@ TEST_F(StoreClustCount, CountsOnTheDatabaseTheRoleReaches) {
     std::vector<std::string> pinged;
   } cases[] = {
       {"master counts without ping", "master", {}, {M, S}, 3, {}},
-      {"master without mpool counts by spool", "master", {M}, {M}, 2, {}},
       {"slave with its master", "slave", {}, {}, 3, {M}},
       {"slave whose master is gone", "slave", {M}, {M}, 2, {M, M, M}},
       // The address only decides whether to count: the first open pool is still mpool.
       {"slave whose master went silent", "slave", {}, {M}, 3, {M, M, M}},
       {"member with the master", "member", {}, {}, 3, {M}},
       {"member with the slave only", "member", {M}, {M}, 2, {M, M, M, S}},
-      {"member reaching neither", "member", {M, S}, {M, S}, 0, {M, M, M, S, S, S}},
       {"member whose servers went silent", "member", {}, {M, S}, 0, {M, M, M, S, S, S}},
   };
   Sql("master", "insert into clusters (hostname) values ('a'), ('b'), ('c');");

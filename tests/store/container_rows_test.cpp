@@ -40,10 +40,8 @@ class StoreContainerRows : public StoreTest {
 TEST_F(StoreContainerRows, NullRowsGoOnTheDatabaseTheAddressNames) {
   Connect();
   const std::string cleaned = untouched.substr(std::string(":web:u\n").size());
-  EXPECT_EQ(qor::DeleteNullSql(kSlaveAddr), 0);
-  EXPECT_EQ(Kept("slave"), cleaned);
-  EXPECT_EQ(Kept("master"), untouched);
-  // The housekeeping cleans both databases; an unset slave address is neither pinged nor cleaned.
+  // The housekeeping cleans both databases, each through its own address (with the slave's unset,
+  // its database keeps its row); an unset slave address is neither pinged nor cleaned.
   for (const char* slave : {kSlaveAddr, "0"}) {
     qor::cnf.clustslave.set(slave);
     Sql("slave", "insert into containers (containerid) values ('');");

@@ -123,17 +123,6 @@ std::string HeartbeatTest::Rows(const std::string& side, const std::string& cols
   return Sql(side, "select " + cols + " from clusters order by id;");
 }
 
-void HeartbeatTest::AgeRows() {
-  for (const char* side : {"master", "slave"}) {
-    Sql(side, "update clusters set updated_at = '2001-01-01 00:00:00';");
-  }
-}
-
-int HeartbeatTest::Moved(const std::string& side) {
-  return std::stoi(
-      Sql(side, "select count(*) from clusters where updated_at > '2001-01-01 00:00:00';"));
-}
-
 std::string Line(std::initializer_list<std::string> values) {
   std::string line;
   for (const std::string& v : values) line += (&v == values.begin() ? "" : "\t") + v;

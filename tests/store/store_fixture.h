@@ -71,10 +71,6 @@ class HeartbeatTest : public StoreTest {
   // The columns cols of every row of side in id order, tab-separated, one line per row.
   std::string Rows(const std::string& side,
                    const std::string& cols = "hostname,role,status,last_writemill");
-  // Sets updated_at of every row on both sides far back, so that a write shows.
-  void AgeRows();
-  // Rows of side whose updated_at moved since AgeRows.
-  int Moved(const std::string& side);
 
   std::string host;  // this node's host name
   TempDir dir;

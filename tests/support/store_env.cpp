@@ -36,11 +36,10 @@ void UseTestCluster(const char* role, const char* own) {
   qor::CurrentSvr = own;
 }
 
-std::string TestClusterConf(const char* role, const char* netif, const char* master,
-                            const char* slave) {
+std::string TestClusterConf(const char* role, const char* netif) {
   return std::string("qor_cluster=1\nqor_clustid=c1\nqor_clustrole=") + role +
-         "\nqor_clustmaster=" + master + "\nqor_clustslave=" + slave + "\nqor_netif=" + netif +
-         "\nqor_dbpwd='" QOR_TESTDB_PASSWORD "'\n";
+         "\nqor_clustmaster=" + kMasterAddr + "\nqor_clustslave=" + kSlaveAddr +
+         "\nqor_netif=" + netif + "\nqor_dbpwd='" QOR_TESTDB_PASSWORD "'\n";
 }
 
 PingSeam::PingSeam() {

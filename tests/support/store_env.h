@@ -15,7 +15,6 @@
 namespace qortest {
 
 using qorlab::RunOptions;
-using qorlab::RunProgram;
 using qorlab::RunResult;
 using qorlab::SyslogCatcher;
 using qorlab::TempDir;
@@ -35,8 +34,7 @@ void UseTestCluster(const char* role, const char* own);
 
 // The configuration file of a node of the test cluster, for the real binary: netif names the
 // interface whose address is the node's own ("lo" gives 127.0.0.1, "0" no address).
-std::string TestClusterConf(const char* role, const char* netif, const char* master = kMasterAddr,
-                            const char* slave = kSlaveAddr);
+std::string TestClusterConf(const char* role, const char* netif);
 
 // Pings of the blocked addresses print nothing (no answer); everything else runs via popen.
 class PingSeam : public FakeShell {
