@@ -67,6 +67,14 @@ TEST(Base, PipelinePastItsBoundIsKilledWithItsGroup) {
   EXPECT_TRUE(state.empty() || state.find(") Z") != std::string::npos) << state;
 }
 
+// A take-over whose shell was killed before it could report must not pass for one that succeeded.
+TEST(Base, StartedCommandWhoseShellIsKilledEndsWithoutAStatus) {
+  BackgroundShell shell;
+  ASSERT_TRUE(PopenShell().Start("kill -9 $$", &shell));
+  WaitShell(shell, 10000);
+  EXPECT_EQ(PollShell(shell), kShellNoStatus);
+}
+
 TEST(Base, DatesHaveTwoDigitFieldsAndUpdatedAtIsStandardTime) {
   setenv("TZ", "UTC", 1);
   tzset();

@@ -37,4 +37,11 @@ bool FakeShell::Run(const char* command, size_t lineMax, int seconds, qor::LineS
   return true;
 }
 
+bool FakeShell::Start(const char* command, qor::BackgroundShell* started) {
+  commands.push_back(command);
+  std::string run = command;
+  if (!real || !real(run)) run = "true";
+  return qor::PopenShell().Start(run.c_str(), started);
+}
+
 }  // namespace qortest

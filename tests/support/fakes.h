@@ -15,12 +15,14 @@ namespace qortest {
 std::string Describe(const qor::ClustRecord& r);
 
 // Installed for its lifetime: records every command and answers with output in the pieces fgets
-// would cut it into. A command that real returns true for runs for real instead, as real leaves it.
+// would cut it into; a command started beside the caller ends at once with status 0. A command
+// that real returns true for runs for real instead, as real leaves it.
 class FakeShell : public qor::ShellRunner {
  public:
   explicit FakeShell(std::string out = "") : output(std::move(out)) { qor::SetShellRunner(this); }
   ~FakeShell() override { qor::SetShellRunner(nullptr); }
   bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) override;
+  bool Start(const char* command, qor::BackgroundShell* started) override;
 
   std::string output;
   std::function<bool(std::string& command)> real;
