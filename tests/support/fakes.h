@@ -30,4 +30,18 @@ class FakeShell : public qor::ShellRunner {
   std::vector<int> bounds;  // the seconds each command was given
 };
 
+// Commands that end when the test lets them: each prints a line, as scripts do, reads a line of
+// the test's pipe and ends with it as its exit status; past 10 s it ends by itself (124). The
+// pipe closes with the object, which lets every holder go.
+struct HeldCommand {
+  HeldCommand();
+  HeldCommand(const HeldCommand&) = delete;
+  ~HeldCommand();
+  // The next holder to read ends with status.
+  void Release(int status);
+
+  int fds[2] = {-1, -1};
+  std::string command;
+};
+
 }  // namespace qortest
