@@ -29,6 +29,10 @@ class CountingShell : public qor::ShellRunner {
     ++commands;
     return qor::PopenShell().Run(command, lineMax, seconds, sink);
   }
+  bool Start(const char* command, qor::BackgroundShell* started) override {
+    ++commands;
+    return qor::PopenShell().Start(command, started);
+  }
   long commands = 0;
 };
 

@@ -50,6 +50,13 @@ class CountingShell : public qor::ShellRunner {
     processes += LastPid() - before;
     return ran;
   }
+  bool Start(const char* command, qor::BackgroundShell* started) override {
+    ++pipelines;
+    long before = LastPid();
+    bool ran = qor::PopenShell().Start(command, started);
+    processes += LastPid() - before;
+    return ran;
+  }
   long pipelines = 0;
   long processes = 0;
 };

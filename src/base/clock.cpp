@@ -16,6 +16,12 @@ int64_t getqortimemill() {
   return static_cast<int64_t>(tv.tv_sec) * 1000 + tv.tv_usec / 1000;
 }
 
+int64_t MonotonicMill() {
+  timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
+
 namespace {
 
 // "0%d" up to 9 and "%2d" above, as every date field has always been printed.

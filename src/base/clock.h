@@ -10,6 +10,8 @@ namespace qor {
 
 // Seconds * 1000 + microseconds / 1000 of gettimeofday.
 int64_t getqortimemill();
+// Milliseconds of the monotonic clock, for durations: a wall clock set back would shorten them.
+int64_t MonotonicMill();
 
 // Date text forms of mygetdate.
 enum DateForm { kDateTime = 0, kDateStamp = 1, kDateSlashed = 2, kDateMonth = 3 };

@@ -13,36 +13,17 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
+#include "base/clock.h"
+#include "base/fixed_text.h"
 #include "base/log.h"
 
 namespace qor {
 
 namespace {
-
-int64_t MonotonicMs() {
-  timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
-}
-
-// Waits until pid has ended or the monotonic clock reaches end; false when it still runs then.
-// With SIGCHLD ignored (the daemon) the system reaps the child and waitpid only says it is gone,
-// so the wait itself is a poll on the process's descriptor (exitFd, -1 where the kernel has none:
-// then a look every 50 ms).
-bool AwaitEnd(pid_t pid, int exitFd, int64_t end) {
-  for (;;) {
-    pid_t r = waitpid(pid, nullptr, WNOHANG);
-    if (r == pid || (r < 0 && errno == ECHILD)) return true;
-    int64_t left = end - MonotonicMs();
-    if (left <= 0) return false;
-    pollfd p{exitFd, POLLIN, 0};
-    poll(&p, exitFd >= 0 ? 1 : 0,
-         static_cast<int>(exitFd >= 0 ? left : std::min<int64_t>(left, 50)));
-  }
-}
 
 // Delivers buffered output in fgets pieces: a line with its newline, or lineMax - 1 characters of
 // a longer one; at the end of the output, whatever is left.
@@ -84,67 +65,114 @@ class Pieces {
   size_t len_ = 0;
 };
 
-// /bin/sh -c in a process group of its own, read as popen reads it. The group is what a timeout
-// kills: a script's own children may hold the pipe open after the shell itself is gone.
+// /bin/sh -c command, spawned as popen spawns (no copy of this process lingers between fork and
+// exec, so a process listing never shows a second daemon for the instant a command starts), with
+// its standard output on a pipe whose read end lands in *out. -1 when it could not be started.
+pid_t SpawnShell(const char* command, short flags, int* out) {
+  int fds[2];
+  if (pipe2(fds, O_CLOEXEC) != 0) return -1;
+  std::fflush(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawnattr_t attr;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+  posix_spawnattr_init(&attr);
+  posix_spawnattr_setflags(&attr, flags);
+  posix_spawnattr_setpgroup(&attr, 0);
+  // Taken only by a spawn whose flags include POSIX_SPAWN_SETSIGDEF.
+  sigset_t defaults;
+  sigemptyset(&defaults);
+  sigaddset(&defaults, SIGCHLD);
+  posix_spawnattr_setsigdefault(&attr, &defaults);
+  char sh[] = "sh", dashC[] = "-c";
+  char* argv[] = {sh, dashC, const_cast<char*>(command), nullptr};
+  pid_t pid = -1;
+  int spawned = posix_spawn(&pid, "/bin/sh", &actions, &attr, argv, environ);
+  posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attr);
+  close(fds[1]);
+  if (spawned != 0) {
+    close(fds[0]);
+    errno = spawned;
+    return -1;
+  }
+  *out = fds[0];
+  return pid;
+}
+
+// Waits until pid has ended or the monotonic clock reaches end; false when it still runs then.
+// With SIGCHLD ignored (the daemon) the system reaps the child and waitpid only says it is gone,
+// so the wait itself is a poll on the process's descriptor (exitFd, -1 where the kernel has none:
+// then a look every 50 ms).
+bool AwaitEnd(pid_t pid, int exitFd, int64_t end) {
+  for (;;) {
+    pid_t r = waitpid(pid, nullptr, WNOHANG);
+    if (r == pid || (r < 0 && errno == ECHILD)) return true;
+    int64_t left = end - MonotonicMill();
+    if (left <= 0) return false;
+    pollfd p{exitFd, POLLIN, 0};
+    poll(&p, exitFd >= 0 ? 1 : 0,
+         static_cast<int>(exitFd >= 0 ? left : std::min<int64_t>(left, 50)));
+  }
+}
+
+// Run's pipelines go in a process group of their own: the group is what a timeout kills, since a
+// script's own children may hold the pipe open after the shell itself is gone.
 class ProcessRunner final : public ShellRunner {
  public:
   bool Run(const char* command, size_t lineMax, int seconds, LineSink sink) override {
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) return false;
-    std::fflush(nullptr);
-    // Spawned as popen spawns (no copy of this process lingers between fork and exec), so a
-    // process listing never shows a second daemon for the instant a command starts.
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attr;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
-    posix_spawnattr_init(&attr);
-    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);
-    posix_spawnattr_setpgroup(&attr, 0);
-    char sh[] = "sh", dashC[] = "-c";
-    char* argv[] = {sh, dashC, const_cast<char*>(command), nullptr};
-    pid_t pid = -1;
-    int spawned = posix_spawn(&pid, "/bin/sh", &actions, &attr, argv, environ);
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attr);
-    close(fds[1]);
-    if (spawned != 0) {
-      close(fds[0]);
-      errno = spawned;
-      return false;
-    }
+    int fd = -1;
+    pid_t pid = SpawnShell(command, POSIX_SPAWN_SETPGROUP, &fd);
+    if (pid < 0) return false;
     // Taken before the first read, while the pid is surely still this child's.
     int exitFd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
     size_t limit = lineMax < kShellLineMax ? lineMax : kShellLineMax;
     Pieces pieces(limit < 2 ? 2 : limit, sink);
-    int64_t end = MonotonicMs() + static_cast<int64_t>(seconds) * 1000;
+    int64_t end = MonotonicMill() + static_cast<int64_t>(seconds) * 1000;
     bool timedOut = false;
     for (;;) {
-      int64_t left = end - MonotonicMs();
+      int64_t left = end - MonotonicMill();
       if (left <= 0) {
         timedOut = true;
         break;
       }
-      pollfd p{fds[0], POLLIN, 0};
+      pollfd p{fd, POLLIN, 0};
       int r = poll(&p, 1, static_cast<int>(left));
       if (r < 0 && errno == EINTR) continue;
       if (r <= 0) continue;
-      ssize_t n = read(fds[0], pieces.room(), pieces.roomSize());
+      ssize_t n = read(fd, pieces.room(), pieces.roomSize());
       if (n < 0 && errno == EINTR) continue;
       if (n <= 0) break;
       pieces.Added(static_cast<size_t>(n));
     }
     pieces.Finish();
-    close(fds[0]);
+    close(fd);
     // A command may close its output long before it ends (a script that writes to a file): the
     // same bound holds for the rest of its life.
     if (timedOut || !AwaitEnd(pid, exitFd, end)) {
       kill(-pid, SIGKILL);
       kill(pid, SIGKILL);
       LogError("command did not end within %d s and was stopped: %.128s", seconds, command);
-      AwaitEnd(pid, exitFd, MonotonicMs() + 1000);
+      AwaitEnd(pid, exitFd, MonotonicMill() + 1000);
     }
     if (exitFd >= 0) close(exitFd);
+    return true;
+  }
+
+  bool Start(const char* command, BackgroundShell* started) override {
+    // The status comes back from the shell that runs the command, on an output the command does
+    // not share: with SIGCHLD ignored (the daemon) the system reaps children and waitpid has no
+    // status to give.
+    FixedText<kShellLineMax> wrapped;
+    if (!wrapped.format("{ %s\n} >/dev/null; echo $?", command)) return false;
+    // A session of its own: nothing sent to this process's group or terminal (a Ctrl-C on a
+    // one-shot command) reaches it. SIGCHLD back at its default: the command waits for what it
+    // runs, which an ignored SIGCHLD inherited through exec would make fail.
+    int fd = -1;
+    pid_t pid = SpawnShell(wrapped.c_str(), POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF, &fd);
+    if (pid < 0) return false;
+    started->pid = pid;
+    started->fd = fd;
     return true;
   }
 };
@@ -162,6 +190,33 @@ ShellRunner& PopenShell() {
 }
 void SetShellRunner(ShellRunner* runner) {
   current = runner ? runner : &real_runner;
+}
+
+int PollShell(BackgroundShell& shell) {
+  if (shell.fd < 0) return kShellNoStatus;
+  pollfd p{shell.fd, POLLIN, 0};
+  if (poll(&p, 1, 0) <= 0) return kShellRunning;
+  char text[16];
+  ssize_t n = read(shell.fd, text, sizeof text - 1);
+  if (n < 0 && errno == EINTR) return kShellRunning;
+  close(shell.fd);
+  shell.fd = -1;
+  // Where SIGCHLD is not ignored (a one-shot command) the shell is reaped if it has exited yet;
+  // one that has not is left to the system when this process ends.
+  if (shell.pid > 0) waitpid(shell.pid, nullptr, WNOHANG);
+  // The end of the output without a status: the shell was killed before it could write one.
+  if (n <= 0 || !std::isdigit(static_cast<unsigned char>(text[0]))) return kShellNoStatus;
+  text[n] = '\0';
+  return std::atoi(text);
+}
+
+void WaitShell(const BackgroundShell& shell, int ms) {
+  if (shell.fd < 0) return;
+  pollfd p{shell.fd, POLLIN, 0};
+  int64_t end = MonotonicMill() + ms;
+  for (int64_t left = ms; left >= 0; left = end - MonotonicMill()) {
+    if (poll(&p, 1, static_cast<int>(left)) >= 0 || errno != EINTR) return;
+  }
 }
 
 bool IsShellSafeWord(const char* value) {

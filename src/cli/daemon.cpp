@@ -137,6 +137,7 @@ int DaemonCycle(DaemonState& s) {
   UpdateCluster(s.counters.full);
   s.counters.full = 0;
   MonitorCluster(0);
+  AdvanceQordown();
   CyclePlan plan = PlanCycle(s.counters, Tplsync);
   if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) return 1;
   if (plan.slow) SlowWork(s.counters, &s.sequence);

@@ -21,6 +21,7 @@
 #include "config/qorconf.h"
 #include "membership/heartbeat.h"
 #include "membership/monitor.h"
+#include "membership/nodedown.h"
 #include "metrics/cpuinfo.h"
 #include "metrics/ifaddress.h"
 #include "replication/replication.h"
@@ -152,8 +153,10 @@ int Update(const CommandArgs&) {
   return ShowTwoDatabases(0);
 }
 
+// Ends only after the take-over scripts its pass started, as the listing may show their work.
 int Monitor(const CommandArgs&) {
   MonitorCluster(1);
+  WaitQordown();
   return ShowTwoDatabases(0);
 }
 

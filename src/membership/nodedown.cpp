@@ -1,9 +1,10 @@
 #include "membership/nodedown.h"
 
+#include "base/clock.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/shell.h"
 #include "config/qorconf.h"
+#include "membership/takeover_queue.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"
@@ -11,6 +12,12 @@
 namespace qor {
 
 namespace {
+
+// This process's take-over runs.
+TakeoverQueue& Takeovers() {
+  static TakeoverQueue queue(kQordownCommand);
+  return queue;
+}
 
 void LogDown(const char* who, const ClustRecord& r) {
   LogError(
@@ -40,10 +47,24 @@ void Qordown(const ClustRecord& r) {
       LumoBRContainerRepaireSql(r.ipaddress.c_str(), cnf.clustslave.c_str());
     }
   }
-  // The script learns nothing from us; its output is read only so that it can run to its end.
-  // A script that never ends is stopped after the runner's bound (60 s), so the heartbeat
-  // resumes: a half-done take-over is the script's to retry, a frozen daemon would look dead.
-  if (!RunShell(kQordownCommand, kShellLineMax, [](char*) {})) LogError("qordown run error.");
+  // The script learns nothing from us. It runs beside the cycle: one that took the cycle's time
+  // would stop this server's heartbeat, and the peer would take a live server over. It is never
+  // killed, since cut halfway it would leave rows pointing at containers never started, and it
+  // runs in a session of its own, so a daemon stopped (-stop's SIGKILL) or restarted leaves it
+  // to finish; the new daemon knows nothing of it. The runs still waiting are lost with the
+  // process: the rows already carry their new status, so no monitor finds those servers newly
+  // down again.
+  int64_t now = MonotonicMill();
+  Takeovers().Add(r.hostname.c_str(), r.ipaddress.c_str(), now);
+  Takeovers().Advance(now);
+}
+
+void AdvanceQordown() {
+  Takeovers().Advance(MonotonicMill());
+}
+
+void WaitQordown() {
+  Takeovers().Drain();
 }
 
 int LumoBRContainerRepaireSql(const char* source, const char* destination) {

@@ -1,14 +1,21 @@
 // What follows a server found silent: the report, the move of its browser containers when it was
-// the peer (master or slave), and the platform's take-over script; and the sweep that deletes
-// members silent for cnf.clustsweep minutes.
+// the peer (master or slave), and the platform's take-over script, queued to run beside the cycle
+// (membership/takeover_queue.h); and the sweep that deletes members silent for cnf.clustsweep
+// minutes.
 #pragma once
 
 #include "store/clust_record.h"
 
 namespace qor {
 
-// rec: the silent server's row as the monitor read it.
+// rec: the silent server's row as the monitor read it. Returns without waiting for the script.
 void Qordown(const ClustRecord& rec);
+// Never blocks: collects the end of the take-over script in progress and starts the next one.
+// The daemon calls it once per cycle.
+void AdvanceQordown();
+// Returns once every take-over script this process queued has ended, however long that takes:
+// for the one-shot -monitor only, never for the daemon's cycle.
+void WaitQordown();
 
 // Moves the lumobr_ container rows of the server at source to destination, in the database of
 // destination. 0 (also when no pool serves destination, or the statement failed), 500 without a

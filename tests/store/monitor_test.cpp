@@ -55,6 +55,13 @@ TEST_F(StoreMonitor, MasterMarksSilentRowsInBothDatabasesUnderEachDatabasesId) {
   }
   Containers("master");
   Connect();
+  // The take-over scripts run for real and end when the test lets them.
+  HeldCommand held;
+  auto ping = seam.real;
+  seam.real = [&held, ping](std::string& c) {
+    if (c == qor::kQordownCommand) c = held.command;
+    return ping(c);
+  };
 
   EXPECT_EQ(qor::MonitorOnMaster(0), 0);
   const std::string want = Line({"shost", "300"}) + Line({"gone", "200"}) + Line({"fresh", "100"}) +
@@ -77,8 +84,14 @@ TEST_F(StoreMonitor, MasterMarksSilentRowsInBothDatabasesUnderEachDatabasesId) {
         "MASTER detected shost(127.0.0.2) down[id:", "MASTER detected gone(10.0.0.9) down[id:"}) {
     EXPECT_EQ(Logged(logs, line), 1) << line;
   }
+  // The pass returned with the first script running and the second waiting.
+  EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 1);
+  held.Release(0);
+  held.Release(4);
+  qor::WaitQordown();
   EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 2);
-  // A take-over script or a ping that hangs holds the monitor a minute at most.
+  EXPECT_EQ(Logged(Logs(), "qordown.sh for gone(10.0.0.9) ended status=4 after "), 1);
+  // A ping that hangs holds the monitor a minute at most.
   EXPECT_LE(*std::max_element(seam.bounds.begin(), seam.bounds.end()), 60);
   // Only the dead slave's browser containers come to the master.
   EXPECT_EQ(ContainerHosts("master"),

@@ -5,6 +5,7 @@
 #include "base/shell.h"
 #include "config/qorconf.h"
 #include "membership/heartbeat.h"
+#include "membership/nodedown.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
 
@@ -21,6 +22,8 @@ void StoreTest::SetUp() {
 }
 
 void StoreTest::TearDown() {
+  // The take-over scripts a test queued end within it.
+  qor::WaitQordown();
   qor::CloseConnectionPool();
   qor::ConnectionPool = 1;
   qor::SetShellRunner(nullptr);

@@ -1,6 +1,7 @@
 // Common ground of the store tests: every test starts with empty tables on both servers, no
 // pools, the test cluster's configuration, a PingSeam in front of the shell and a drained log
-// catcher, and leaves pools closed, the shell runner restored and the tables empty behind it.
+// catcher, and leaves no take-over script running, pools closed, the shell runner restored and the
+// tables empty behind it.
 // Rows are set up and inspected with SQL as root.
 #pragma once
 

@@ -15,17 +15,33 @@ namespace qortest {
 std::string Describe(const qor::ClustRecord& r);
 
 // Installed for its lifetime: records every command and answers with output in the pieces fgets
-// would cut it into. A command that real returns true for runs for real instead, as real leaves it.
+// would cut it into; a command started beside the caller ends at once with status 0. A command
+// that real returns true for runs for real instead, as real leaves it.
 class FakeShell : public qor::ShellRunner {
  public:
   explicit FakeShell(std::string out = "") : output(std::move(out)) { qor::SetShellRunner(this); }
   ~FakeShell() override { qor::SetShellRunner(nullptr); }
   bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) override;
+  bool Start(const char* command, qor::BackgroundShell* started) override;
 
   std::string output;
   std::function<bool(std::string& command)> real;
   std::vector<std::string> commands;
   std::vector<int> bounds;  // the seconds each command was given
+};
+
+// Commands that end when the test lets them: each prints a line, as scripts do, reads a line of
+// the test's pipe and ends with it as its exit status; past 10 s it ends by itself (124). The
+// pipe closes with the object, which lets every holder go.
+struct HeldCommand {
+  HeldCommand();
+  HeldCommand(const HeldCommand&) = delete;
+  ~HeldCommand();
+  // The next holder to read ends with status.
+  void Release(int status);
+
+  int fds[2] = {-1, -1};
+  std::string command;
 };
 
 }  // namespace qortest
