@@ -9,6 +9,7 @@
 #include "base/paths.h"
 #include "config/qorconf.h"
 #include "membership/monitor_decision.h"
+#include "membership/nodedown.h"
 #include "support/fakes.h"
 
 namespace qor {
@@ -71,6 +72,7 @@ TEST(Cutoff, HeldTakeoversAreDroppedForServersThatComeBackAndRunForTheOthers) {
       }
       for (char c : pass.due) takeovers.Due(row(c));
       takeovers.Finish([&] { return pass.peerAnswers; }, "peer");
+      WaitQordown();
       EXPECT_EQ(std::count(shell.commands.begin(), shell.commands.end(), kQordownCommand),
                 pass.runs)
           << "scenario " << s << ", pass " << p;

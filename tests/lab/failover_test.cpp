@@ -1,10 +1,14 @@
-// A running cluster when the master goes silent: its link pulled, after which the slave watches
+// A running cluster when a member dies and the take-over script takes 40 s: the master's heartbeat
+// goes on beside it. Then the master goes silent: its link pulled, after which the slave watches
 // alone and finds its own database behind (members that die meanwhile are the detector test's).
 // Seen as the platform sees it: the rows of both databases, the detection lines and the runs of the
 // take-over script (where the containers go is the store suite's).
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <fstream>
 #include <string>
+#include <thread>
 
 #include "lab/lab_fixture.h"
 
@@ -17,9 +21,23 @@ std::string Silent(const char* prefix, const LabHost& h) {
   return std::string(prefix) + " that " + h.name + "(" + h.address + ")";
 }
 
-TEST_F(LabFailover, SlaveTakesOverFromAMasterCutOff) {
+TEST_F(LabFailover, LongTakeoverAndThenSlaveTakesOverFromAMasterCutOff) {
   ASSERT_TRUE(StartAndJoin());
-  const LabHost &master = lab_.Info(kMaster), &slave = lab_.Info(kSlave);
+  const LabHost &master = lab_.Info(kMaster), &slave = lab_.Info(kSlave), &m1 = lab_.Info(kMember1);
+  std::ofstream(lab_.Host(kMaster).dir() + "/qor/qorbin/qordown.sh", std::ios::app)
+      << "sleep 40\nexit 3\n";
+  ASSERT_EQ(lab_.Run(kMember1, {"-stop"}).status, 0);
+  ASSERT_TRUE(WaitFor(25, [&] { return Takeovers(lab_, kMaster) == 1; }));
+  const std::string ended = "qordown.sh for " + m1.name + "(" + m1.address + ") ended status=3";
+  for (int i = 0; i < 200 && !Logged(lab_, kMaster, ended); ++i) {
+    for (int db : {kMaster, kSlave}) {
+      ClusterRow r = RowOf(lab_, db, master.name);
+      EXPECT_LE(r.now - r.updated_at, 8) << "the master's row in " << lab_.Info(db).name;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+  }
+  EXPECT_TRUE(Logged(lab_, kMaster, ended));
+  EXPECT_EQ(CountLogged(lab_, kSlave, "Detected_"), 0);
   ASSERT_TRUE(lab_.Cut(kMaster));
   // A query under way fails first, then the slave's cycles take about 11 s, most of it pinging
   // the master; the master's row is found once 15 s stale.
