@@ -4,7 +4,7 @@
 
 namespace qor {
 
-void Outages::Note(bool answered, int64_t nowMs) {
+void Outages::Note(bool answered, int64_t nowMs, int64_t startMs) {
   if (answered) {
     lastAnswerMs = nowMs;
     if (failing) spans[count - 1].to = nowMs;
@@ -17,7 +17,7 @@ void Outages::Note(bool answered, int64_t nowMs) {
     std::copy(spans + 1, spans + kSpans, spans);
     --count;
   }
-  spans[count++] = Span{++opened, lastAnswerMs, 0};
+  spans[count++] = Span{++opened, lastAnswerMs == 0 ? 0 : std::max(lastAnswerMs, startMs), 0};
 }
 
 int64_t Outages::Within(int64_t from, int64_t to, int64_t* latest) const {

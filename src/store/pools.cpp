@@ -21,9 +21,9 @@ namespace {
 // count no silence in those times. Grows by one span per outage, up to Outages::kSpans each.
 Outages answering[2];
 
-// side: 0 mpool, 1 spool, -1 neither (nothing to note).
-void NoteAnswer(int side, bool answered) {
-  if (side >= 0) answering[side].Note(answered, getqortimemill());
+// side: 0 mpool, 1 spool, -1 neither (nothing to note); since: when the call began.
+void NoteAnswer(int side, bool answered, int64_t since) {
+  if (side >= 0) answering[side].Note(answered, getqortimemill(), since);
 }
 
 // A pool whose server kept a call of this round waiting in vain counts as absent, as while its
@@ -58,8 +58,9 @@ void BuildPool(const PoolSlot& side, const char* address) {
   FixedText<512> url;
   url.format("mysql://%s/qor?user=qordirect&password=%s", address, password);
   qz_set_fatal_handler(LibraryFatal);
+  int64_t since = getqortimemill();
   *side.pool = qz_pool_start(url.c_str(), ConnectionPool);
-  NoteAnswer(side.index(), *side.pool != nullptr);
+  NoteAnswer(side.index(), *side.pool != nullptr, since);
   if (*side.pool == nullptr) LogError("Connection Failure %s to %s", side.name, address);
   if (ConnectionPool == 5) {
     LogNotice("reconnect_mysql(%d) starting cluster=%d mpool=%p spool=%p toadr=%s(%d)",
@@ -69,8 +70,9 @@ void BuildPool(const PoolSlot& side, const char* address) {
 }
 
 void Reconnect(const PoolSlot& side, const char* role, const char* address) {
+  int64_t since = getqortimemill();
   if (Ping(address, 1, 3) != 0) {
-    NoteAnswer(side.index(), false);
+    NoteAnswer(side.index(), false, since);
     if (*side.pool != nullptr) {
       qz_pool_free(*side.pool);
       *side.pool = nullptr;
@@ -213,9 +215,10 @@ QzPool* FirstOpenPool() {
 
 DbConn::DbConn(QzPool* pool) : pool_(pool) {
   if (pool == nullptr) return;
+  int64_t since = getqortimemill();
   conn_ = qz_get(pool);
   usable_ = conn_ != nullptr && qz_ping(conn_) == 1;
-  NoteAnswer(SideOf(pool), usable_);
+  NoteAnswer(SideOf(pool), usable_, since);
 }
 
 DbConn::~DbConn() {
@@ -223,13 +226,14 @@ DbConn::~DbConn() {
 }
 
 bool DbConn::Execute(const char* sql) {
+  int64_t since = getqortimemill();
   bool done = qz_execute(conn_, sql) == 0;
-  NoteStatement();
+  NoteStatement(since);
   return done;
 }
 
-void DbConn::NoteStatement() const {
-  NoteAnswer(SideOf(pool_), !qz_pool_timed_out(pool_));
+void DbConn::NoteStatement(int64_t since) const {
+  NoteAnswer(SideOf(pool_), !qz_pool_timed_out(pool_), since);
 }
 
 int ExecuteOn(QzPool* pool, const char* sql, const char* connErr, const char* stmtErr) {

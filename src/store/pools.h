@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/clock.h"
 #include "base/fixed_text.h"
 #include "store/outages.h"
 #include "store/zdb_boundary.h"
@@ -89,8 +90,8 @@ class DbConn {
   int Query(const char* sql, F&& f);
 
  private:
-  // Notes for DbOutages whether the statement just run ran out of time.
-  void NoteStatement() const;
+  // Notes for DbOutages whether the statement just run, begun at since, ran out of time.
+  void NoteStatement(int64_t since) const;
 
   QzPool* pool_ = nullptr;
   QzConn* conn_ = nullptr;
@@ -104,8 +105,9 @@ int DbConn::Query(const char* sql, F&& f) {
   QzRowFn fn = [](void* ctx, int ncols, const char* const* values) noexcept {
     (*static_cast<decltype(&f)>(ctx))(ncols, values);
   };
+  int64_t since = getqortimemill();
   int rc = qz_query(conn_, sql, fn, &f);
-  NoteStatement();
+  NoteStatement(since);
   return rc == 0 ? kDbOk : kDbQueryFailed;
 }
 

@@ -33,9 +33,12 @@ TEST(Store, SelectorsThatDoNotFitAreRefusedNotCut) {
   struct {
     std::string cond;
     bool fits;
-  } cases[] = {{"like_" + std::string(42, 'p'), true}, {"like_" + std::string(43, 'p'), false},
-               {std::string(108, 'h'), true},          {std::string(109, 'h'), false},
-               {std::string(54, '\''), true},          {std::string(55, '\''), false},
+  } cases[] = {{"like_" + std::string(42, 'p'), true},
+               {"like_" + std::string(43, 'p'), false},
+               {std::string(108, 'h'), true},
+               {std::string(109, 'h'), false},
+               {std::string(54, '\''), true},
+               {std::string(55, '\''), false},
                {"o\\brien", false}};
   for (const auto& c : cases) EXPECT_EQ(BuildClusterSelect(sql, c.cond.c_str()), c.fits) << c.cond;
 }
