@@ -34,6 +34,7 @@ void PassTakeovers::Saw(const ClustRecord& row, bool silent) {
 }
 
 void PassTakeovers::Finish(const std::function<bool()>& peerAnswers, const char* peer) {
+  // The peer is pinged only when everyone else was silent: a ping of a silent peer costs seconds.
   if (CutOff(others_, silent_, false) && CutOff(others_, silent_, peerAnswers())) {
     int added = 0;
     for (const ClustRecord& r : due_) {

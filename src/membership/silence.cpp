@@ -16,11 +16,15 @@ int64_t reported[2] = {0, 0};
 
 Silence::Silence(int side, int64_t now, const char* step) : side_(side), now_(now), step_(step) {}
 
+int64_t Silence::Judge(const ClustRecord& row, int64_t* notAnswering, int64_t* outage) const {
+  *notAnswering = DbOutages(side_).Within(row.updated_at, now_, outage);
+  return SilentFor(now_, row.updated_at, *notAnswering);
+}
+
 int64_t Silence::For(const ClustRecord& row) {
   if (side_ < 0) return 0;
-  int64_t outage = 0;
-  int64_t notAnswering = DbOutages(side_).Within(row.updated_at, now_, &outage);
-  int64_t silentFor = SilentFor(now_, row.updated_at, notAnswering);
+  int64_t notAnswering = 0, outage = 0;
+  int64_t silentFor = Judge(row, &notAnswering, &outage);
   if (IsSilent(Age(row)) && !IsSilent(silentFor)) {
     ++held_;
     outage_ = outage;
@@ -30,8 +34,8 @@ int64_t Silence::For(const ClustRecord& row) {
 }
 
 bool Silence::HeldBack(const ClustRecord& row) const {
-  if (side_ < 0 || !IsSilent(Age(row))) return false;
-  return !IsSilent(SilentFor(now_, row.updated_at, DbOutages(side_).Within(row.updated_at, now_)));
+  int64_t notAnswering = 0, outage = 0;
+  return side_ >= 0 && IsSilent(Age(row)) && !IsSilent(Judge(row, &notAnswering, &outage));
 }
 
 Silence::~Silence() {

@@ -27,6 +27,9 @@ class Silence {
   bool HeldBack(const ClustRecord& row) const;
 
  private:
+  // The row's silence, and the seconds of its age (and the latest outage) the database missed.
+  int64_t Judge(const ClustRecord& row, int64_t* notAnswering, int64_t* outage) const;
+
   int side_;
   int64_t now_;
   const char* step_;
