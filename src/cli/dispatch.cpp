@@ -96,6 +96,10 @@ int Listing(const CommandArgs&) {
   return ShowTwoDatabases(full);
 }
 
+int ListingJson(const CommandArgs&) {
+  return ShowTwoDatabasesJson();
+}
+
 // The daemon words. DaemonMain returns only on its stop paths; the process then exits 0.
 int Start(const CommandArgs&) {
   CheckRunning(0);
@@ -206,6 +210,7 @@ const Command kCommands[] = {
     {"-update", Update},
     {"-l", Listing<0>},
     {"-lf", Listing<1>},
+    {"-lj", ListingJson},
     {"-monitor", Monitor},
     {"-target", Target},
     {"-chown", AsRoot<Chown>},

@@ -14,6 +14,9 @@ int ShowConf(int mode);
 int ShowThisMysqlListen();
 // Both databases' tables, each only when its server answers ping.
 int ShowTwoDatabases(int full);
+// The same as one JSON object, {"databases":[master's, slave's]}, each with "answers" and its
+// rows with their ages.
+int ShowTwoDatabasesJson();
 int ShowTarget();
 // "1" and 0 when hostname's row is the master's, else "0" and 1.
 int ShowIsMaster(const char* hostname);

@@ -17,6 +17,7 @@ const char* const kUsageLines[] = {
     "     : qorclustd -update             #update cluster at one time",
     "     : qorclustd -monitor            #monitor cluster at one time",
     "     : qorclustd -l|lf               #show cluster table",
+    "     : qorclustd -lj                 #show cluster table as JSON",
     "     : qorclustd -count              #show cluster node count",
     "     : qorclustd -chown              #chown qortemplates on master.",
     "     : qorclustd -synctpl | synclictpl  #rsync qortemplates from master.",

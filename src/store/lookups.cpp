@@ -72,11 +72,7 @@ int GetTarget(const char* server, ClustRecord** records) {
   return info.count == 1 ? 0 : 1;
 }
 
-void ShowClusterList(const char* server, int full) {
-  if (!Cluster) {
-    std::printf("_Cluster disabled -> %d\n", Cluster);
-    return;
-  }
+int ReadClusterList(const char* server) {
   int target = 0;
   if (!(mpool != nullptr && cnf.clustmaster == server) && spool != nullptr &&
       cnf.clustslave == server) {
@@ -85,11 +81,20 @@ void ShowClusterList(const char* server, int full) {
   ActInfo info;
   GetClusterSql(server, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all", &info, ClustsOnMaster,
                 target);
+  return info.count;
+}
+
+void ShowClusterList(const char* server, int full) {
+  if (!Cluster) {
+    std::printf("_Cluster disabled -> %d\n", Cluster);
+    return;
+  }
+  const int count = ReadClusterList(server);
   std::puts(full ? "[id] host ip clustid role stat lastwrt tplsyncstat tplupd tplsync loadavgpp "
                    "containers updated cores cpu mem disk qorver"
                  : "[id] host ip clustid role stat lastwrt tplsyncstat tplupd tplsync loadavgpp "
                    "containers updated");
-  for (int i = 0; i < info.count; ++i) {
+  for (int i = 0; i < count; ++i) {
     const ClustRecord& r = *ClustsOnMaster[i];
     std::printf("[%d] %s %s %s %s %d %ld %d %ld %ld %0.2f %d %ld", r.id, r.hostname.c_str(),
                 r.ipaddress.c_str(), r.clusterid.c_str(), r.role.c_str(), r.status,

@@ -22,6 +22,8 @@ int IsClustMaster(const char* server, const char* selector, ClustRecord** record
 int GetClust(int count, ClustRecord** records, int index);
 // 0 when exactly one candidate was found; Clusttarget gets the first entry's address either way.
 int GetTarget(const char* server, ClustRecord** records);
+// Reads all of server's rows into ClustsOnMaster, from the pool that reaches server; the count.
+int ReadClusterList(const char* server);
 // Prints server's clusters table; full adds cores, utilisation and version.
 void ShowClusterList(const char* server, int full);
 
