@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The test budget: all test code (src/**/*_test.cpp and tests/, support included, the shell tests
 # under tests/ and the alert rules' test series too) may be at most a third of the product code
-# (src/ and lab/), counted in lines that are neither blank nor comment. Prints the figures; exits 1 when the tests are over the budget.
+# (src/ and lab/), counted in lines that are neither blank nor comment. Prints the figures; exits 1
+# when the tests are over the budget.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
