@@ -5,7 +5,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <system_error>
 
 namespace qortest {
 
@@ -46,6 +49,13 @@ bool FakeShell::Start(const char* command, qor::BackgroundShell* started) {
   std::string run = command;
   if (!real || !real(run)) run = "true";
   return qor::PopenShell().Start(run.c_str(), started);
+}
+
+TempFile::TempFile() {
+  // A test without a file of its own would write into a shared place: it stops here instead.
+  int fd = mkstemp(path.data());
+  if (fd < 0) throw std::system_error(errno, std::generic_category(), "mkstemp " + path);
+  close(fd);
 }
 
 HeldCommand::HeldCommand() {
