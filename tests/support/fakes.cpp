@@ -33,7 +33,7 @@ bool FakeShell::Run(const char* command, size_t lineMax, int seconds, qor::LineS
   commands.push_back(command);
   bounds.push_back(seconds);
   std::string run = command;
-  if (real && real(run)) return qor::PopenShell().Run(run.c_str(), lineMax, seconds, sink);
+  if (real && real(run)) return qor::RealShell().Run(run.c_str(), lineMax, seconds, sink);
   for (size_t pos = 0; pos < output.size();) {
     size_t nl = output.find('\n', pos);
     size_t n = std::min(nl == std::string::npos ? output.size() - pos : nl - pos + 1, lineMax - 1);
@@ -48,7 +48,7 @@ bool FakeShell::Start(const char* command, qor::BackgroundShell* started) {
   commands.push_back(command);
   std::string run = command;
   if (!real || !real(run)) run = "true";
-  return qor::PopenShell().Start(run.c_str(), started);
+  return qor::RealShell().Start(run.c_str(), started);
 }
 
 TempFile::TempFile() {
