@@ -27,11 +27,11 @@ class CountingShell : public qor::ShellRunner {
  public:
   bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) override {
     ++commands;
-    return qor::PopenShell().Run(command, lineMax, seconds, sink);
+    return qor::RealShell().Run(command, lineMax, seconds, sink);
   }
   bool Start(const char* command, qor::BackgroundShell* started) override {
     ++commands;
-    return qor::PopenShell().Start(command, started);
+    return qor::RealShell().Start(command, started);
   }
   long commands = 0;
 };

@@ -46,14 +46,14 @@ class CountingShell : public qor::ShellRunner {
   bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) override {
     ++pipelines;
     long before = LastPid();
-    bool ran = qor::PopenShell().Run(command, lineMax, seconds, sink);
+    bool ran = qor::RealShell().Run(command, lineMax, seconds, sink);
     processes += LastPid() - before;
     return ran;
   }
   bool Start(const char* command, qor::BackgroundShell* started) override {
     ++pipelines;
     long before = LastPid();
-    bool ran = qor::PopenShell().Start(command, started);
+    bool ran = qor::RealShell().Start(command, started);
     processes += LastPid() - before;
     return ran;
   }

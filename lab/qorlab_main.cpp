@@ -125,7 +125,8 @@ bool IsKeeper(pid_t pid) {
   std::error_code ec;
   std::string exe = std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", ec);
   const std::string replaced = " (deleted)";
-  if (exe.size() > replaced.size() && exe.ends_with(replaced)) exe.resize(exe.size() - replaced.size());
+  if (exe.size() > replaced.size() && exe.ends_with(replaced))
+    exe.resize(exe.size() - replaced.size());
   return pid > 0 && exe == Self();
 }
 
@@ -140,12 +141,13 @@ void PrintHosts(const Lab& lab) {
 long StatusValue(pid_t pid, const std::string& name) {
   std::ifstream in("/proc/" + std::to_string(pid) + "/status");
   for (std::string line; std::getline(in, line);) {
-    if (line.compare(0, name.size() + 1, name + ":") == 0) return std::atol(line.c_str() + name.size() + 1);
+    if (line.compare(0, name.size() + 1, name + ":") == 0)
+      return std::atol(line.c_str() + name.size() + 1);
   }
   return 0;
 }
 
-long Entries(const std::string& dir) {
+long CountEntries(const std::string& dir) {
   std::error_code ec;
   auto it = std::filesystem::directory_iterator(dir, ec);
   return ec ? 0 : std::distance(it, std::filesystem::directory_iterator());
@@ -158,17 +160,18 @@ void PrintCost(const Lab& lab) {
   std::vector<pid_t> holders = lab.Holders();
   long own = 0;
   for (pid_t pid : holders) own += StatusValue(pid, "RssAnon");
-  std::printf("the lab costs this machine: %zu namespace holders (the bridge's, then one per host) "
-              "with %ld KiB of memory of their own in all; %ld threads and %ld open descriptors "
-              "in qorlab\n",
-              holders.size(), own, StatusValue(getpid(), "Threads"), Entries("/proc/self/fd"));
+  std::printf(
+      "the lab costs this machine: %zu namespace holders (the bridge's, then one per host) "
+      "with %ld KiB of memory of their own in all; %ld threads and %ld open descriptors "
+      "in qorlab\n",
+      holders.size(), own, StatusValue(getpid(), "Threads"), CountEntries("/proc/self/fd"));
 }
 
 // How long the bring-up waits for the daemons to fill both databases: a few cycles.
 constexpr int kJoinSeconds = 30;
 
 // Brings the lab up with a daemon on every host; false (after reporting) when it could not.
-bool Bring(Lab& lab) {
+bool BringUp(Lab& lab) {
   auto t0 = std::chrono::steady_clock::now();
   std::printf("bringing up the lab in %s ...\n", lab.dir().c_str());
   std::fflush(stdout);
@@ -218,7 +221,7 @@ void Nap(int seconds) {
 
 int Demo(Lab& lab, int every) {
   CatchStopSignals();
-  if (!Bring(lab)) return 1;
+  if (!BringUp(lab)) return 1;
   WriteState(lab, lab.dir() + "/lab.state");
   std::printf("\nthe two-database listing from the master every %d s; Ctrl-C ends the demo\n",
               every);
@@ -244,7 +247,7 @@ struct HowTo {
 };
 
 // A path as one word of a shell command line.
-std::string Word(const std::string& path) {
+std::string ShellQuoted(const std::string& path) {
   if (path.find_first_not_of(
           "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-") ==
       std::string::npos) {
@@ -258,13 +261,14 @@ std::string Word(const std::string& path) {
 HowTo CommandsFor(const Lab& lab) {
   std::string build = std::filesystem::path(QOR_LAB_DIR).parent_path();
   if (lab.dir() == QOR_LAB_DIR) {
-    std::string env =
-        build == std::string(QOR_SOURCE_DIR) + "/build" ? "" : "QOR_BUILD_DIR=" + Word(build) + " ";
+    std::string env = build == std::string(QOR_SOURCE_DIR) + "/build"
+                          ? ""
+                          : "QOR_BUILD_DIR=" + ShellQuoted(build) + " ";
     std::string script =
-        env + "bash " + Word(std::string(QOR_SOURCE_DIR) + "/scripts/demo.sh") + " ";
+        env + "bash " + ShellQuoted(std::string(QOR_SOURCE_DIR) + "/scripts/demo.sh") + " ";
     return {script + "--on", script + "--cut", script + "--restore", script + "--down"};
   }
-  std::string self = Word(Self()) + " --dir " + Word(lab.dir()) + " ";
+  std::string self = ShellQuoted(Self()) + " --dir " + ShellQuoted(lab.dir()) + " ";
   return {self + "run", self + "cut", self + "restore", self + "down"};
 }
 
@@ -293,11 +297,11 @@ void PrintHowTo(const Lab& lab) {
 
 // The keeper: brings the lab up in a session of its own, tells the waiting parent how it went
 // through the pipe, then holds the lab until SIGTERM.
-int Keep(Lab& lab, int report) {
+int RunKeeper(Lab& lab, int report) {
   setsid();
   CatchStopSignals();
   int status = 1;
-  if (Bring(lab)) {
+  if (BringUp(lab)) {
     WriteState(lab, lab.dir() + "/lab.state");
     PrintHowTo(lab);
     status = 0;
@@ -325,7 +329,7 @@ int Up(Lab& lab) {
   pid_t pid = fork();
   if (pid == 0) {
     close(pipefd[0]);
-    _exit(Keep(lab, pipefd[1]));
+    _exit(RunKeeper(lab, pipefd[1]));
   }
   close(pipefd[1]);
   char byte = 1;

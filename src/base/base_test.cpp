@@ -88,7 +88,7 @@ TEST(Base, PipelinePastItsBoundIsKilledWithItsGroup) {
 // A take-over whose shell was killed before it could report must not pass for one that succeeded.
 TEST(Base, StartedCommandWhoseShellIsKilledEndsWithoutAStatus) {
   BackgroundShell shell;
-  ASSERT_TRUE(PopenShell().Start("kill -9 $$", &shell));
+  ASSERT_TRUE(RealShell().Start("kill -9 $$", &shell));
   WaitShell(shell, 10000);
   EXPECT_EQ(PollShell(shell), kShellNoStatus);
 }

@@ -185,7 +185,7 @@ ShellRunner* current = &real_runner;
 ShellRunner& CurrentShell() {
   return *current;
 }
-ShellRunner& PopenShell() {
+ShellRunner& RealShell() {
   return real_runner;
 }
 void SetShellRunner(ShellRunner* runner) {

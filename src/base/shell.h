@@ -53,7 +53,7 @@ ShellRunner& CurrentShell();
 // nullptr puts the real runner back.
 void SetShellRunner(ShellRunner* runner);
 // The real runner itself, for runners that wrap it.
-ShellRunner& PopenShell();
+ShellRunner& RealShell();
 
 // Runs command through the current runner and calls f(char* line) for every line read.
 template <class F>

@@ -9,7 +9,7 @@
 #include "config/cpuset.h"
 #include "config/processors.h"
 #include "config/qorconf.h"
-#include "lab/temp_dir.h"
+#include "support/fakes.h"
 
 namespace qor {
 namespace {
@@ -43,11 +43,12 @@ class Config : public testing::Test {
     Cpu.cores = cores;
     Cpu.procs = procs;
     CurrentSvr = "10.0.0.5";
-    Cnffile.set(dir_.Write("qorconf", content));
+    file_.Write(content);
+    Cnffile.set(file_.path);
     return GetQorconf();
   }
 
-  qorlab::TempDir dir_;
+  qortest::TempFile file_;
   FixedText<128> saved_;
 };
 
@@ -89,7 +90,7 @@ TEST_F(Config, EachKeyFollowsItsRule) {
     ASSERT_EQ(Read(c.file), 0);
     EXPECT_EQ(c.got(), c.want) << c.file.substr(0, 60);
   }
-  Cnffile.set(dir_.path() + "/absent");
+  Cnffile.set(file_.path + ".absent");
   EXPECT_EQ(GetQorconf(), 1);
 }
 

@@ -1,10 +1,9 @@
-// One table per decision of the heartbeats, the monitors and the cycle loop: each row is a case
-// that a wrong comparison, a wrong bound or a swapped status would turn.
+// One table per decision of the heartbeats and the monitors: each row is a case that a wrong
+// comparison, a wrong bound or a swapped status would turn.
 #include <gtest/gtest.h>
 
-#include <string>
+#include <tuple>
 
-#include "cli/schedule.h"
 #include "membership/heartbeat_decision.h"
 #include "membership/monitor_decision.h"
 
@@ -22,39 +21,50 @@ ClustRecord Row(int status, int64_t lastwrite, int roleId = kRoleIdMember, int t
   return r;
 }
 
-// "200 sct": the decided status, then s(ilent) c(hanged) t(ake-over) o(ld) as they hold.
-std::string Says(const MonitorVerdict& v) {
-  std::string s = std::to_string(v.status);
-  std::string f = std::string(v.silent ? "s" : "") + (v.changed ? "c" : "") +
-                  (v.takeover ? "t" : "") + (v.old ? "o" : "");
-  return f.empty() ? s : s + " " + f;
+// Every field of a decision, so that a failing row shows them all.
+auto Fields(const MonitorVerdict& v) {
+  return std::tuple(v.silent, v.status, v.changed, v.takeover, v.old);
 }
 
 TEST(Decisions, Monitors) {
   const int S = kRoleIdSlave;
+  // Each row: the verdict, then the one expected. A server is silent past 15 s; one that was
+  // active is taken over; a slave (or master) that stopped writing before its peer becomes old.
   struct {
-    const char* name;
-    MonitorVerdict got;
-    const char* want;
+    MonitorVerdict got, want;
   } rows[] = {
-      {"member 15 s quiet is fresh", DecideOnMaster(Row(A, 0), 15, 0), "100"},
-      {"member 16 s quiet", DecideOnMaster(Row(A, 0), 16, 0), "200 sct"},
-      {"old member", DecideOnMaster(Row(O, 0), 16, 0), "200 sc"},
-      {"inactive member", DecideOnMaster(Row(I, 0), 99, 0), "200 s"},
-      {"slave level", DecideOnMaster(Row(A, 5000, S), 16, 5000), "200 sct"},
-      {"slave behind", DecideOnMaster(Row(A, 4999, S), 16, 5000), "300 scto"},
-      {"inactive slave behind", DecideOnMaster(Row(I, 1, S), 16, 5000), "300 sco"},
-      {"old slave", DecideOnMaster(Row(O, 1, S), 16, 5000), "300 s"},
-      {"inactive slave level", DecideOnMaster(Row(I, 7000, S), 16, 5000), "200 s"},
-      {"master answering, fresh", DecideMasterAnswering(Row(A, 1), Row(A, 2), 15), "100"},
-      {"master behind", DecideMasterAnswering(Row(A, 1), Row(A, 2), 16), "300 scto"},
-      {"master ahead", DecideMasterAnswering(Row(A, 3), Row(A, 2), 16), "200 sct"},
-      {"master silent, old", DecideMasterSilent(Row(O, 1), 99, 1, 2), "300"},
-      {"master silent, behind", DecideMasterSilent(Row(I, 1), 16, 1, 2), "300 sco"},
-      {"member from slave", DecideMemberFromSlave(Row(A, 0), 16), "200 sct"},
-      {"inactive member from slave", DecideMemberFromSlave(Row(I, 0), 99), "200"},
+      // Members on the master: fresh, silent, silent already old or inactive.
+      {DecideOnMaster(Row(A, 0), 15, 0), {.status = A}},
+      {DecideOnMaster(Row(A, 0), 16, 0),
+       {.silent = true, .status = I, .changed = true, .takeover = true}},
+      {DecideOnMaster(Row(O, 0), 16, 0), {.silent = true, .status = I, .changed = true}},
+      {DecideOnMaster(Row(I, 0), 99, 0), {.silent = true, .status = I}},
+      // The slave on the master: level with the master's last write, behind it, then the same
+      // already inactive or old.
+      {DecideOnMaster(Row(A, 5000, S), 16, 5000),
+       {.silent = true, .status = I, .changed = true, .takeover = true}},
+      {DecideOnMaster(Row(A, 4999, S), 16, 5000),
+       {.silent = true, .status = O, .changed = true, .takeover = true, .old = true}},
+      {DecideOnMaster(Row(I, 1, S), 16, 5000),
+       {.silent = true, .status = O, .changed = true, .old = true}},
+      {DecideOnMaster(Row(O, 1, S), 16, 5000), {.silent = true, .status = O}},
+      {DecideOnMaster(Row(I, 7000, S), 16, 5000), {.silent = true, .status = I}},
+      // The master answering the slave's ping: fresh, silent behind the slave, silent ahead of it.
+      {DecideMasterAnswering(Row(A, 1), Row(A, 2), 15), {.status = A}},
+      {DecideMasterAnswering(Row(A, 1), Row(A, 2), 16),
+       {.silent = true, .status = O, .changed = true, .takeover = true, .old = true}},
+      {DecideMasterAnswering(Row(A, 3), Row(A, 2), 16),
+       {.silent = true, .status = I, .changed = true, .takeover = true}},
+      // The master silent: old already, behind the slave.
+      {DecideMasterSilent(Row(O, 1), 99, 1, 2), {.status = O}},
+      {DecideMasterSilent(Row(I, 1), 16, 1, 2),
+       {.silent = true, .status = O, .changed = true, .old = true}},
+      // Members judged by the slave: active, inactive already.
+      {DecideMemberFromSlave(Row(A, 0), 16),
+       {.silent = true, .status = I, .changed = true, .takeover = true}},
+      {DecideMemberFromSlave(Row(I, 0), 99), {.status = I}},
   };
-  for (const auto& r : rows) EXPECT_EQ(Says(r.got), r.want) << r.name;
+  for (const auto& r : rows) EXPECT_EQ(Fields(r.got), Fields(r.want)) << "row " << &r - rows;
   // Time in which the database did not answer is not silence.
   EXPECT_EQ(SilentFor(1000, 980, 0), 20);
   EXPECT_EQ(SilentFor(1000, 980, 10), 10);
@@ -106,10 +116,9 @@ TEST(Decisions, Monitors) {
   for (const auto& t : takeovers) EXPECT_EQ(TakeoverDue(t.v, t.row, t.slaveCopy), t.due) << t.name;
 }
 
-std::string Says(const MasterRowDecision& d) {
-  return std::to_string(static_cast<int>(d.action)) + " " + std::to_string(d.status) + " " +
-         std::to_string(d.last_writemill) + " " + std::to_string(d.withlastwrite) + " " +
-         std::to_string(static_cast<int>(d.note));
+auto Fields(const MasterRowDecision& d) {
+  return std::tuple(static_cast<int>(d.action), d.status, d.last_writemill, d.withlastwrite,
+                    static_cast<int>(d.note));
 }
 
 TEST(Decisions, Heartbeats) {
@@ -117,23 +126,34 @@ TEST(Decisions, Heartbeats) {
   EXPECT_FALSE(InsertAllowed(65));
   EXPECT_EQ(Reactivated(I), A);
   EXPECT_EQ(Reactivated(O), O);
-  // Action 0 both, 1 insert into the slave's, 2 master's only; notes as declared.
+  using enum MasterAction;
+  using enum MasterNote;
   const ClustRecord Mm = Row(I, 10), copy = Row(A, 10), oldCopy = Row(O, 5), later = Row(A, 11);
+  // Each row: the decision, then the one expected.
   struct {
-    const char* name;
-    MasterRowDecision got;
-    const char* want;
+    MasterRowDecision got, want;
   } rows[] = {
-      {"slave silent, level", DecideMasterRow(Mm, Row(A, 5), nullptr, false, 0), "2 100 10 0 0"},
-      {"slave silent, behind", DecideMasterRow(Mm, Row(A, 11), nullptr, false, 0), "2 300 0 1 4"},
-      {"no copy there", DecideMasterRow(Mm, Row(A, 5), nullptr, true, 0), "1 200 10 1 0"},
-      {"several copies", DecideMasterRow(Mm, Row(A, 5), &copy, true, 2), "2 100 10 0 0"},
-      {"copy old", DecideMasterRow(Mm, Row(A, 5), &oldCopy, true, 1), "0 300 0 1 1"},
-      {"copy later", DecideMasterRow(Mm, Row(A, 5), &later, true, 1), "0 300 0 1 2"},
-      {"slave row later", DecideMasterRow(Mm, Row(A, 11), &copy, true, 1), "0 300 0 1 3"},
-      {"kept", DecideMasterRow(Mm, Row(A, 5), &copy, true, 1), "0 100 10 0 0"},
+      // The slave's server silent: the row level with the slave's, then behind it.
+      {DecideMasterRow(Mm, Row(A, 5), nullptr, false, 0),
+       {.action = kWriteMasterOnly, .status = A, .last_writemill = 10}},
+      {DecideMasterRow(Mm, Row(A, 11), nullptr, false, 0),
+       {.action = kWriteMasterOnly, .status = O, .withlastwrite = 1, .note = kBehindAlone}},
+      // The slave's database without this row's copy, with several.
+      {DecideMasterRow(Mm, Row(A, 5), nullptr, true, 0),
+       {.action = kInsertIntoSlave, .status = I, .last_writemill = 10, .withlastwrite = 1}},
+      {DecideMasterRow(Mm, Row(A, 5), &copy, true, 2),
+       {.action = kWriteMasterOnly, .status = A, .last_writemill = 10}},
+      // One copy: old, written later, the slave's own row written later, all in order.
+      {DecideMasterRow(Mm, Row(A, 5), &oldCopy, true, 1),
+       {.action = kWriteBoth, .status = O, .withlastwrite = 1, .note = kSlaveCopyOld}},
+      {DecideMasterRow(Mm, Row(A, 5), &later, true, 1),
+       {.action = kWriteBoth, .status = O, .withlastwrite = 1, .note = kBehindSlaveCopy}},
+      {DecideMasterRow(Mm, Row(A, 11), &copy, true, 1),
+       {.action = kWriteBoth, .status = O, .withlastwrite = 1, .note = kBehindSlaveRow}},
+      {DecideMasterRow(Mm, Row(A, 5), &copy, true, 1),
+       {.action = kWriteBoth, .status = A, .last_writemill = 10}},
   };
-  for (const auto& r : rows) EXPECT_EQ(Says(r.got), r.want) << r.name;
+  for (const auto& r : rows) EXPECT_EQ(Fields(r.got), Fields(r.want)) << "row " << &r - rows;
 
   SlavePairDecision p = DecideSlavePair(Row(A, 5), Row(I, 5, 0, kTplOld));
   EXPECT_EQ(p.status, A);
@@ -144,7 +164,8 @@ TEST(Decisions, Heartbeats) {
 
   const ClustRecord Sm = Row(A, 10);
   SlaveAloneDecision s = DecideSlaveAlone(nullptr, Row(A, 7));
-  EXPECT_EQ(s.status * 10 + s.withlastwrite, O * 10 + 1);
+  EXPECT_EQ(s.status, O);
+  EXPECT_EQ(s.withlastwrite, 1);
   EXPECT_EQ(s.note, SlaveNote::kNoMasterRow);
   EXPECT_EQ(DecideSlaveAlone(nullptr, Row(O, 7)).note, SlaveNote::kNone);
   EXPECT_EQ(DecideSlaveAlone(&Sm, Row(I, 10)).status, A);
@@ -160,37 +181,6 @@ TEST(Decisions, Heartbeats) {
   MemberSlaveDecision ms = DecideMemberOnSlave(Row(A, 0), &onMaster, true);
   EXPECT_EQ(ms.status, I) << "the master's copy wins";
   EXPECT_TRUE(ms.copyTemplate);
-}
-
-TEST(Decisions, CycleSchedule) {
-  // Cycle n -> re-check, slow work, full-row flag of its heartbeat; Tplsync raised in cycle 7.
-  auto run = [](int n, int tplCycle) {
-    std::string seen;
-    LoopCounters c;
-    for (int cycle = 1; cycle <= n; ++cycle) {
-      CyclePlan plan = PlanCycle(c, cycle == tplCycle ? 1 : 0);
-      seen +=
-          std::string(plan.recheck ? "r" : "") + (plan.slow ? "s" : "") + (c.full ? "f" : "") + ".";
-      FinishCycle(c, plan);
-    }
-    return seen;
-  };
-  std::string s = run(320, 0);
-  auto at = [&](int cycle) {
-    size_t from = 0;
-    for (int i = 1; i < cycle; ++i) from = s.find('.', from) + 1;
-    return s.substr(from, s.find('.', from) - from);
-  };
-  struct {
-    int cycle;
-    const char* want;
-  } rows[] = {{1, "f"},    {2, ""},    {31, "r"},  {32, "f"},  {61, "r"},
-              {151, "rs"}, {152, "f"}, {181, "r"}, {301, "rs"}};
-  for (const auto& r : rows) EXPECT_EQ(at(r.cycle), r.want) << "cycle " << r.cycle;
-  s = run(160, 7);
-  EXPECT_EQ(at(7), "s") << "a Tplsync request pulls at once";
-  EXPECT_EQ(at(37), "r") << "and the schedule starts again from there";
-  EXPECT_EQ(at(157), "rs");
 }
 
 }  // namespace

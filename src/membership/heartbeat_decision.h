@@ -56,11 +56,11 @@ enum class MasterNote {
 };
 
 struct MasterRowDecision {
-  MasterAction action;
-  int status;
-  int64_t last_writemill;
-  int withlastwrite;
-  MasterNote note;
+  MasterAction action = MasterAction::kWriteBoth;
+  int status = 0;
+  int64_t last_writemill = 0;
+  int withlastwrite = 0;
+  MasterNote note = MasterNote::kNone;
 };
 
 // Mm, Ms: the master's and the slave's rows in the master's database. slaveRows: master rows the

@@ -39,12 +39,15 @@ namespace {
 class SlaveReach {
  public:
   bool answers() {
-    if (asked_ == 0) asked_ = Ping(cnf.clustslave.c_str(), 1, 3) == 0 ? 1 : 2;
-    return asked_ == 1;
+    if (reply_ == Reply::kNotAsked) {
+      reply_ = Ping(cnf.clustslave.c_str(), 1, 3) == 0 ? Reply::kAnswered : Reply::kSilent;
+    }
+    return reply_ == Reply::kAnswered;
   }
 
  private:
-  int asked_ = 0;
+  enum class Reply { kNotAsked, kAnswered, kSilent };
+  Reply reply_ = Reply::kNotAsked;
 };
 
 // The decided status, to the master's database by the row's id, then to the slave's database by

@@ -8,7 +8,6 @@
 
 #include "config/processors.h"
 #include "config/qorconf.h"
-#include "lab/temp_dir.h"
 #include "metrics/cpuinfo.h"
 #include "metrics/utilisation.h"
 #include "support/fakes.h"
@@ -20,9 +19,9 @@ TEST(Metrics, ProcessorCountsFromCpuinfoTakenAgainOnlyWhenItsLinesChange) {
   // without package lines, as a virtual machine shows them.
   std::string ht, vm;
   for (int p = 0; p < 32; ++p) {
-    ht += "processor\t: " + std::to_string(p) + "\nmodel name\t: Sample CPU\nphysical id\t: " +
-          std::to_string((p / 8) % 2) + "\ncore id\t\t: " + std::to_string(p % 8) +
-          "\ncpu cores\t: 8\n\n";
+    ht += "processor\t: " + std::to_string(p) +
+          "\nmodel name\t: Sample CPU\nphysical id\t: " + std::to_string((p / 8) % 2) +
+          "\ncore id\t\t: " + std::to_string(p % 8) + "\ncpu cores\t: 8\n\n";
   }
   for (int p = 0; p < 4; ++p) vm += "processor\t: " + std::to_string(p) + "\n\n";
   struct {
@@ -31,18 +30,19 @@ TEST(Metrics, ProcessorCountsFromCpuinfoTakenAgainOnlyWhenItsLinesChange) {
   } cases[] = {{ht, 2, 16, 16, 32}, {vm, 0, 0, 0, 4}};
   qor::CpuRecord saved = qor::Cpu;
   for (const auto& c : cases) {
-    qorlab::TempDir dir;
-    std::string sample = dir.Write("cpuinfo", c.content);
+    qortest::TempFile sample;
+    sample.Write(c.content);
     qortest::FakeShell shell;
     shell.real = [&](std::string& cmd) {
-      if (size_t at = cmd.find("/proc/cpuinfo"); at != std::string::npos) cmd.replace(at, 13, sample);
+      if (size_t at = cmd.find("/proc/cpuinfo"); at != std::string::npos)
+        cmd.replace(at, 13, sample.path);
       return true;
     };
     qor::Cpu = qor::CpuRecord{};
-    qor::RefreshCpuinfo(sample.c_str());
+    qor::RefreshCpuinfo(sample.path.c_str());
     // A clock that moved changes none of the lines the facts come from: nothing runs again.
-    dir.Write("cpuinfo", c.content + "cpu MHz\t\t: 2400.7\n");
-    qor::RefreshCpuinfo(sample.c_str());
+    sample.Write(c.content + "cpu MHz\t\t: 2400.7\n");
+    qor::RefreshCpuinfo(sample.path.c_str());
     EXPECT_EQ(shell.commands.size(), 4u);
     EXPECT_EQ(qor::Cpu.cpus, c.cpus);
     EXPECT_EQ(qor::Cpu.cores, c.cores);
@@ -91,8 +91,9 @@ TEST(Metrics, Utilisation) {
   EXPECT_DOUBLE_EQ(qor::CpuUtilBetween(1000, 500, 1400, 800), 0.25);
   EXPECT_DOUBLE_EQ(qor::CpuUtilBetween(1000, 500, 900, 450), 0.0) << "counters went back";
   EXPECT_DOUBLE_EQ(qor::CpuUtilBetween(1000, 500, 1100, 400), 1.0);
-  qortest::FakeShell shell("              total   used   free\nMem:  400  100  300\n"
-                           "Swap: 1000 500 500\n");
+  qortest::FakeShell shell(
+      "              total   used   free\nMem:  400  100  300\n"
+      "Swap: 1000 500 500\n");
   EXPECT_DOUBLE_EQ(qor::getmemutil(), 0.25);
   shell.output = "              total   used   free\nMem:  0  0  0\n";
   EXPECT_DOUBLE_EQ(qor::getmemutil(), 0.0) << "unknown memory reads as idle, never NaN";

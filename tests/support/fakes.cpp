@@ -5,7 +5,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <system_error>
 
 namespace qortest {
 
@@ -30,7 +33,7 @@ bool FakeShell::Run(const char* command, size_t lineMax, int seconds, qor::LineS
   commands.push_back(command);
   bounds.push_back(seconds);
   std::string run = command;
-  if (real && real(run)) return qor::PopenShell().Run(run.c_str(), lineMax, seconds, sink);
+  if (real && real(run)) return qor::RealShell().Run(run.c_str(), lineMax, seconds, sink);
   for (size_t pos = 0; pos < output.size();) {
     size_t nl = output.find('\n', pos);
     size_t n = std::min(nl == std::string::npos ? output.size() - pos : nl - pos + 1, lineMax - 1);
@@ -45,7 +48,14 @@ bool FakeShell::Start(const char* command, qor::BackgroundShell* started) {
   commands.push_back(command);
   std::string run = command;
   if (!real || !real(run)) run = "true";
-  return qor::PopenShell().Start(run.c_str(), started);
+  return qor::RealShell().Start(run.c_str(), started);
+}
+
+TempFile::TempFile() {
+  // A test without a file of its own would write into a shared place: it stops here instead.
+  int fd = mkstemp(path.data());
+  if (fd < 0) throw std::system_error(errno, std::generic_category(), "mkstemp " + path);
+  close(fd);
 }
 
 HeldCommand::HeldCommand() {

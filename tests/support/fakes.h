@@ -1,7 +1,9 @@
 // Stand-ins shared by the unit and store tests: a text of every field of a record, for comparing
-// whole records, and a shell runner that answers from a script.
+// whole records, a shell runner that answers from a script, and a file of a test's own.
 #pragma once
 
+#include <cstdio>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -42,6 +44,16 @@ struct HeldCommand {
 
   int fds[2] = {-1, -1};
   std::string command;
+};
+
+// A file of one test's own under /tmp, empty at first and removed when the test ends.
+struct TempFile {
+  TempFile();
+  TempFile(const TempFile&) = delete;
+  ~TempFile() { std::remove(path.c_str()); }
+  // Replaces what the file holds with content, NULs included.
+  void Write(const std::string& content) const { std::ofstream(path, std::ios::binary) << content; }
+  std::string path = "/tmp/qortest.XXXXXX";
 };
 
 }  // namespace qortest
