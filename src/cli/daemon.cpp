@@ -35,18 +35,17 @@ namespace {
 
 const char* const kWeekdays[7] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
 
-// Forks; the parent leaves at once with 0, the child goes on. _exit, so that nothing the parent
-// holds (stdio buffers, the library's connections) is flushed or closed twice.
+// Forks; the parent leaves at once with 0, the child goes on.
 void ForkAway() {
   std::fflush(nullptr);
   pid_t pid = fork();
-  if (pid < 0) std::exit(1);
-  if (pid > 0) _exit(0);
+  if (pid < 0) FatalExit();
+  if (pid > 0) LeaveAfterFork();
 }
 
 void Daemonise() {
   ForkAway();
-  if (setsid() < 0) std::exit(1);
+  if (setsid() < 0) FatalExit();
   signal(SIGCHLD, SIG_IGN);
   signal(SIGHUP, SIG_IGN);
   ForkAway();
@@ -171,14 +170,12 @@ int DaemonMain() {
 int CheckRunning(int boot) {
   if (checkroot() != 0) {
     std::puts("Please sudo this!");
-    CloseConnectionPool();
-    std::exit(1);
+    return 1;
   }
   if (setuid(0) != 0) {
     LogNotice("setuid failed cur_uid=%d cur_gid=%d", static_cast<int>(getuid()),
               static_cast<int>(getgid()));
-    CloseConnectionPool();
-    std::exit(1);
+    return 1;
   }
   const char* command = "ps aux | grep 'qorclustd -start' | grep -v grep | wc -l";
   Trace("_checkrunning: cmd=%s\n", command);
@@ -206,8 +203,7 @@ int CheckRunning(int boot) {
   if (alone) return 0;
   std::printf("%s already running! (result=%d)\n", Progname, count);
   LogNotice("%s already running!\n", Progname);
-  CloseConnectionPool();
-  std::exit(1);
+  return 1;
 }
 
 int StopDaemon() {

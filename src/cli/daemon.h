@@ -29,8 +29,8 @@ int DaemonMain();
 // the log and the pools are closed. True when it stopped.
 enum class StopLevel { kNotice, kError };
 bool StopsOutsideCluster(StopLevel level);
-// 0 when no other daemon runs (boot 1: the count must be exactly 1, boot 0: exactly 2); every
-// other case ends the process with status 1.
+// 0 when no other daemon runs (boot 1: the count must be exactly 1, boot 0: exactly 2); 1, after
+// printing why, when one does or the caller is not root: the caller then ends with status 1.
 int CheckRunning(int boot);
 // SIGKILL to every running daemon; 0.
 int StopDaemon();
