@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/clock.h"
 #include "base/fatal.h"
 #include "base/log.h"
 #include "base/process.h"
@@ -25,6 +26,7 @@
 #include "membership/monitor.h"
 #include "membership/nodedown.h"
 #include "metrics/utilisation.h"
+#include "observe/systemd_notify.h"
 #include "replication/replication.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
@@ -35,20 +37,29 @@ namespace {
 
 const char* const kWeekdays[7] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
 
-// Forks; the parent leaves at once with 0, the child goes on.
-void ForkAway() {
+// A template pull may rightly take minutes, which the watchdog must not take for a stuck cycle: it
+// waits this long for a slow-work pass, the pass's bounded commands and as long again for the
+// database work, the pings and the sweep around them.
+constexpr int kSlowWorkSeconds = (kTreeCommandsMax + 1) * kTreeSeconds;
+
+// Forks; the parent leaves with 0 once beforeLeaving (when given) returns, the child goes on.
+void ForkAway(void (*beforeLeaving)()) {
   std::fflush(nullptr);
   pid_t pid = fork();
   if (pid < 0) FatalExit();
-  if (pid > 0) LeaveAfterFork();
+  if (pid == 0) return;
+  if (beforeLeaving != nullptr) beforeLeaving();
+  LeaveAfterFork();
 }
 
 void Daemonise() {
-  ForkAway();
+  PrepareMainPidHandoff();
+  ForkAway(AwaitMainPidHandoff);
   if (setsid() < 0) FatalExit();
   signal(SIGCHLD, SIG_IGN);
   signal(SIGHUP, SIG_IGN);
-  ForkAway();
+  ForkAway(nullptr);
+  CompleteMainPidHandoff();
   umask(0);
   if (chdir("/tmp") != 0) {
     // Nothing depends on the working directory; the daemon goes on where it is.
@@ -134,12 +145,16 @@ int DaemonCycle(DaemonState& s) {
   ReconnectCluster();
   GetClustCount(&ClustCount);
   UpdateCluster(s.counters.full);
+  NotifyHeartbeatDone();
   s.counters.full = 0;
   MonitorCluster(0);
   AdvanceQordown();
   CyclePlan plan = PlanCycle(s.counters, Tplsync);
   if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) return 1;
-  if (plan.slow) SlowWork(s.counters, &s.sequence);
+  if (plan.slow) {
+    NotifyLongWork(kSlowWorkSeconds);
+    SlowWork(s.counters, &s.sequence);
+  }
   FinishCycle(s.counters, plan);
   return 0;
 }
@@ -162,7 +177,9 @@ int DaemonMain() {
   DiskUtil = getdiskutil("/");
   state.counters.full = 1;
   for (;;) {
+    int64_t began = MonotonicMill();
     if (DaemonCycle(state) != 0) return 1;
+    NotifyCycleDone(MonotonicMill() - began);
     sleep(static_cast<unsigned>(Interval));
   }
 }

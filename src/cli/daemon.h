@@ -20,8 +20,9 @@ struct DaemonState {
 // The work of one cycle, from its top to its sleep: 1 when the daemon must stop.
 int DaemonCycle(DaemonState& s);
 
-// Never returns in the invoking process (it exits 0 at the first fork). In the daemon it returns
-// 1 only when the configuration is, or becomes, invalid.
+// Never returns in the invoking process (it exits 0 at the first fork; under systemd once the
+// daemon has told systemd its pid). In the daemon it returns 1 only when the configuration is, or
+// becomes, invalid.
 int DaemonMain();
 
 // Outside an enabled cluster (or with settings that do not name this server) the program stops
