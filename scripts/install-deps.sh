@@ -10,6 +10,8 @@ PACKAGES=(
   libgtest-dev libgmock-dev
   # database pools, and the client library under them whose waits the store bounds
   libzdb-dev libmariadb-dev
+  # readiness, watchdog and status for systemd
+  libsystemd-dev
   # test databases and the program's runtime tools
   mariadb-server mariadb-client
   iputils-ping rsync openssh-client openssh-server

@@ -72,6 +72,7 @@ targets_for() {
       store) t+=" qor_store_tests" ;;
       binary) t+=" qor_cli_tests qorclustd" ;;
       lab) t+=" qor_lab_tests qorclustd qorlab" ;;
+      package) t+=" qorclustd" ;;
     esac
   done
   echo $t

@@ -1,6 +1,7 @@
 #include "base/fatal.h"
 
 #include <err.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
@@ -12,6 +13,10 @@ void FatalExit() {
 
 void FatalCommand(const char* what) {
   err(1, "%s", what);
+}
+
+void LeaveAfterFork() {
+  _exit(0);
 }
 
 }  // namespace qor

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/clock.h"
 #include "base/fatal.h"
 #include "base/log.h"
 #include "base/process.h"
@@ -25,6 +26,7 @@
 #include "membership/monitor.h"
 #include "membership/nodedown.h"
 #include "metrics/utilisation.h"
+#include "observe/systemd_notify.h"
 #include "replication/replication.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
@@ -35,21 +37,29 @@ namespace {
 
 const char* const kWeekdays[7] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
 
-// Forks; the parent leaves at once with 0, the child goes on. _exit, so that nothing the parent
-// holds (stdio buffers, the library's connections) is flushed or closed twice.
-void ForkAway() {
+// A template pull may rightly take minutes, which the watchdog must not take for a stuck cycle: it
+// waits this long for a slow-work pass, the pass's bounded commands and as long again for the
+// database work, the pings and the sweep around them.
+constexpr int kSlowWorkSeconds = (kTreeCommandsMax + 1) * kTreeSeconds;
+
+// Forks; the parent leaves with 0 once beforeLeaving (when given) returns, the child goes on.
+void ForkAway(void (*beforeLeaving)()) {
   std::fflush(nullptr);
   pid_t pid = fork();
-  if (pid < 0) std::exit(1);
-  if (pid > 0) _exit(0);
+  if (pid < 0) FatalExit();
+  if (pid == 0) return;
+  if (beforeLeaving != nullptr) beforeLeaving();
+  LeaveAfterFork();
 }
 
 void Daemonise() {
-  ForkAway();
-  if (setsid() < 0) std::exit(1);
+  PrepareMainPidHandoff();
+  ForkAway(AwaitMainPidHandoff);
+  if (setsid() < 0) FatalExit();
   signal(SIGCHLD, SIG_IGN);
   signal(SIGHUP, SIG_IGN);
-  ForkAway();
+  ForkAway(nullptr);
+  CompleteMainPidHandoff();
   umask(0);
   if (chdir("/tmp") != 0) {
     // Nothing depends on the working directory; the daemon goes on where it is.
@@ -135,12 +145,16 @@ int DaemonCycle(DaemonState& s) {
   ReconnectCluster();
   GetClustCount(&ClustCount);
   UpdateCluster(s.counters.full);
+  NotifyHeartbeatDone();
   s.counters.full = 0;
   MonitorCluster(0);
   AdvanceQordown();
   CyclePlan plan = PlanCycle(s.counters, Tplsync);
   if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) return 1;
-  if (plan.slow) SlowWork(s.counters, &s.sequence);
+  if (plan.slow) {
+    NotifyLongWork(kSlowWorkSeconds);
+    SlowWork(s.counters, &s.sequence);
+  }
   FinishCycle(s.counters, plan);
   return 0;
 }
@@ -163,7 +177,9 @@ int DaemonMain() {
   DiskUtil = getdiskutil("/");
   state.counters.full = 1;
   for (;;) {
+    int64_t began = MonotonicMill();
     if (DaemonCycle(state) != 0) return 1;
+    NotifyCycleDone(MonotonicMill() - began);
     sleep(static_cast<unsigned>(Interval));
   }
 }
@@ -171,14 +187,12 @@ int DaemonMain() {
 int CheckRunning(int boot) {
   if (checkroot() != 0) {
     std::puts("Please sudo this!");
-    CloseConnectionPool();
-    std::exit(1);
+    return 1;
   }
   if (setuid(0) != 0) {
     LogNotice("setuid failed cur_uid=%d cur_gid=%d", static_cast<int>(getuid()),
               static_cast<int>(getgid()));
-    CloseConnectionPool();
-    std::exit(1);
+    return 1;
   }
   const char* command = "ps aux | grep 'qorclustd -start' | grep -v grep | wc -l";
   Trace("_checkrunning: cmd=%s\n", command);
@@ -206,8 +220,7 @@ int CheckRunning(int boot) {
   if (alone) return 0;
   std::printf("%s already running! (result=%d)\n", Progname, count);
   LogNotice("%s already running!\n", Progname);
-  CloseConnectionPool();
-  std::exit(1);
+  return 1;
 }
 
 int StopDaemon() {

@@ -20,8 +20,9 @@ struct DaemonState {
 // The work of one cycle, from its top to its sleep: 1 when the daemon must stop.
 int DaemonCycle(DaemonState& s);
 
-// Never returns in the invoking process (it exits 0 at the first fork). In the daemon it returns
-// 1 only when the configuration is, or becomes, invalid.
+// Never returns in the invoking process (it exits 0 at the first fork; under systemd once the
+// daemon has told systemd its pid). In the daemon it returns 1 only when the configuration is, or
+// becomes, invalid.
 int DaemonMain();
 
 // Outside an enabled cluster (or with settings that do not name this server) the program stops
@@ -29,8 +30,8 @@ int DaemonMain();
 // the log and the pools are closed. True when it stopped.
 enum class StopLevel { kNotice, kError };
 bool StopsOutsideCluster(StopLevel level);
-// 0 when no other daemon runs (boot 1: the count must be exactly 1, boot 0: exactly 2); every
-// other case ends the process with status 1.
+// 0 when no other daemon runs (boot 1: the count must be exactly 1, boot 0: exactly 2); 1, after
+// printing why, when one does or the caller is not root: the caller then ends with status 1.
 int CheckRunning(int boot);
 // SIGKILL to every running daemon; 0.
 int StopDaemon();

@@ -100,16 +100,17 @@ int ListingJson(const CommandArgs&) {
   return ShowTwoDatabasesJson();
 }
 
-// The daemon words. DaemonMain returns only on its stop paths; the process then exits 0.
+// The daemon words. DaemonMain returns only on its stop paths; the process then exits 0. A refused
+// start ends with 1 once QorMain has closed the pools.
 int Start(const CommandArgs&) {
-  CheckRunning(0);
+  if (CheckRunning(0) != 0) return 1;
   LogNotice("%s daemon starting with -start...\n", Progname);
   DaemonMain();
   return 0;
 }
 
 int StartBoot(const CommandArgs&) {
-  CheckRunning(1);
+  if (CheckRunning(1) != 0) return 1;
   LogNotice("%s daemon starting with -start_boot...\n", Progname);
   DaemonMain();
   return 0;

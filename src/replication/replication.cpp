@@ -20,12 +20,6 @@ FixedText<8192> SshLastError;
 
 namespace {
 
-// A pull of a large tree, a chown of one, or the platform's synchronisation of every profile may
-// take minutes, far beyond the shell's default bound for status commands: cut there, it would be
-// cut every time. One that hangs (a master cut off mid-transfer, which ssh alone notices only after
-// TCP gives up) is stopped so that the heartbeat resumes.
-constexpr int kTreeSeconds = 600;
-
 // step: 1 for the whitelist and lumobr pulls, 2 for the templates, as the failure lines number
 // them.
 void Pull(const char* master, const char* tree, int step) {

@@ -9,6 +9,14 @@
 
 namespace qor {
 
+// A pull of a large tree, a chown of one, or the platform's synchronisation of every profile may
+// take minutes, far beyond the shell's default bound for status commands: cut there, it would be
+// cut every time. One that hangs (a master cut off mid-transfer, which ssh alone notices only after
+// TCP gives up) is stopped so that the heartbeat resumes.
+constexpr int kTreeSeconds = 600;
+// The most such commands one pass runs: a slave's three pulls and two profile synchronisations.
+constexpr int kTreeCommandsMax = 5;
+
 // The system's error text of the last pull that could not be started, with a newline.
 extern FixedText<8192> SshLastError;
 

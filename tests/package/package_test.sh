@@ -11,7 +11,7 @@ deb=$(bash "$root/scripts/package.sh" "$work/build" | tail -n 1)
 
 # What it asks of a server: the libraries the binary links and the commands it runs, no more.
 depends=$(dpkg-deb -f "$deb" Depends | tr ',' '\n' | sed 's/(.*//; s/ //g' | sort | xargs)
-want="bash iputils-ping libc6 libgcc-s1 libmariadb3 libstdc++6 libzdb11 openssh-client procps rsync"
+want="bash iputils-ping libc6 libgcc-s1 libmariadb3 libstdc++6 libsystemd0 libzdb11 openssh-client procps rsync"
 [ "$depends" = "$want" ] || { echo "Depends: $depends (want $want)"; exit 1; }
 
 unshare -m --propagation private bash -s "$work" "$deb" <<'ROOT'
@@ -40,11 +40,13 @@ done
 set +f
 
 # The unit under a systemd of its own: this root booted in a container with a network of its own
-# and a member's configuration whose master and slave do not answer, so the daemon just cycles.
+# and a member's configuration whose master's database is the container's MariaDB and whose slave
+# does not answer, so the daemon just cycles.
 umount -R "$r/dev" "$r/proc"
 mkdir -p "$r/var/www/html/qor"
 printf '%s\n' qor_cluster=1 qor_clustid=t qor_clustrole=member qor_clustmaster=127.0.0.2 \
-  qor_clustslave=127.0.0.3 qor_netif=lo >"$r/var/www/html/qor/.qorconf"
+  qor_clustslave=127.0.0.3 qor_netif=lo qor_dbpwd=pkgtest >"$r/var/www/html/qor/.qorconf"
+printf '[mysqld]\nbind-address=127.0.0.2\n' >"$r/etc/mysql/mariadb.conf.d/99-master.cnf"
 systemd-nspawn -q -D "$r" --register=no --keep-unit --private-network --console=passive -b \
   </dev/null >/dev/null 2>&1 &
 nspawn=$!
@@ -60,16 +62,38 @@ done
 # A machine whose kernel or sandbox keeps systemd from booting in a container cannot run this
 # part; that is the machine's limit, not the unit's, and is reported as a skip.
 case $state in running | degraded) ;; *) echo "SKIP: no systemd container here ($state)"; exit 77 ;; esac
+inside mariadb -e "create database qor; grant all on qor.* to qordirect identified by 'pkgtest'" &&
+  inside mariadb qor <"$r/usr/share/qorclustd/schema.sql" || fail "no master database in the container"
 daemons() { inside pgrep -x qorclustd | xargs; }
 main() { inside systemctl show -p MainPID --value qorclustd; }
+show() { inside systemctl show --timestamp=us+utc -p "$1" --value qorclustd; }
 inside systemctl start qorclustd || fail "systemctl start: $(inside systemctl status qorclustd)"
+# Active only after the first heartbeat: the row's insert time, taken as that heartbeat began,
+# precedes the unit's.
+wrote=$(inside mariadb -N qor -e 'select qortimemill from clusters')
+active=$(show ActiveEnterTimestamp)
+[ -n "$wrote" ] && [ "$wrote" -le "$(date -d "${active#* }" +%s%3N)" ] ||
+  fail "active at $active, before the first heartbeat (${wrote:-no row})"
 [ "$(inside qorclustd -ps | wc -l)" = 1 ] && [ "$(daemons)" = "$(main)" ] || fail "one daemon: $(daemons)"
+# Each cycle tells the watchdog, and the status line says what the daemon does.
+pinged=$(show WatchdogTimestampMonotonic)
+sleep 3
+[ "$(show WatchdogTimestampMonotonic)" -gt "$pinged" ] || fail "no watchdog ping in 3 s"
+inside systemctl status qorclustd | grep -qF 'Status: "member: 1 server in the table, cycle 0.' ||
+  fail "no status line: $(inside systemctl status qorclustd)"
 first=$(main)
 inside kill -ABRT "$first"
 # systemd learns the new daemon's pid a moment after it runs.
 restarted() { [ -n "$(daemons)" ] && [ "$(daemons)" = "$(main)" ] && [ "$(main)" != "$first" ]; }
 for _ in $(seq 30); do restarted && break; sleep 1; done
 restarted || fail "not restarted: $(daemons) (systemd's: $(main))"
+# A frozen daemon: the watchdog ends it after 30 s, and systemd starts another 10 s later.
+first=$(main)
+inside kill -STOP "$first"
+SECONDS=0
+for _ in $(seq 60); do restarted && break; sleep 1; done
+restarted && [ "$SECONDS" -ge 30 ] && [ "$SECONDS" -le 55 ] ||
+  { inside kill -CONT "$first"; fail "frozen daemon not restarted in 30 to 55 s: $SECONDS s, $(main)"; }
 inside systemctl stop qorclustd
 [ -z "$(daemons)" ] || fail "left running after systemctl stop: $(daemons)"
 # SIGKILL is the program's own stop: -stop ends it for good, not for a restart.
