@@ -12,8 +12,10 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/clock.h"
 #include "base/fatal.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/process.h"
 #include "base/shell.h"
 #include "cli/progname.h"
@@ -25,6 +27,7 @@
 #include "membership/monitor.h"
 #include "membership/nodedown.h"
 #include "metrics/utilisation.h"
+#include "observe/prom_metrics.h"
 #include "replication/replication.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
@@ -131,6 +134,7 @@ bool StopsOutsideCluster(StopLevel level) {
 }
 
 int DaemonCycle(DaemonState& s) {
+  int64_t start = MonotonicMicros();
   if (ConnectionPool != 5) ConnectionPool = 5;
   ReconnectCluster();
   GetClustCount(&ClustCount);
@@ -142,6 +146,7 @@ int DaemonCycle(DaemonState& s) {
   if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) return 1;
   if (plan.slow) SlowWork(s.counters, &s.sequence);
   FinishCycle(s.counters, plan);
+  PublishMetrics(CycleView(MonotonicMicros() - start, ++s.cycles), kNodeExporterDir);
   return 0;
 }
 

@@ -15,9 +15,11 @@ struct DaemonState {
   int64_t sequence = 0;   // slow-work log lines written so far
   int64_t prevTotal = 0;  // last processor sample
   int64_t prevIdle = 0;
+  int64_t cycles = 0;  // cycles run so far
 };
 
-// The work of one cycle, from its top to its sleep: 1 when the daemon must stop.
+// The work of one cycle, from its top to its sleep, ending with the metrics file: 1 when the
+// daemon must stop.
 int DaemonCycle(DaemonState& s);
 
 // Never returns in the invoking process (it exits 0 at the first fork). In the daemon it returns
