@@ -15,7 +15,6 @@
 #include "base/clock.h"
 #include "base/fatal.h"
 #include "base/log.h"
-#include "base/paths.h"
 #include "base/process.h"
 #include "base/shell.h"
 #include "cli/progname.h"
@@ -146,7 +145,8 @@ int DaemonCycle(DaemonState& s) {
   if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) return 1;
   if (plan.slow) SlowWork(s.counters, &s.sequence);
   FinishCycle(s.counters, plan);
-  PublishMetrics(CycleView(MonotonicMicros() - start, ++s.cycles), kNodeExporterDir);
+  ++s.cycles;
+  if (s.metricsDir) PublishMetrics(CycleView(MonotonicMicros() - start, s.cycles), s.metricsDir);
   return 0;
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "base/paths.h"
 #include "cli/schedule.h"
 
 namespace qor {
@@ -16,6 +17,8 @@ struct DaemonState {
   int64_t prevTotal = 0;  // last processor sample
   int64_t prevIdle = 0;
   int64_t cycles = 0;  // cycles run so far
+  // Where each cycle leaves its metrics file; nullptr: nowhere.
+  const char* metricsDir = kNodeExporterDir;
 };
 
 // The work of one cycle, from its top to its sleep, ending with the metrics file: 1 when the
