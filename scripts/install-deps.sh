@@ -21,8 +21,9 @@ PACKAGES=(
   # the Debian package (dpkg-shlibdeps, and file, which CPack asks about each binary), the manual
   # page's rendering, and the systemd that its test boots in a container to run the unit
   dpkg-dev file man-db systemd systemd-container
-  # the node exporter that publishes the daemon's metrics file, and promtool, which checks it
-  prometheus-node-exporter prometheus
+  # the node exporter that publishes the daemon's metrics file, promtool, which checks it, and
+  # curl, with which the lab reads it
+  prometheus-node-exporter prometheus curl
 )
 # Services of the packages above that would listen on every interface: installed here for the
 # tests, which start their own copies inside lab hosts, they are neither started nor enabled.

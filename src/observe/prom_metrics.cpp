@@ -107,6 +107,22 @@ void CollectRows(const MetricsView& v, ShownRows& shown) {
   }
 }
 
+// A gauge with one sample per row shown, valued by of(row).
+template <class F>
+void PerRow(std::string& out, const ShownRows& shown, const char* name, const char* help, F&& of) {
+  Family(out, name, "gauge", help);
+  for (int side = 0; side < 2; ++side) {
+    for (int i = 0; i < shown.count[side]; ++i) {
+      const ClustRecord& r = *shown.rows[side][i];
+      Sample(out, name,
+             {{"database", kDatabases[side]},
+              {"server", r.ipaddress.c_str()},
+              {"hostname", r.hostname.c_str()}},
+             of(r));
+    }
+  }
+}
+
 void RenderRows(const MetricsView& v, std::string& out) {
   static ShownRows shown;
   shown.count[0] = shown.count[1] = 0;
@@ -123,30 +139,12 @@ void RenderRows(const MetricsView& v, std::string& out) {
     }
   }
   const int64_t nowSec = v.nowMill / 1000;
-  Family(out, "qorclustd_row_age_seconds", "gauge",
-         "Seconds since the server's row was last written, as last read.");
-  for (int side = 0; side < 2; ++side) {
-    for (int i = 0; i < shown.count[side]; ++i) {
-      const ClustRecord& r = *shown.rows[side][i];
-      Sample(out, "qorclustd_row_age_seconds",
-             {{"database", kDatabases[side]},
-              {"server", r.ipaddress.c_str()},
-              {"hostname", r.hostname.c_str()}},
-             nowSec - r.updated_at);
-    }
-  }
-  Family(out, "qorclustd_row_template_syncstate", "gauge",
-         "The row's template state: 0 never pulled, 100 in step, 300 behind.");
-  for (int side = 0; side < 2; ++side) {
-    for (int i = 0; i < shown.count[side]; ++i) {
-      const ClustRecord& r = *shown.rows[side][i];
-      Sample(out, "qorclustd_row_template_syncstate",
-             {{"database", kDatabases[side]},
-              {"server", r.ipaddress.c_str()},
-              {"hostname", r.hostname.c_str()}},
-             r.tpl_syncstate);
-    }
-  }
+  PerRow(out, shown, "qorclustd_row_age_seconds",
+         "Seconds since the server's row was last written, as last read.",
+         [&](const ClustRecord& r) { return nowSec - r.updated_at; });
+  PerRow(out, shown, "qorclustd_row_template_syncstate",
+         "The row's template state: 0 never pulled, 100 in step, 300 behind.",
+         [](const ClustRecord& r) { return static_cast<int64_t>(r.tpl_syncstate); });
 }
 
 void RenderWatch(const MetricsView& v, std::string& out) {
