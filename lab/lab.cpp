@@ -156,6 +156,7 @@ std::string Lab::MakeHosts() {
     if (!opts_.tz.empty()) o.env.push_back("TZ=" + opts_.tz);
     std::error_code ec;
     fs::create_directories(o.dir + "/root", ec);
+    fs::create_directories(o.dir + "/prometheus/node-exporter", ec);
     hosts_.push_back(std::make_unique<NsHost>(o));
     if (!hosts_.back()->ok()) return "cannot make host " + h.name;
   }
@@ -221,14 +222,18 @@ std::string Lab::Prepare() {
     // Each host has its own /run, the lab's directory in it, its own root's home (ssh's
     // known_hosts) over this machine's, which may hold the checkout and so must come last, and
     // the stand-ins beside the daemon, first on its PATH, as a server would. The lab's directory
-    // is the shell's $1: any characters may be in it.
-    RunResult r =
-        Host(i).Enter({"/bin/sh", "-c",
-                       std::string("mount -t tmpfs -o mode=755 tmpfs /run && mkdir ") +
-                           kLabDirInHost + " && mount --bind \"$1\" " + kLabDirInHost +
-                           " && mount --bind " + InHost(info_[i].name + "/root") + " /root" + links,
-                       "sh", opts_.dir},
-                      RunOptions{});
+    // is the shell's $1: any characters may be in it. Where this machine has node_exporter's
+    // directory, each host has its own over it, for the daemon's metrics file; where it has
+    // none, no daemon writes one.
+    RunResult r = Host(i).Enter(
+        {"/bin/sh", "-c",
+         std::string("mount -t tmpfs -o mode=755 tmpfs /run && mkdir ") + kLabDirInHost +
+             " && mount --bind \"$1\" " + kLabDirInHost + " && mount --bind " +
+             InHost(info_[i].name + "/root") + " /root && { [ ! -d /var/lib/prometheus ] || " +
+             "mount --bind " + InHost(info_[i].name + "/prometheus") + " /var/lib/prometheus; }" +
+             links,
+         "sh", opts_.dir},
+        RunOptions{});
     if (r.status != 0) return Failed(info_[i].name + ": mounts", r);
   }
   return "";

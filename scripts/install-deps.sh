@@ -23,7 +23,13 @@ PACKAGES=(
   # the Debian package (dpkg-shlibdeps, and file, which CPack asks about each binary), the manual
   # page's rendering, and the systemd that its test boots in a container to run the unit
   dpkg-dev file man-db systemd systemd-container
+  # the node exporter that publishes the daemon's metrics file, promtool, which checks it, and
+  # curl, with which the lab reads it
+  prometheus-node-exporter prometheus curl
 )
+# Services of the packages above that would listen on every interface: installed here for the
+# tests, which start their own copies inside lab hosts, they are neither started nor enabled.
+SERVICES=(prometheus prometheus-node-exporter)
 if [ "${1:-}" = "--fuzz" ]; then
   PACKAGES+=(clang libclang-rt-dev)
 fi
@@ -45,5 +51,18 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 
 export DEBIAN_FRONTEND=noninteractive
+# policy-rc.d keeps the packages' scripts from starting their services; one already present is
+# the machine's own and stays.
+policy=/usr/sbin/policy-rc.d
+if [ ! -e "$policy" ]; then
+  printf '#!/bin/sh\nexit 101\n' >"$policy"
+  chmod 755 "$policy"
+  trap 'rm -f "$policy"' EXIT
+fi
 apt-get update -qq
 apt-get install -y -qq --no-install-recommends "${missing[@]}"
+for s in "${SERVICES[@]}"; do
+  [[ " ${missing[*]} " == *" $s "* ]] || continue
+  systemctl disable "$s" >/dev/null 2>&1 || true
+  if [ -d /run/systemd/system ]; then systemctl stop "$s" >/dev/null 2>&1 || true; fi
+done

@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Figures of the running lab: how long it takes to come up and to go away, the statements and
 # round trips per second each MariaDB server gets from all the daemons (its own SHOW GLOBAL STATUS
-# counters over 60 seconds), every daemon's resident memory, then each role's cycle work time
-# (median and maximum over CYCLES cycles, with the daemon's 2-second sleep between cycles), the
-# processor time per cycle and the processes each cycle spawns.
+# counters over 60 seconds), every daemon's resident memory, the size of the metrics file of the
+# master, the slave and a member, then each role's cycle work time (median and maximum over CYCLES
+# cycles, with the daemon's 2-second sleep between cycles), the processor time per cycle and the
+# processes each cycle spawns, once with the metrics file written and once without.
 # The cycle figures come from bench/lab_cycle_bench, run inside the master, the slave and a member
 # in place of their daemons while the other members' daemons run.
 # Usage: labbench.sh [CYCLES] [--members N] [--nice-members N]   (100 cycles, 2 members besides
-#   the master and the slave, up to 62, their daemons at niceness 0; takes about 2 s per cycle
+#   the master and the slave, up to 62, their daemons at niceness 0; takes about 4 s per cycle
 #   plus 90 s). Needs root. --nice-members: see qorlab's; on two processors 64 daemons at the
 #   same priority stretch every cycle to seconds, which measures the crowd, not the work.
 #        labbench.sh --stall [SECONDS]   instead, only the longest stall of the other daemons'
@@ -123,16 +124,25 @@ for ((i = 0; i < members + 2; i++)); do
 done | sort -n | awk '{ v[NR] = $1 } END {
   printf "%d daemons: median %d KiB, max %d KiB\n", NR, v[int((NR + 1) / 2)], v[NR] }'
 
-echo "== cycle work time per role, $cycles cycles each (all three at once)"
 hosts=(master slave member1)
+# Each host's node_exporter directory is the lab's own, bound over this machine's.
+prom=/var/lib/prometheus/node-exporter
+echo "== size of the metrics file ($prom/qorclustd.prom) per role"
+for h in "${hosts[@]}"; do "$qorlab" --dir "$lab" run "$h" stat -c "$h: %s bytes" "$prom/qorclustd.prom"; done
+
 for h in "${hosts[@]}"; do "$qorlab" --dir "$lab" run "$h" qorclustd -stop >/dev/null; done
 # The hosts see the lab's directory at /run/lab, and no path of this machine.
 cp "$bench" "$lab/lab_cycle_bench"
-for h in "${hosts[@]}"; do
-  "$qorlab" --dir "$lab" run "$h" /run/lab/lab_cycle_bench "$cycles" >"$lab/logs/bench.$h" 2>&1 &
+for metrics in on off; do
+  echo "== cycle work time per role, $cycles cycles each (all three at once), metrics file $metrics"
+  for h in "${hosts[@]}"; do
+    # Without the directory the daemon writes no file.
+    if [ $metrics = off ]; then "$qorlab" --dir "$lab" run "$h" rm -r "$prom" >/dev/null; fi
+    "$qorlab" --dir "$lab" run "$h" /run/lab/lab_cycle_bench "$cycles" >"$lab/logs/bench.$h" 2>&1 &
+  done
+  wait
+  for h in "${hosts[@]}"; do cat "$lab/logs/bench.$h"; done
 done
-wait
-for h in "${hosts[@]}"; do cat "$lab/logs/bench.$h"; done
 
 echo "== lab teardown"
 "$qorlab" --dir "$lab" down | grep -E '^lab down in'

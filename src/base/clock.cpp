@@ -22,6 +22,12 @@ int64_t MonotonicMill() {
   return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
 }
 
+int64_t MonotonicMicros() {
+  timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
+}
+
 namespace {
 
 // "0%d" up to 9 and "%2d" above, as every date field has always been printed.

@@ -12,6 +12,8 @@ namespace qor {
 int64_t getqortimemill();
 // Milliseconds of the monotonic clock, for durations: a wall clock set back would shorten them.
 int64_t MonotonicMill();
+// The same clock in microseconds, for durations that a loopback round trip fits in.
+int64_t MonotonicMicros();
 
 // Date text forms of mygetdate.
 enum DateForm { kDateTime = 0, kDateStamp = 1, kDateSlashed = 2, kDateMonth = 3 };

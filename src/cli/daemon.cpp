@@ -26,6 +26,7 @@
 #include "membership/monitor.h"
 #include "membership/nodedown.h"
 #include "metrics/utilisation.h"
+#include "observe/prom_metrics.h"
 #include "observe/systemd_notify.h"
 #include "replication/replication.h"
 #include "store/cluster_query.h"
@@ -141,6 +142,7 @@ bool StopsOutsideCluster(StopLevel level) {
 }
 
 int DaemonCycle(DaemonState& s) {
+  int64_t start = MonotonicMicros();
   if (ConnectionPool != 5) ConnectionPool = 5;
   ReconnectCluster();
   GetClustCount(&ClustCount);
@@ -156,6 +158,9 @@ int DaemonCycle(DaemonState& s) {
     SlowWork(s.counters, &s.sequence);
   }
   FinishCycle(s.counters, plan);
+  ++s.cycles;
+  if (s.metricsDir) PublishMetrics(CycleView(MonotonicMicros() - start, s.cycles), s.metricsDir);
+  s.lastCycleUs = MonotonicMicros() - start;
   return 0;
 }
 
@@ -177,9 +182,8 @@ int DaemonMain() {
   DiskUtil = getdiskutil("/");
   state.counters.full = 1;
   for (;;) {
-    int64_t began = MonotonicMill();
     if (DaemonCycle(state) != 0) return 1;
-    NotifyCycleDone(MonotonicMill() - began);
+    NotifyCycleDone(state.lastCycleUs / 1000);
     sleep(static_cast<unsigned>(Interval));
   }
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "base/paths.h"
 #include "cli/schedule.h"
 
 namespace qor {
@@ -15,9 +16,14 @@ struct DaemonState {
   int64_t sequence = 0;   // slow-work log lines written so far
   int64_t prevTotal = 0;  // last processor sample
   int64_t prevIdle = 0;
+  int64_t cycles = 0;       // cycles run so far
+  int64_t lastCycleUs = 0;  // the last cycle's length, its metrics file included
+  // Where each cycle leaves its metrics file; nullptr: nowhere.
+  const char* metricsDir = kNodeExporterDir;
 };
 
-// The work of one cycle, from its top to its sleep: 1 when the daemon must stop.
+// The work of one cycle, from its top to its sleep, ending with the metrics file: 1 when the
+// daemon must stop.
 int DaemonCycle(DaemonState& s);
 
 // Never returns in the invoking process (it exits 0 at the first fork; under systemd once the

@@ -25,6 +25,7 @@ namespace qor {
 int64_t MasterLastWriteMill = 0;
 int64_t SlaveLastWriteMill = 0;
 int64_t MasterTplUpdateMill = 0;
+int64_t DetectedCount[kDetectedKinds] = {};
 
 int MonitorCluster(int mode) {
   if (ClustRole == kRoleMaster) return MonitorOnMaster(mode);
@@ -88,6 +89,7 @@ void CheckRow(ClustRecord& row, int64_t now, Silence& silence, SlaveReach& slave
         static_cast<long>(now), static_cast<long>(row.updated_at));
   MonitorVerdict v = DecideOnMaster(row, silentFor, MasterLastWriteMill);
   if (v.silent) {
+    ++DetectedCount[0];
     LogError(
         "Detected_1 that %s(%s)<%ld> has not been updated for more than 15 seconds since the "
         "current time<%ld>",

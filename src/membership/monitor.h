@@ -15,6 +15,10 @@ extern int64_t SlaveLastWriteMill;
 // The master row's tpl_updatemill (last change of the master's template tree) as last read.
 extern int64_t MasterTplUpdateMill;
 
+// Detected_1 to Detected_4 lines logged by this process, at index kind - 1.
+constexpr int kDetectedKinds = 4;
+extern int64_t DetectedCount[kDetectedKinds];
+
 // Results of the monitors.
 constexpr int kMonitorDone = 0;
 constexpr int kMonitorNotMine = 1;

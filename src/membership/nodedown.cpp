@@ -63,6 +63,10 @@ void AdvanceQordown() {
   Takeovers().Advance(MonotonicMill());
 }
 
+const TakeoverQueue& QordownRuns() {
+  return Takeovers();
+}
+
 void WaitQordown() {
   Takeovers().Drain();
 }

@@ -14,6 +14,9 @@ void Qordown(const ClustRecord& rec);
 // Never blocks: collects the end of the take-over script in progress and starts the next one.
 // The daemon calls it once per cycle.
 void AdvanceQordown();
+// This process's take-over runs: the one in progress, those waiting and what the ended ones
+// came to.
+const TakeoverQueue& QordownRuns();
 // Returns once every take-over script this process queued has ended, however long that takes:
 // for the one-shot -monitor only, never for the daemon's cycle.
 void WaitQordown();

@@ -19,11 +19,13 @@ namespace qor {
 
 namespace {
 
-void LogSilent(const char* prefix, const ClustRecord& row, int64_t now) {
+// kind: 2 to 4, the number of the Detected_ line.
+void LogSilent(int kind, const ClustRecord& row, int64_t now) {
+  ++DetectedCount[kind - 1];
   LogError(
-      "%s that %s(%s)<%ld> has not been updated for more than 15 seconds since the current "
-      "time<%ld>",
-      prefix, row.hostname.c_str(), row.ipaddress.c_str(), static_cast<long>(row.updated_at),
+      "Detected_%d that %s(%s)<%ld> has not been updated for more than 15 seconds since the "
+      "current time<%ld>",
+      kind, row.hostname.c_str(), row.ipaddress.c_str(), static_cast<long>(row.updated_at),
       static_cast<long>(now));
 }
 
@@ -55,7 +57,7 @@ int WatchAnsweringMaster(int64_t now, int idOnSlave) {
   int64_t silentFor = TraceAge(3, now, M, silence.For(M));
   MonitorVerdict v = DecideMasterAnswering(M, S, silentFor);
   if (!v.silent) return kMonitorDone;
-  LogSilent("Detected_2", M, now);
+  LogSilent(2, M, now);
   if (v.old) {
     LogError("DB_OLD_STAT_5: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", M.hostname.c_str(),
              M.ipaddress.c_str(), M.hostname.c_str(), static_cast<long>(M.last_writemill),
@@ -77,7 +79,7 @@ void JudgeMasterAlone(const ClustRecord& R, int64_t now, int64_t silentFor,
   TraceAge(6, now, R, silentFor);
   MonitorVerdict v = DecideMasterSilent(R, silentFor, MasterLastWriteMill, SlaveLastWriteMill);
   if (!v.silent) return;
-  LogSilent("Detected_3", R, now);
+  LogSilent(3, R, now);
   if (v.old) {
     LogError("DB_OLD_STAT_6: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", R.hostname.c_str(),
              R.ipaddress.c_str(), cnf.clustmaster.c_str(), static_cast<long>(MasterLastWriteMill),
@@ -92,7 +94,7 @@ void JudgeMemberAlone(const ClustRecord& R, int64_t now, int64_t silentFor,
   if (R.status != kStatusActive) return;
   MonitorVerdict v = DecideMemberFromSlave(R, TraceAge(7, now, R, silentFor));
   if (!v.silent) return;
-  LogSilent("Detected_4", R, now);
+  LogSilent(4, R, now);
   SetStatusClusterSql(cnf.clustslave.c_str(), R.id, v.status);
   takeovers.Due(R);
 }

@@ -53,6 +53,7 @@ std::optional<TakeoverRun> TakeoverQueue::Advance(int64_t nowMs) {
     r.status = PollShell(r.shell);
     if (r.status != kShellRunning) {
       r.endedMs = nowMs;
+      ++(r.status >= 0 && r.status <= 255 ? tally_.endedWith[r.status] : tally_.killed);
       LogEnd(r);
       ended = r;
       running_.reset();
@@ -72,6 +73,7 @@ std::optional<TakeoverRun> TakeoverQueue::Advance(int64_t nowMs) {
       continue;
     }
     next.startedMs = next.reportedMs = nowMs;
+    ++tally_.started;
     LogNotice("qordown.sh for %s(%s) started pid=%d after %ld s in the queue",
               next.hostname.c_str(), next.ipaddress.c_str(), next.shell.pid,
               Seconds(nowMs - next.queuedMs));

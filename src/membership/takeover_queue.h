@@ -31,6 +31,13 @@ struct TakeoverRun {
   int status = kShellRunning;  // once ended: the exit status, or kShellNoStatus
 };
 
+// What a queue's runs came to so far.
+struct TakeoverTally {
+  int64_t started = 0;
+  int64_t endedWith[256] = {};  // by exit status
+  int64_t killed = 0;           // ended without a status
+};
+
 class TakeoverQueue {
  public:
   // command: what runs for every server, the same text each time.
@@ -47,11 +54,13 @@ class TakeoverQueue {
   void Drain();
   const TakeoverRun* running() const { return running_ ? &*running_ : nullptr; }
   size_t waiting() const { return waiting_.size(); }
+  const TakeoverTally& tally() const { return tally_; }
 
  private:
   const char* command_;
   std::optional<TakeoverRun> running_;
   std::deque<TakeoverRun> waiting_;
+  TakeoverTally tally_;
 };
 
 }  // namespace qor

@@ -17,20 +17,27 @@
 namespace qor {
 
 FixedText<8192> SshLastError;
+TemplatePull LastTemplatePull;
 
 namespace {
 
 // step: 1 for the whitelist and lumobr pulls, 2 for the templates, as the failure lines number
-// them.
-void Pull(const char* master, const char* tree, int step) {
+// them. True when the transfer reached its end.
+bool Pull(const char* master, const char* tree, int step) {
   FixedText<1024> command;
   command.format("%s -e \"%s\" qorrun@%s:%s %s", "rsync -auvzr --delete",
                  "ssh -i /var/www/html/qor/qorbin/qorrunsec -o 'StrictHostKeyChecking no'", master,
                  tree, kQorDir);
   Trace("rsync... from %s:%s to %s\n", master, tree, kQorDir);
+  bool ended = false;
   bool started = RunShell(
-      command.c_str(), kShellLineMax, [](char* line) { std::fputs(line, stdout); }, kTreeSeconds);
-  if (started) return;
+      command.c_str(), kShellLineMax,
+      [&](char* line) {
+        ended = ended || std::strncmp(line, "total size is ", 14) == 0;
+        std::fputs(line, stdout);
+      },
+      kTreeSeconds);
+  if (started) return ended;
   SshLastError.format("%s\n", std::strerror(errno));
   Trace("_rsynclicwlisttpl(%d): sshlasterror=%s\n", step, SshLastError.c_str());
   LogError("rsynclicwlisttpl(%d) sshlasterror=%s", step, SshLastError.c_str());
@@ -57,17 +64,19 @@ void SyncProfiles(const char* command, const char* synced, const char* unchanged
 void RsyncLicWlistTpl() {
   int64_t now = getqortimemill();
   if (ClustRole == kRoleMaster) return;
+  LastTemplatePull = {now, false};
   const char* master = cnf.clustmaster.c_str();
   // The address stands unquoted in the command line: only a plain address or host name may.
   if (!IsShellSafeWord(master)) {
     LogError("rsynclicwlisttpl refused master address (%.64s)", master);
     return;
   }
+  bool ok = true;
   if (ClustRole == kRoleSlave) {
-    Pull(master, kWlistTree, 1);
-    Pull(master, kLumobrTree, 1);
+    ok = Pull(master, kWlistTree, 1) && ok;
+    ok = Pull(master, kLumobrTree, 1) && ok;
   }
-  Pull(master, kTemplateTree, 2);
+  LastTemplatePull.ok = Pull(master, kTemplateTree, 2) && ok;
   // A pull that ran but failed is not detected: the start time is recorded all the same.
   if (Ping(master, 1, 3) == 0) UpdateTplsyncSql(master, Clust.hostname.c_str(), now, kTplSynced);
   const char* slave = cnf.clustslave.c_str();

@@ -20,6 +20,16 @@ constexpr int kTreeCommandsMax = 5;
 // The system's error text of the last pull that could not be started, with a newline.
 extern FixedText<8192> SshLastError;
 
+// The last pull of this process: when it began (milliseconds since the epoch, 0 before the
+// first), and whether every tree of it reached the end of its transfer. rsync's exit status is
+// out of reach (the daemon ignores SIGCHLD): a transfer that ends prints its summary line
+// ("total size is ..."), one cut off by the network, a refusal or the bound does not.
+struct TemplatePull {
+  int64_t startMill = 0;
+  bool ok = false;
+};
+extern TemplatePull LastTemplatePull;
+
 // Pulls by this node's role (nothing on the master) and records the pull. A pull that cannot be
 // started ends the process with status 1 ("STAT:SSHERROR"), the daemon included.
 void RsyncLicWlistTpl();

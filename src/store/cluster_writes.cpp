@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "base/clock.h"
 #include "base/log.h"
 #include "config/processors.h"
 #include "config/qorconf.h"
@@ -9,6 +10,8 @@
 #include "store/pools.h"
 
 namespace qor {
+
+OwnRowWrites HeartbeatWrites[2];
 
 namespace {
 
@@ -23,6 +26,24 @@ bool TryWrite(QzPool* pool, const char* sql, const char* stmtErr) {
   if (!conn.usable()) return false;
   if (!conn.Execute(sql)) LogError("%s", stmtErr);
   return true;
+}
+
+void NoteOwnRowWrite(int side, bool ok, int64_t sinceMicros) {
+  OwnRowWrites& w = HeartbeatWrites[side == 0 ? 0 : 1];
+  w.lastOk = ok;
+  w.lastMicros = MonotonicMicros() - sinceMicros;
+  ++(ok ? w.ok : w.failed);
+}
+
+// ExecuteOn for this node's own row, noting the write for the database it went to (the target's
+// when no pool serves it).
+int WriteOwnRow(int target, const char* sql, const char* connErr, const char* stmtErr) {
+  int64_t since = MonotonicMicros();
+  QzPool* pool = PoolByTarget(target);
+  bool accepted = false;
+  int rc = ExecuteOn(pool, sql, connErr, stmtErr, &accepted);
+  NoteOwnRowWrite(pool ? SideOf(pool) : target, accepted, since);
+  return rc;
 }
 
 // A statement that could not be built is refused with the operation's name; nothing is run.
@@ -131,11 +152,14 @@ bool SweepStatement(SqlText& sql, int minutes) {
 int InsertClusterSql(const char* dbsvr, int64_t mill, int target, ClustRecord rec) {
   rec.role_id = RoleIdOf(rec.role.c_str());
   SqlText sql;
-  if (!InsertStatement(sql, rec, mill)) return Refuse("insertclustersql", rec.hostname.c_str());
+  if (!InsertStatement(sql, rec, mill)) {
+    NoteOwnRowWrite(target, false, MonotonicMicros());
+    return Refuse("insertclustersql", rec.hostname.c_str());
+  }
   (void)dbsvr;
   Trace("_xinsertclustersql: sql=\n%s\n", sql.c_str());
-  return ExecuteOn(PoolByTarget(target), sql.c_str(), "insertclustersql db connection error",
-                   "insertclustersql db insert error");
+  return WriteOwnRow(target, sql.c_str(), "insertclustersql db connection error",
+                     "insertclustersql db insert error");
 }
 
 int UpdateClusterSql(const char* dbsvr, ClustRecord** records, int index, int withlastwrite,
@@ -146,11 +170,12 @@ int UpdateClusterSql(const char* dbsvr, ClustRecord** records, int index, int wi
         cnf.dbuser.c_str(), cnf.cldbname.c_str());
   SqlText sql;
   if (!UpdateStatement(sql, rec, withlastwrite, full)) {
+    NoteOwnRowWrite(target, false, MonotonicMicros());
     return Refuse("updateclustersql", rec.hostname.c_str());
   }
   Trace("_xupdateclustersql(2): sql=\n%s\n", sql.c_str());
-  return ExecuteOn(PoolByTarget(target), sql.c_str(), "updateclustersql db connection error",
-                   "updateclustersql db update error");
+  return WriteOwnRow(target, sql.c_str(), "updateclustersql db connection error",
+                     "updateclustersql db update error");
 }
 
 int SetStatusClusterSql(const char* dbsvr, int id, int status) {

@@ -13,6 +13,18 @@
 
 namespace qor {
 
+// The heartbeat's writes of this node's own row (InsertClusterSql, UpdateClusterSql), by the
+// database each went to: 0 the master's, 1 the slave's. A write succeeded when the database
+// accepted the statement; one without a usable connection, or refused before it was sent,
+// failed. Kept for the whole process.
+struct OwnRowWrites {
+  bool lastOk = false;
+  int64_t lastMicros = 0;  // the last write's time, taking the connection included
+  int64_t ok = 0;
+  int64_t failed = 0;
+};
+extern OwnRowWrites HeartbeatWrites[2];
+
 // Statement texts, exactly as the database's log shows them; false when a value does not fit.
 bool InsertStatement(SqlText& sql, const ClustRecord& rec, int64_t mill);
 bool UpdateStatement(SqlText& sql, const ClustRecord& rec, int withlastwrite, int full);

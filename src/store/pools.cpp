@@ -236,13 +236,16 @@ void DbConn::NoteStatement(int64_t since) const {
   NoteAnswer(SideOf(pool_), !qz_pool_timed_out(pool_), since);
 }
 
-int ExecuteOn(QzPool* pool, const char* sql, const char* connErr, const char* stmtErr) {
+int ExecuteOn(QzPool* pool, const char* sql, const char* connErr, const char* stmtErr,
+              bool* accepted) {
   DbConn conn(pool);
+  bool ok = conn.usable() && conn.Execute(sql);
+  if (accepted) *accepted = ok;
   if (!conn.usable()) {
     LogError("%s", connErr);
     return kDbNoConnection;
   }
-  if (!conn.Execute(sql)) LogError("%s", stmtErr);
+  if (!ok) LogError("%s", stmtErr);
   return kDbOk;
 }
 

@@ -65,8 +65,10 @@ QzPool* PoolByAddress(const char* address);
 QzPool* FirstOpenPool();
 
 // Runs one statement without result on a live connection of pool: kDbOk (after logging stmtErr
-// when the database refused it), or kDbNoConnection after logging connErr.
-int ExecuteOn(QzPool* pool, const char* sql, const char* connErr, const char* stmtErr);
+// when the database refused it), or kDbNoConnection after logging connErr. *accepted, when
+// given, tells whether the database took the statement.
+int ExecuteOn(QzPool* pool, const char* sql, const char* connErr, const char* stmtErr,
+              bool* accepted = nullptr);
 // The same for the statements that name their server in both messages ("<op> db connection
 // error to <server>", "<op> db <verb> error to <server>"). In a cluster a missing pool means
 // this node has no database there: nothing is run, silently, and kDbOk.

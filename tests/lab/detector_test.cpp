@@ -3,7 +3,7 @@
 // template copy behind the master's; while the master's database server is down and its host
 // up; while the master's database stalls for a few seconds at a time. Each dead member is found
 // in bounded time, taken over exactly once in the whole cluster, and no live server is taken
-// for dead.
+// for dead. The master's metrics, read through a node exporter, show the first one.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -36,6 +36,16 @@ class LabDetector : public LabCluster {
   bool Started(int host, int n) {
     return WaitFor(5, [&] { return Takeovers(lab_, host) == n; });
   }
+  // The master's metrics as the node exporter in its host publishes them, piped into then; and
+  // one sample's value (-1 when absent).
+  RunResult Scrape(const std::string& then = "cat") {
+    return lab_.Shell(kMaster, "curl -sf --max-time 5 http://" + lab_.Info(kMaster).address +
+                                   ":9100/metrics | " + then);
+  }
+  static double Value(const std::string& text, const std::string& series) {
+    size_t at = text.find("\n" + series + " ");
+    return at == std::string::npos ? -1 : std::stod(text.substr(at + series.size() + 2));
+  }
   // Starts member i's daemon again; true once every row is active in both databases.
   bool Revive(int i) {
     return lab_.StartDaemon(i, false).status == 0 &&
@@ -47,13 +57,36 @@ TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
   ASSERT_TRUE(StartAndJoin());
   const LabHost &m1 = lab_.Info(kMember1), &m2 = lab_.Info(kMember2);
   const std::set<std::string> dead = {m1.name, m2.name};
+  ASSERT_EQ(lab_.Shell(kMaster,
+                       "setsid prometheus-node-exporter --collector.disable-defaults "
+                       "--collector.textfile --collector.textfile.directory=/var/lib/"
+                       "prometheus/node-exporter --web.listen-address=" +
+                           lab_.Info(kMaster).address + ":9100 </dev/null >/dev/null 2>&1 &")
+                .status,
+            0);
+  const std::string detected = "qorclustd_detections_total{kind=\"Detected_1\"}";
+  double before = -1;
+  ASSERT_TRUE(WaitFor(10, [&] { return (before = Value(Scrape().out, detected)) >= 0; }));
 
   // Daylight saving time in force: the row's time is read in the zone's own rules, so the
   // member is found 15 s after its last write (up to a cycle before the kill) and the line names
   // the second it last wrote.
   int64_t death = Kill(kMember2);
+  EXPECT_EQ(lab_.Shell(kMaster,
+                       "f=/var/lib/prometheus/node-exporter/qorclustd.prom; i=$(stat -c "
+                       "%i $f) && sleep 3 && [ \"$(stat -c %i $f)\" != \"$i\" ]")
+                .status,
+            0)
+      << "each cycle's file replaces the last, never rewrites it in place";
+  // The exporter sorts the labels. The cycle that finds the member shows its row as read, the
+  // last to: the status written then renews the row's time.
+  const std::string age = "qorclustd_row_age_seconds{database=\"master\",hostname=\"" + m2.name +
+                          "\",server=\"" + m2.address + "\"}";
+  EXPECT_TRUE(WaitFor(30, [&] { return Value(Scrape().out, age) > 15; }));
   int64_t after = FoundAfter(kMember2, kMaster, death, 30);
   EXPECT_TRUE(after >= 12 && after <= 25) << after << " s in " << DaylightSavingZone();
+  EXPECT_TRUE(WaitFor(5, [&] { return Value(Scrape().out, detected) == before + 1; }));
+  EXPECT_EQ(Scrape("promtool check metrics").status, 0);
   const std::string line = "Detected_1 that " + m2.name + "(" + m2.address + ")<";
   for (const std::string& l : lab_.Syslog(kMaster)) {
     if (l.rfind(line, 0) != 0) continue;
@@ -62,6 +95,7 @@ TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
   }
   EXPECT_TRUE(Started(kMaster, 1));
   ASSERT_TRUE(Revive(kMember2));
+  EXPECT_EQ(Value(Scrape().out, detected), before + 1);
 
   // Its template copy behind: marked once, the row still goes silent.
   death = Kill(kMember1);

@@ -1,0 +1,308 @@
+#include "observe/prom_metrics.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <initializer_list>
+
+#include "base/clock.h"
+#include "base/fixed_text.h"
+#include "base/log.h"
+#include "config/qorconf.h"
+#include "config/qorver.h"
+#include "membership/heartbeat.h"
+#include "membership/nodedown.h"
+#include "store/cluster_query.h"
+#include "store/pools.h"
+
+namespace qor {
+
+namespace {
+
+const char* const kDatabases[2] = {"master", "slave"};
+
+const char* RoleText(int role) {
+  return role == kRoleMaster   ? "master"
+         : role == kRoleSlave  ? "slave"
+         : role == kRoleMember ? "member"
+                               : "other";
+}
+
+struct Label {
+  const char* name;
+  const char* value;
+};
+
+void Family(std::string& out, const char* name, const char* type, const char* help) {
+  out.append("# HELP ").append(name).append(" ").append(help).append("\n# TYPE ");
+  out.append(name).append(" ").append(type).append("\n");
+}
+
+void Labels(std::string& out, std::initializer_list<Label> labels) {
+  if (labels.size() == 0) return;
+  char sep = '{';
+  for (const Label& l : labels) {
+    out.push_back(sep);
+    out.append(l.name).append("=\"");
+    for (const char* p = l.value; *p; ++p) {
+      if (*p == '\\' || *p == '"') {
+        out.push_back('\\');
+        out.push_back(*p);
+      } else if (*p == '\n') {
+        out.append("\\n");
+      } else {
+        out.push_back(*p);
+      }
+    }
+    out.push_back('"');
+    sep = ',';
+  }
+  out.push_back('}');
+}
+
+void Sample(std::string& out, const char* name, std::initializer_list<Label> labels,
+            int64_t value) {
+  FixedText<32> text;
+  text.format(" %" PRId64 "\n", value);
+  out.append(name);
+  Labels(out, labels);
+  out.append(text.c_str());
+}
+
+void Seconds(std::string& out, const char* name, std::initializer_list<Label> labels,
+             double value) {
+  // Fifteen digits hold a time since the epoch to the microsecond and a loopback round trip alike.
+  FixedText<48> text;
+  text.format(" %.15g\n", value);
+  out.append(name);
+  Labels(out, labels);
+  out.append(text.c_str());
+}
+
+// The rows to show: every row of the reads from a database that is up, once per database,
+// server and host name (a database read twice in a cycle shows in both arrays).
+struct ShownRows {
+  const ClustRecord* rows[2][2 * Maxcluster];
+  int count[2] = {0, 0};
+};
+
+void CollectRows(const MetricsView& v, ShownRows& shown) {
+  for (const MetricsRows& read : v.reads) {
+    if (read.side != 0 && read.side != 1) continue;
+    if (!v.db[read.side].up) continue;
+    int& n = shown.count[read.side];
+    for (int i = 0; i < read.count && i < Maxcluster; ++i) {
+      const ClustRecord* r = read.rows[i];
+      bool seen = false;
+      for (int j = 0; j < n && !seen; ++j) {
+        seen = shown.rows[read.side][j]->ipaddress == r->ipaddress.c_str() &&
+               shown.rows[read.side][j]->hostname == r->hostname.c_str();
+      }
+      if (!seen) shown.rows[read.side][n++] = r;
+    }
+  }
+}
+
+// A gauge with one sample per row shown, valued by of(row).
+template <class F>
+void PerRow(std::string& out, const ShownRows& shown, const char* name, const char* help, F&& of) {
+  Family(out, name, "gauge", help);
+  for (int side = 0; side < 2; ++side) {
+    for (int i = 0; i < shown.count[side]; ++i) {
+      const ClustRecord& r = *shown.rows[side][i];
+      Sample(out, name,
+             {{"database", kDatabases[side]},
+              {"server", r.ipaddress.c_str()},
+              {"hostname", r.hostname.c_str()}},
+             of(r));
+    }
+  }
+}
+
+void RenderRows(const MetricsView& v, std::string& out) {
+  static ShownRows shown;
+  shown.count[0] = shown.count[1] = 0;
+  CollectRows(v, shown);
+  Family(out, "qorclustd_rows", "gauge", "Rows of the clusters table by status, as last read.");
+  for (int side = 0; side < 2; ++side) {
+    if (!v.db[side].up) continue;
+    for (int status : {kStatusActive, kStatusInactive, kStatusOld}) {
+      int64_t n = 0;
+      for (int i = 0; i < shown.count[side]; ++i) n += shown.rows[side][i]->status == status;
+      FixedText<16> text;
+      text.format("%d", status);
+      Sample(out, "qorclustd_rows", {{"database", kDatabases[side]}, {"status", text.c_str()}}, n);
+    }
+  }
+  const int64_t nowSec = v.nowMill / 1000;
+  PerRow(out, shown, "qorclustd_row_age_seconds",
+         "Seconds since the server's row was last written, as last read.",
+         [&](const ClustRecord& r) { return nowSec - r.updated_at; });
+  PerRow(out, shown, "qorclustd_row_template_syncstate",
+         "The row's template state: 0 never pulled, 100 in step, 300 behind.",
+         [](const ClustRecord& r) { return static_cast<int64_t>(r.tpl_syncstate); });
+}
+
+void RenderWatch(const MetricsView& v, std::string& out) {
+  Family(out, "qorclustd_detections_total", "counter",
+         "Servers found silent, by the kind of the Detected_ line logged.");
+  int first = v.role == kRoleMaster ? 1 : 2, last = v.role == kRoleMaster ? 1 : kDetectedKinds;
+  for (int kind = first; kind <= last; ++kind) {
+    FixedText<16> text;
+    text.format("Detected_%d", kind);
+    Sample(out, "qorclustd_detections_total", {{"kind", text.c_str()}}, v.detected[kind - 1]);
+  }
+  const TakeoverTally& t = *v.takeovers;
+  Family(out, "qorclustd_takeovers_started_total", "counter", "Take-over scripts started.");
+  Sample(out, "qorclustd_takeovers_started_total", {}, t.started);
+  Family(out, "qorclustd_takeovers_ended_total", "counter",
+         "Take-over scripts ended, by exit status (killed: none reported).");
+  for (int status = 0; status < 256; ++status) {
+    if (t.endedWith[status] == 0) continue;
+    FixedText<16> text;
+    text.format("%d", status);
+    Sample(out, "qorclustd_takeovers_ended_total", {{"status", text.c_str()}}, t.endedWith[status]);
+  }
+  if (t.killed > 0) {
+    Sample(out, "qorclustd_takeovers_ended_total", {{"status", "killed"}}, t.killed);
+  }
+  Family(out, "qorclustd_takeover_running_seconds", "gauge",
+         "How long the take-over script in progress has run; 0 when none runs.");
+  Seconds(out, "qorclustd_takeover_running_seconds", {}, v.takeoverRunningMs / 1e3);
+  Family(out, "qorclustd_takeovers_waiting", "gauge", "Take-over scripts queued behind it.");
+  Sample(out, "qorclustd_takeovers_waiting", {}, static_cast<int64_t>(v.takeoversWaiting));
+}
+
+void RenderPull(const MetricsView& v, std::string& out) {
+  Family(out, "qorclustd_template_pull_last_timestamp_seconds", "gauge",
+         "When the last template pull began, in seconds since the epoch; 0 before the first.");
+  Seconds(out, "qorclustd_template_pull_last_timestamp_seconds", {}, v.pull.startMill / 1e3);
+  Family(out, "qorclustd_template_pull_success", "gauge",
+         "1 when every tree of the last pull reached the end of its transfer.");
+  Sample(out, "qorclustd_template_pull_success", {}, v.pull.ok ? 1 : 0);
+}
+
+// One log line per kind of failure for the life of the process: the file is rewritten every cycle.
+void ReportOnce(bool& reported, const char* what, const char* path) {
+  if (reported) return;
+  reported = true;
+  LogError("metrics file %s: %s failed: %s", path, what, std::strerror(errno));
+}
+
+bool WriteAll(int fd, const std::string& text) {
+  size_t done = 0;
+  while (done < text.size()) {
+    ssize_t n = write(fd, text.data() + done, text.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    done += static_cast<size_t>(n);
+  }
+  return true;
+}
+
+}  // namespace
+
+MetricsView CycleView(int64_t cycleMicros, int64_t cycles) {
+  MetricsView v;
+  v.role = ClustRole;
+  v.version = QorVersion.c_str();
+  v.address = CurrentSvr.c_str();
+  v.nowMill = getqortimemill();
+  v.cycleMicros = cycleMicros;
+  v.cycles = cycles;
+  const char* addresses[2] = {cnf.clustmaster.c_str(), cnf.clustslave.c_str()};
+  QzPool* pools[2] = {mpool, spool};
+  for (int side = 0; side < 2; ++side) {
+    v.db[side].address = addresses[side];
+    v.db[side].up = pools[side] != nullptr && !DbOutages(side).failing;
+    v.db[side].writes = HeartbeatWrites[side];
+  }
+  v.reads[0] = {ClustsOnMaster, mactinfo.count, mactinfo.side};
+  v.reads[1] = {ClustsOnSlave, sactinfo.count, sactinfo.side};
+  v.detected = DetectedCount;
+  const TakeoverQueue& runs = QordownRuns();
+  v.takeovers = &runs.tally();
+  if (runs.running()) v.takeoverRunningMs = MonotonicMill() - runs.running()->startedMs;
+  v.takeoversWaiting = runs.waiting();
+  v.pull = LastTemplatePull;
+  return v;
+}
+
+void RenderMetrics(const MetricsView& v, std::string& out) {
+  Family(out, "qorclustd_info", "gauge", "The daemon's role, version and own address.");
+  Sample(out, "qorclustd_info",
+         {{"role", RoleText(v.role)}, {"version", v.version}, {"address", v.address}}, 1);
+  Family(out, "qorclustd_last_cycle_timestamp_seconds", "gauge",
+         "When this file was written, in seconds since the epoch.");
+  Seconds(out, "qorclustd_last_cycle_timestamp_seconds", {}, v.nowMill / 1e3);
+  Family(out, "qorclustd_cycle_duration_seconds", "gauge", "Wall time of the last cycle.");
+  Seconds(out, "qorclustd_cycle_duration_seconds", {}, v.cycleMicros / 1e6);
+  Family(out, "qorclustd_cycles_total", "counter", "Cycles run by this process.");
+  Sample(out, "qorclustd_cycles_total", {}, v.cycles);
+  Family(out, "qorclustd_database_up", "gauge",
+         "1 when the database answered this daemon in its last cycle.");
+  for (int side = 0; side < 2; ++side) {
+    Sample(out, "qorclustd_database_up",
+           {{"database", kDatabases[side]}, {"address", v.db[side].address}},
+           v.db[side].up ? 1 : 0);
+  }
+  Family(out, "qorclustd_heartbeat_write_success", "gauge",
+         "1 when the database accepted the last write of this server's own row.");
+  for (int side = 0; side < 2; ++side) {
+    Sample(out, "qorclustd_heartbeat_write_success", {{"database", kDatabases[side]}},
+           v.db[side].writes.lastOk ? 1 : 0);
+  }
+  Family(out, "qorclustd_heartbeat_write_duration_seconds", "gauge",
+         "Time of the last write of this server's own row, taking the connection included.");
+  for (int side = 0; side < 2; ++side) {
+    Seconds(out, "qorclustd_heartbeat_write_duration_seconds", {{"database", kDatabases[side]}},
+            v.db[side].writes.lastMicros / 1e6);
+  }
+  Family(out, "qorclustd_heartbeat_writes_total", "counter",
+         "Writes of this server's own row, by result.");
+  for (int side = 0; side < 2; ++side) {
+    Sample(out, "qorclustd_heartbeat_writes_total",
+           {{"database", kDatabases[side]}, {"result", "ok"}}, v.db[side].writes.ok);
+    Sample(out, "qorclustd_heartbeat_writes_total",
+           {{"database", kDatabases[side]}, {"result", "failed"}}, v.db[side].writes.failed);
+  }
+  if (v.role == kRoleMaster || v.role == kRoleSlave) {
+    RenderRows(v, out);
+    RenderWatch(v, out);
+  }
+  if (v.role == kRoleSlave || v.role == kRoleMember) RenderPull(v, out);
+}
+
+void PublishMetrics(const MetricsView& v, const char* dir) {
+  static std::string text;
+  static bool openFailed = false, writeFailed = false, renameFailed = false;
+  text.clear();
+  RenderMetrics(v, text);
+  FixedText<512> tmp, path;
+  if (!tmp.format("%s/qorclustd.prom.tmp", dir) || !path.format("%s/qorclustd.prom", dir)) return;
+  int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
+  if (fd < 0) {
+    if (errno != ENOENT) ReportOnce(openFailed, "open", tmp.c_str());
+    return;
+  }
+  bool written = WriteAll(fd, text);
+  if (!written) ReportOnce(writeFailed, "write", tmp.c_str());
+  if (close(fd) != 0 && written) {
+    written = false;
+    ReportOnce(writeFailed, "write", tmp.c_str());
+  }
+  if (!written) {
+    unlink(tmp.c_str());
+    return;
+  }
+  if (rename(tmp.c_str(), path.c_str()) != 0) {
+    ReportOnce(renameFailed, "rename", path.c_str());
+    unlink(tmp.c_str());
+  }
+}
+
+}  // namespace qor

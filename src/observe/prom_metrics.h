@@ -1,0 +1,69 @@
+// The daemon's metrics for node_exporter's textfile collector: after each cycle, what the cycle
+// already knows (its own writes, the rows it read, the monitors' and take-overs' counts) goes in
+// Prometheus' text format to qorclustd.prom in kNodeExporterDir (base/paths.h), written as a
+// temporary file and renamed over the old one, so that the exporter never reads half a file.
+// Nothing here runs a statement or a command. Single-threaded; the rest of the program knows
+// nothing of Prometheus.
+//
+// Reachable: a database is up when its pool exists after the cycle's reconnect and no outage of
+// it is open at the cycle's end (store/pools.h DbOutages), that is, it answered this process's
+// last call on it. Only the rows of a database that is up are shown: those of one that did not
+// answer are an earlier cycle's.
+//
+// A missing directory (no exporter installed) means no file, silently, and is looked for again
+// each cycle by the open itself. Any other failure (read-only, full, not ours) leaves the old
+// file as it was and is logged once per kind for the life of the process, never per cycle.
+//
+// Cost: one render into a buffer kept from cycle to cycle, at most 2 x Maxcluster rows, then one
+// open, write, close and rename; no fsync, since a file lost to a crash is rewritten a cycle later.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "membership/monitor.h"
+#include "membership/takeover_queue.h"
+#include "replication/replication.h"
+#include "store/clust_record.h"
+#include "store/cluster_writes.h"
+
+namespace qor {
+
+// Rows of one read: count records of rows, from the database of side (0 the master's, 1 the
+// slave's, -1 none).
+struct MetricsRows {
+  const ClustRecord* const* rows = nullptr;
+  int count = 0;
+  int side = -1;
+};
+
+// Everything the file says, as gathered at the end of a cycle.
+struct MetricsView {
+  int role = 0;  // ClustRole
+  const char* version = "";
+  const char* address = "";  // this server's own
+  int64_t nowMill = 0;       // wall clock, the rows' updated_at's clock
+  int64_t cycleMicros = 0;
+  int64_t cycles = 0;
+  struct Db {
+    const char* address = "";
+    bool up = false;
+    OwnRowWrites writes;
+  } db[2];
+  MetricsRows reads[2];
+  const int64_t* detected = nullptr;  // kDetectedKinds counts
+  const TakeoverTally* takeovers = nullptr;
+  int64_t takeoverRunningMs = 0;  // 0 when none runs
+  size_t takeoversWaiting = 0;
+  TemplatePull pull;
+};
+
+// The view of this process at the end of a cycle that took cycleMicros, the cycles-th one.
+MetricsView CycleView(int64_t cycleMicros, int64_t cycles);
+// Appends the view in the text format to out.
+void RenderMetrics(const MetricsView& v, std::string& out);
+// Renders the view and replaces dir/qorclustd.prom with it; see the top of this file.
+void PublishMetrics(const MetricsView& v, const char* dir);
+
+}  // namespace qor
