@@ -71,10 +71,6 @@ void WaitQordown() {
   Takeovers().Drain();
 }
 
-const TakeoverQueue& QordownRuns() {
-  return Takeovers();
-}
-
 int LumoBRContainerRepaireSql(const char* source, const char* destination) {
   Trace("_xlumobrcontainerrepairesql(1):srcipadr=%s dstipdar=%s\n", source, destination);
   SqlQuoted dst(destination), src(source);

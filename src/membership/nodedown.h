@@ -20,8 +20,6 @@ const TakeoverQueue& QordownRuns();
 // Returns once every take-over script this process queued has ended, however long that takes:
 // for the one-shot -monitor only, never for the daemon's cycle.
 void WaitQordown();
-// This process's take-over runs, for reports of what the daemon is doing.
-const TakeoverQueue& QordownRuns();
 
 // Moves the lumobr_ container rows of the server at source to destination, in the database of
 // destination. 0 (also when no pool serves destination, or the statement failed), 500 without a
