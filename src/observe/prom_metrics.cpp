@@ -142,6 +142,10 @@ void RenderRows(const MetricsView& v, std::string& out) {
   PerRow(out, shown, "qorclustd_row_age_seconds",
          "Seconds since the server's row was last written, as last read.",
          [&](const ClustRecord& r) { return nowSec - r.updated_at; });
+  // The detector's own verdict beside the age: its status write renews updated_at, so a server
+  // taken for dead shows a young row again; the status keeps saying what became of it.
+  PerRow(out, shown, "qorclustd_row_status", "The row's status: 100 active, 200 inactive, 300 old.",
+         [](const ClustRecord& r) { return static_cast<int64_t>(r.status); });
   PerRow(out, shown, "qorclustd_row_template_syncstate",
          "The row's template state: 0 never pulled, 100 in step, 300 behind.",
          [](const ClustRecord& r) { return static_cast<int64_t>(r.tpl_syncstate); });

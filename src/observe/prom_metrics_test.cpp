@@ -82,6 +82,7 @@ TEST(PromMetrics, RendersWhatTheRoleKnows) {
             "30",
             "qorclustd_row_template_syncstate{database=\"master\",server=\"10.0.0.3\","
             "hostname=\"a\"} 100",
+            "qorclustd_row_status{database=\"master\",server=\"10.0.0.2\",hostname=\"s\"} 200",
             "qorclustd_detections_total{kind=\"Detected_1\"} 3",
             "qorclustd_takeovers_started_total 4",
             "qorclustd_takeovers_ended_total{status=\"0\"} 2",
