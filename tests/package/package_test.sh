@@ -29,6 +29,7 @@ chroot "$r" dpkg -i /qorclustd.deb >/dev/null
 [ "$(chroot "$r" qorclustd -v)" = 4.0.16 ] || fail "qorclustd -v: $(chroot "$r" qorclustd -v)"
 [ "$(chroot "$r" qorclustd | head -n 1)" = "qorclustd 4.0.16 2022/10/03" ] || fail "no usage text"
 chroot "$r" dpkg -L qorclustd | grep -qx /usr/share/qorclustd/schema.sql || fail "no schema"
+chroot "$r" dpkg -L qorclustd | grep -qx /usr/share/qorclustd/qorclustd-alerts.yml || fail "no alert rules"
 chroot "$r" systemd-analyze verify qorclustd.service || fail "systemd finds fault with the unit"
 page=$(LANG=C MANWIDTH=500 chroot "$r" man -l /usr/share/man/man8/qorclustd.8.gz 2>"$1/man.err")
 [ ! -s "$1/man.err" ] || fail "man warns: $(cat "$1/man.err")"
