@@ -2,10 +2,12 @@
 # Figures of the running lab: how long it takes to come up and to go away, the statements and
 # round trips per second each MariaDB server gets from all the daemons (its own SHOW GLOBAL STATUS
 # counters over 60 seconds), every daemon's resident memory, then each role's cycle work time
-# (median and maximum over CYCLES cycles, with the daemon's 2-second sleep between cycles), the
-# processor time per cycle and the processes each cycle spawns.
+# (median and maximum over CYCLES cycles, with the daemon's 2-second sleep between cycles), its
+# cycle length, the processor time per cycle (median and mean, commands included) and the
+# processes each cycle spawns.
 # The cycle figures come from bench/lab_cycle_bench, run inside the master, the slave and a member
-# in place of their daemons while the other members' daemons run.
+# in place of their daemons while the other members' daemons run, each as the first process of a
+# pid namespace of its own, whose pid counter then counts every process the cycles spawn.
 # Usage: labbench.sh [CYCLES] [--members N] [--nice-members N]   (100 cycles, 2 members besides
 #   the master and the slave, up to 62, their daemons at niceness 0; takes about 2 s per cycle
 #   plus 90 s). Needs root. --nice-members: see qorlab's; on two processors 64 daemons at the
@@ -129,7 +131,8 @@ for h in "${hosts[@]}"; do "$qorlab" --dir "$lab" run "$h" qorclustd -stop >/dev
 # The hosts see the lab's directory at /run/lab, and no path of this machine.
 cp "$bench" "$lab/lab_cycle_bench"
 for h in "${hosts[@]}"; do
-  "$qorlab" --dir "$lab" run "$h" /run/lab/lab_cycle_bench "$cycles" >"$lab/logs/bench.$h" 2>&1 &
+  "$qorlab" --dir "$lab" run "$h" unshare --pid --fork --mount-proc /run/lab/lab_cycle_bench \
+    "$cycles" >"$lab/logs/bench.$h" 2>&1 &
 done
 wait
 for h in "${hosts[@]}"; do cat "$lab/logs/bench.$h"; done
