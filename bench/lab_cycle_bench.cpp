@@ -1,10 +1,11 @@
 // One host's daemon cycle in the running lab, measured in place of that host's daemon while the
-// other hosts' daemons run: the work time of each cycle (top to sleep) with the daemon's own
-// 2-second sleep between cycles, the processor time each cycle takes (its own and that of the
-// commands it runs), the pipelines each cycle starts and the processes they spawn.
+// other hosts' daemons run: the work time of each cycle (top to sleep) and its length (top to
+// top, the daemon's own 2-second sleep included), the processor time each cycle takes (its own
+// and that of the commands it runs), the pipelines each cycle starts and the processes it spawns.
 // The host's role comes from its configuration, as for the daemon. Processes are counted with the
-// pid counter of the host's own pid namespace, read around each pipeline, so that threads the
-// host's database server starts in between are not counted.
+// pid counter of the bench's own pid namespace (labbench.sh starts it as the first process of a
+// new one), read around each whole cycle: whatever the cycle starts, through the shell runner or
+// not, takes a pid there, and nothing else does.
 // Usage (inside a lab host whose daemon is stopped): lab_cycle_bench [CYCLES]
 #include <sys/resource.h>
 #include <unistd.h>
@@ -45,21 +46,19 @@ class CountingShell : public qor::ShellRunner {
  public:
   bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) override {
     ++pipelines;
-    long before = LastPid();
-    bool ran = qor::RealShell().Run(command, lineMax, seconds, sink);
-    processes += LastPid() - before;
-    return ran;
+    return qor::RealShell().Run(command, lineMax, seconds, sink);
   }
   bool Start(const char* command, qor::BackgroundShell* started) override {
     ++pipelines;
-    long before = LastPid();
-    bool ran = qor::RealShell().Start(command, started);
-    processes += LastPid() - before;
-    return ran;
+    return qor::RealShell().Start(command, started);
   }
   long pipelines = 0;
-  long processes = 0;
 };
+
+double Median(std::vector<double> v) {
+  std::sort(v.begin(), v.end());
+  return v[v.size() / 2];
+}
 
 // Processor time used so far by this process and by its ended children, in milliseconds.
 double CpuMs() {
@@ -82,6 +81,7 @@ const char* RoleName(int role) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  std::chrono::steady_clock::time_point top;
   int cycles = argc > 1 ? std::max(1, std::atoi(argv[1])) : 100;
   // The daemon's start-up, as far as the cycle needs it.
   qor::InitClusterMem();
@@ -113,27 +113,37 @@ int main(int argc, char** argv) {
 
   CountingShell shell;
   qor::SetShellRunner(&shell);
-  std::vector<double> ms;
-  double cpu = 0;
+  std::vector<double> ms, lengths, cpu;
+  long processes = 0;
   for (int i = 0; i < cycles; ++i) {
     auto t0 = std::chrono::steady_clock::now();
+    if (!ms.empty()) {
+      lengths.push_back(std::chrono::duration<double, std::milli>(t0 - top).count());
+    }
+    top = t0;
     double c0 = CpuMs();
+    long p0 = LastPid();
     if (qor::DaemonCycle(state) != 0) break;
+    processes += LastPid() - p0;
+    cpu.push_back(CpuMs() - c0);
     ms.push_back(
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count());
-    cpu += CpuMs() - c0;
     sleep(static_cast<unsigned>(qor::Interval));
   }
   qor::SetShellRunner(nullptr);
   qor::CloseConnectionPool();
   if (ms.empty()) return 1;
   double n = static_cast<double>(ms.size());
-  std::vector<double> sorted = ms;
-  std::sort(sorted.begin(), sorted.end());
+  double cpuSum = 0;
+  for (double c : cpu) cpuSum += c;
   std::printf(
-      "%s (%s): cycle work time over %zu cycles: median %.1f ms, max %.1f ms; per cycle "
-      "%.1f ms of processor time (commands included), %.2f pipelines, %.2f processes\n",
-      RoleName(qor::ClustRole), hostname, ms.size(), sorted[sorted.size() / 2], sorted.back(),
-      cpu / n, static_cast<double>(shell.pipelines) / n, static_cast<double>(shell.processes) / n);
+      "%s (%s): over %zu cycles: work time median %.1f ms, max %.1f ms; cycle length median "
+      "%.2f s; processor time per cycle (commands included) median %.1f ms, mean %.1f ms; per "
+      "cycle %.2f pipelines, %.2f processes%s\n",
+      RoleName(qor::ClustRole), hostname, ms.size(), Median(ms),
+      *std::max_element(ms.begin(), ms.end()), lengths.empty() ? 0.0 : Median(lengths) / 1000,
+      Median(cpu), cpuSum / n, static_cast<double>(shell.pipelines) / n,
+      static_cast<double>(processes) / n,
+      getpid() == 1 ? "" : " (not in a pid namespace of its own: others' processes counted)");
   return 0;
 }

@@ -3,10 +3,12 @@
 # round trips per second each MariaDB server gets from all the daemons (its own SHOW GLOBAL STATUS
 # counters over 60 seconds), every daemon's resident memory, the size of the metrics file of the
 # master, the slave and a member, then each role's cycle work time (median and maximum over CYCLES
-# cycles, with the daemon's 2-second sleep between cycles), the processor time per cycle and the
-# processes each cycle spawns, once with the metrics file written and once without.
+# cycles, with the daemon's 2-second sleep between cycles), its cycle length, the processor time
+# per cycle (median and mean, commands included) and the processes each cycle spawns, once with
+# the metrics file written and once without.
 # The cycle figures come from bench/lab_cycle_bench, run inside the master, the slave and a member
-# in place of their daemons while the other members' daemons run.
+# in place of their daemons while the other members' daemons run, each as the first process of a
+# pid namespace of its own, whose pid counter then counts every process the cycles spawn.
 # Usage: labbench.sh [CYCLES] [--members N] [--nice-members N]   (100 cycles, 2 members besides
 #   the master and the slave, up to 62, their daemons at niceness 0; takes about 4 s per cycle
 #   plus 90 s). Needs root. --nice-members: see qorlab's; on two processors 64 daemons at the
@@ -138,7 +140,8 @@ for metrics in on off; do
   for h in "${hosts[@]}"; do
     # Without the directory the daemon writes no file.
     if [ $metrics = off ]; then "$qorlab" --dir "$lab" run "$h" rm -r "$prom" >/dev/null; fi
-    "$qorlab" --dir "$lab" run "$h" /run/lab/lab_cycle_bench "$cycles" >"$lab/logs/bench.$h" 2>&1 &
+    "$qorlab" --dir "$lab" run "$h" unshare --pid --fork --mount-proc /run/lab/lab_cycle_bench \
+      "$cycles" >"$lab/logs/bench.$h" 2>&1 &
   done
   wait
   for h in "${hosts[@]}"; do cat "$lab/logs/bench.$h"; done

@@ -14,6 +14,7 @@ constexpr const char* kLumobrTree = "/var/www/html/qor/lumobr";
 constexpr const char* kTemplateTree = "/var/www/html/qor/qortemplates";
 constexpr const char* kProcCpuinfo = "/proc/cpuinfo";
 constexpr const char* kProcLoadavg = "/proc/loadavg";
+constexpr const char* kProcMeminfo = "/proc/meminfo";
 constexpr const char* kProcStat = "/proc/stat";
 // The directory node_exporter's textfile collector reads on Debian.
 constexpr const char* kNodeExporterDir = "/var/lib/prometheus/node-exporter";

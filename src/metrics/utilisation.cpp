@@ -4,24 +4,35 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
-#include "base/fatal.h"
 #include "base/fixed_text.h"
 #include "base/line_reader.h"
 #include "base/paths.h"
-#include "base/shell.h"
 
 namespace qor {
 
-
 namespace {
 
-constexpr const char* kFreeCommand = "free";
+// The /proc/meminfo figures free's Mem: line is made of, in kB; available 0 where the kernel
+// gives none.
+struct Meminfo {
+  int64_t total = 0, free = 0, available = 0;
+};
+
+double MemUtilOf(const Meminfo& m) {
+  // free's own rules (procps 4.0.2): kernels before 3.14 give no available figure, and a
+  // container's view may give one beyond its total; both fall back to the free memory.
+  int64_t available = m.available != 0 ? m.available : m.free;
+  if (available > m.total) available = m.free;
+  int64_t used = m.total - available;
+  if (used < 0) used = m.total - m.free;
+  // Memory that cannot be measured reads as idle, as a disk that cannot be measured does.
+  if (m.total <= 0) return 0.0;
+  return std::clamp(static_cast<double>(used) / static_cast<double>(m.total), 0.0, 1.0);
+}
 
 }  // namespace
 
@@ -55,24 +66,19 @@ double CpuUtilBetween(int64_t prevTotal, int64_t prevIdle, int64_t total, int64_
   return std::clamp(busy, 0.0, 1.0);
 }
 
-double MemUtilFromFreeLine(const char* line) {
-  char word[64];
-  double total = getword(word, sizeof word, line, 1) == 0 ? std::atof(word) : 0.0;
-  double used = getword(word, sizeof word, line, 2) == 0 ? std::atof(word) : 0.0;
-  // Memory that cannot be measured reads as idle, as a disk that cannot be measured does; words
-  // such as "inf", "nan" or a used amount beyond the total come only from a damaged output.
-  double util = total > 0.0 ? used / total : 0.0;
-  return std::isfinite(util) ? std::clamp(util, 0.0, 1.0) : 0.0;
-}
-
 double getmemutil() {
-  double util = 0.0;
-  int lineNo = 0;
-  bool started = RunShell(kFreeCommand, kShellLineMax, [&](char* line) {
-    if (++lineNo == 2) util = MemUtilFromFreeLine(line);
-  });
-  if (!started) FatalCommand(kFreeCommand);
-  return util;
+  // The figures `free` prints, read where free reads them: no process every re-check.
+  LineReader reader(kProcMeminfo);
+  Meminfo m;
+  char line[256], key[32];
+  long long value = 0;
+  while (reader.ok() && reader.Next(line, sizeof line)) {
+    if (std::sscanf(line, "%31[^:]: %lld", key, &value) != 2) continue;
+    if (std::strcmp(key, "MemTotal") == 0) m.total = value;
+    if (std::strcmp(key, "MemFree") == 0) m.free = value;
+    if (std::strcmp(key, "MemAvailable") == 0) m.available = value;
+  }
+  return MemUtilOf(m);
 }
 
 double getdiskutil(const char* path) {

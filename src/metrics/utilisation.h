@@ -16,11 +16,9 @@ int getcpuidle(int64_t* total, int64_t* idle);
 void ParseProcStatLine(const char* line, int64_t* total, int64_t* idle);
 // 1 - didle / dtotal between two samples; 0.0 when the total did not move.
 double CpuUtilBetween(int64_t prevTotal, int64_t prevIdle, int64_t total, int64_t idle);
-// used / total from the second line of `free`; a failed start ends the process.
+// used / total as `free` (procps 4) shows them on its Mem: line, computed from /proc/meminfo as
+// free computes them; 0.0 when the file cannot be read.
 double getmemutil();
-// used / total of one `free` line (words 1 and 2), held to [0, 1]; 0.0 when the total is missing
-// or 0 or the words are no numbers.
-double MemUtilFromFreeLine(const char* line);
 // (total - free) / total of the file system holding path; 0.0 when it cannot be measured.
 double getdiskutil(const char* path);
 

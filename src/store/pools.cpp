@@ -8,6 +8,7 @@
 #include "base/log.h"
 #include "base/shell.h"
 #include "config/qorconf.h"
+#include "store/icmp_echo.h"
 
 namespace qor {
 
@@ -109,6 +110,15 @@ void NoteSilent(const char* address) {
   }
 }
 
+// One run of the ping command: answered when it printed a reply line.
+bool PingCommandAnswered(const char* command) {
+  bool answered = false;
+  RunShell(command, 8192, [&](char* line) {
+    if (std::strlen(line) > 8 && std::strncmp(line, "64 bytes", 8) == 0) answered = true;
+  });
+  return answered;
+}
+
 }  // namespace
 
 void ForgetSilentAddresses() {
@@ -155,12 +165,11 @@ int Ping(const char* address, int deadline, int attempts) {
     return 1;
   }
   if (KnownSilent(address)) return 1;
+  // The requests go out from this process, as /bin/ping would send them, without starting a
+  // process for each; /bin/ping runs only where that cannot be done.
+  EchoProbe probe(address);
   for (int i = 0; i < attempts; ++i) {
-    bool answered = false;
-    RunShell(command.c_str(), 8192, [&](char* line) {
-      if (std::strlen(line) > 8 && std::strncmp(line, "64 bytes", 8) == 0) answered = true;
-    });
-    if (answered) return 0;
+    if (probe.usable() ? probe.Attempt(deadline) : PingCommandAnswered(command.c_str())) return 0;
   }
   NoteSilent(address);
   return 1;

@@ -46,8 +46,9 @@ int SideOf(const QzPool* pool);
 const Outages& DbOutages(int side);
 
 // 0 when address answered one echo request within attempts tries of deadline seconds each.
-// An address that is not a plain address or host name, or too long for the command, is never
-// run: logged, and 1.
+// The requests leave from this process (store/icmp_echo.h); /bin/ping runs instead for host names
+// and IPv6 addresses, and where no ICMP socket can be opened. An address that is not a plain
+// address or host name, or too long for the command, is never tried: logged, and 1.
 int Ping(const char* address, int deadline, int attempts);
 
 // Percent-encoding of a password for the connection URL; false when out was too small.

@@ -1,5 +1,5 @@
 // Stand-ins shared by the unit and store tests: a text of every field of a record, for comparing
-// whole records, a shell runner that answers from a script, and a file of a test's own.
+// whole records, a shell runner that records what it is asked to run, and a file of a test's own.
 #pragma once
 
 #include <cstdio>
@@ -16,17 +16,16 @@ namespace qortest {
 // "id=… host=… …": every field of r, for comparing whole records.
 std::string Describe(const qor::ClustRecord& r);
 
-// Installed for its lifetime: records every command and answers with output in the pieces fgets
-// would cut it into; a command started beside the caller ends at once with status 0. A command
-// that real returns true for runs for real instead, as real leaves it.
+// Installed for its lifetime: records every command, which prints nothing; a command started
+// beside the caller ends at once with status 0. A command that real returns true for runs for real
+// instead, as real leaves it.
 class FakeShell : public qor::ShellRunner {
  public:
-  explicit FakeShell(std::string out = "") : output(std::move(out)) { qor::SetShellRunner(this); }
+  FakeShell() { qor::SetShellRunner(this); }
   ~FakeShell() override { qor::SetShellRunner(nullptr); }
   bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) override;
   bool Start(const char* command, qor::BackgroundShell* started) override;
 
-  std::string output;
   std::function<bool(std::string& command)> real;
   std::vector<std::string> commands;
   std::vector<int> bounds;  // the seconds each command was given

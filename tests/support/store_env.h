@@ -36,7 +36,8 @@ void UseTestCluster(const char* role, const char* own);
 // interface whose address is the node's own ("lo" gives 127.0.0.1, "0" no address).
 std::string TestClusterConf(const char* role, const char* netif);
 
-// Pings of the blocked addresses print nothing (no answer); everything else runs for real.
+// Pings go through the shell from the first seam on, as where no ICMP socket opens: those of the
+// blocked addresses print nothing (no answer); everything else runs for real.
 class PingSeam : public FakeShell {
  public:
   PingSeam();
