@@ -1,7 +1,7 @@
 // The master's cycle in steady state on a one-host cluster: work time of one cycle (top to
 // sleep) over 100 cycles, the pipelines and processes each cycle starts, and the heap in use after
 // 10 and after 1000 cycles driven back to back without the sleep.
-// Usage: cycle_bench MASTER_ADDR SLAVE_ADDR PASSWORD   (servers prepared by scripts/bench.sh)
+// Usage: cycle_bench MASTER_ADDR SLAVE_ADDR PASSWORD   (servers prepared by bench/cycle.sh)
 #include <malloc.h>
 #include <unistd.h>
 

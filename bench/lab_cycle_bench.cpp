@@ -3,7 +3,7 @@
 // top, the daemon's own 2-second sleep included), the processor time each cycle takes (its own
 // and that of the commands it runs), the pipelines each cycle starts and the processes it spawns.
 // The host's role comes from its configuration, as for the daemon. Processes are counted with the
-// pid counter of the bench's own pid namespace (labbench.sh starts it as the first process of a
+// pid counter of the bench's own pid namespace (lab.sh starts it as the first process of a
 // new one), read around each whole cycle: whatever the cycle starts, through the shell runner or
 // not, takes a pid there, and nothing else does.
 // Usage (inside a lab host whose daemon is stopped): lab_cycle_bench [CYCLES]

@@ -10,7 +10,7 @@
 // master and the slave cut off for 45 s in turn (take-overs on the cut server and on its peer, and
 // the time from the link's return until every row is active in both databases).
 // Usage: lab_detector_bench DIR [ROUNDS]   (3; about six minutes a round). Needs root.
-// Run by scripts/failoverbench.sh --situations ROUNDS.
+// Run by bench/failover.sh --situations ROUNDS.
 #include <algorithm>
 #include <atomic>
 #include <cstdio>

@@ -1,6 +1,6 @@
 // Round trips and wall time of one GetClusterSql("-all") over 64 rows, and of ReconnectCluster
 // when both servers answer: the median of 100 runs each, against two real database servers.
-// Usage: store_bench MASTER_ADDR SLAVE_ADDR PASSWORD   (servers prepared by scripts/bench.sh)
+// Usage: store_bench MASTER_ADDR SLAVE_ADDR PASSWORD   (servers prepared by bench/cycle.sh)
 #include <algorithm>
 #include <chrono>
 #include <cstdio>

@@ -123,11 +123,11 @@ std::string Lab::Up() {
   }
   std::error_code ec;
   fs::remove_all(dir, ec);
-  for (const char* sub : {"logs", "ssh", "tools/scripts", "tools/db"}) {
+  for (const char* sub : {"logs", "ssh", "tools/lab", "tools/db"}) {
     if (!ec) fs::create_directories(dir / sub, ec);
   }
   // The database servers' script and schema, copied where the hosts find them.
-  for (const char* file : {"scripts/testdb.sh", "db/schema.sql"}) {
+  for (const char* file : {"lab/testdb.sh", "db/schema.sql"}) {
     if (!ec) fs::copy_file(fs::path(QOR_SOURCE_DIR) / file, dir / "tools" / file, ec);
   }
   if (ec) return "cannot make " + opts_.dir + ": " + ec.message();
@@ -286,7 +286,7 @@ std::string Lab::StartDatabase(int i) {
   fs::create_directories(Host(i).dir() + "/tmp", ec);
   RunResult r = Host(i).Enter(
       {"/usr/bin/env", std::string("QOR_TEST_DBPWD=") + kLabDbPassword,
-       "TMPDIR=" + InHost(info_[i].name + "/tmp"), "/bin/bash", InHost("tools/scripts/testdb.sh"),
+       "TMPDIR=" + InHost(info_[i].name + "/tmp"), "/bin/bash", InHost("tools/lab/testdb.sh"),
        "start", info_[i].address, InHost(info_[i].name + "/db")},
       o);
   return r.status == 0 ? "" : Failed(info_[i].name + " database", r);
@@ -296,7 +296,7 @@ std::string Lab::StopDatabase(int i) {
   RunOptions o;
   o.timeout_sec = 60;
   RunResult r = Host(i).Enter(
-      {"/bin/bash", InHost("tools/scripts/testdb.sh"), "stop", InHost(info_[i].name + "/db")}, o);
+      {"/bin/bash", InHost("tools/lab/testdb.sh"), "stop", InHost(info_[i].name + "/db")}, o);
   return r.status == 0 ? "" : Failed(info_[i].name + " database stop", r);
 }
 

@@ -6,9 +6,10 @@
 #   --runs N   N executions a target; --time S: at most S seconds a target (both: whichever first)
 # What a run adds to the corpus is kept in build-fuzz/corpus/<target> and used again next time;
 # findings are written to build-fuzz/findings/<target>, emptied when that target starts.
+# QOR_BUILD_DIR=DIR: DIR-fuzz instead of build-fuzz.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-dir="$root/build-fuzz"
+dir="${QOR_BUILD_DIR:-$root/build}-fuzz"
 
 limits=()
 while [ $# -gt 0 ]; do

@@ -4,6 +4,7 @@
 # the suite; the report says which test caught each one.
 #
 #   bash scripts/mutants.sh [--build DIR] [--only id,id] [--labels unit,store] [--out FILE]
+#   (DIR: build/, or $QOR_BUILD_DIR)
 #
 # --only runs the named faults, --labels the faults that name one of these labels. Lab faults
 # may narrow the lab tests with a "tests:" regex. The first failing test stops the run of a fault
@@ -12,7 +13,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
-build=build only="" labels="" out=""
+build=${QOR_BUILD_DIR:-build} only="" labels="" out=""
 while [ $# -gt 0 ]; do
   case $1 in
     --build) build=$2; shift 2 ;;
@@ -37,7 +38,7 @@ work=$(mktemp -d)
 restore=""
 cleanup() {
   if [ -n "$restore" ]; then cp "$work/original" "$root/$restore"; fi
-  bash "$root/scripts/testdb.sh" stop-pair "$build/testdb" >/dev/null 2>&1 || true
+  bash "$root/lab/testdb.sh" stop-pair "$build/testdb" >/dev/null 2>&1 || true
   rm -rf "$work"
 }
 trap cleanup EXIT INT TERM
@@ -86,7 +87,7 @@ run_labels() {  # $1 labels, $2 lab regex, $3 log
     if [ "$l" = lab ] && [ -n "$2" ]; then args+=(-R "$2"); fi
     (cd "$build" && ctest "${args[@]}" --stop-on-failure --timeout 240 --output-on-failure) \
       >>"$3" 2>&1 || true
-    bash "$root/scripts/testdb.sh" stop-pair "$build/testdb" >/dev/null 2>&1 || true
+    bash "$root/lab/testdb.sh" stop-pair "$build/testdb" >/dev/null 2>&1 || true
     local failed
     failed=$(grep -E '^\s*[0-9]+/[0-9]+ Test +#[0-9]+: .*(\*\*\*|Failed|Timeout)' "$3" |
       grep -v ' Passed ' | head -1 | sed -E 's/.*Test +#[0-9]+: ([^ ]+).*/\1/')

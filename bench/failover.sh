@@ -2,10 +2,10 @@
 # Failover figures of the four-host lab with its real daemons: a killed member's time to inactive
 # (200) in the master's database over KILLS kills, and a cut-off master's time to the slave's
 # Detected_3 line over CUTS cuts, with the slave's cycle length while the master is cut.
-# Usage: failoverbench.sh [KILLS] [CUTS] [--members N] [--nice-members N]   (10 and 5, 2 members;
+# Usage: failover.sh [KILLS] [CUTS] [--members N] [--nice-members N]   (10 and 5, 2 members;
 #   takes about 30 s a kill, a minute a cut). --members: a lab of N members (1 to 62) besides the
 #   master and the slave; --nice-members: their daemons at that niceness (qorlab's option).
-# failoverbench.sh --situations ROUNDS: instead, in a time zone whose daylight saving time is in
+# failover.sh --situations ROUNDS: instead, in a time zone whose daylight saving time is in
 #   force, a killed member's time to 200 when nothing else is amiss, with its template copy
 #   behind, with the master's database server down (and the time until both databases agree
 #   once it is back), and with the master's database stalling 3 s in every 10; take-overs beyond

@@ -3,7 +3,7 @@
 # marked in the master's row to each other server's row showing the pull (median and maximum over
 # RUNS marks), and the time of -synctpl on a member for a tree of FILES files / SIZE_MB, when
 # nothing changed and when one file changed.
-# Usage: replbench.sh [RUNS] [FILES] [SIZE_MB]   (5, 2000, 200; takes about two minutes and
+# Usage: templates.sh [RUNS] [FILES] [SIZE_MB]   (5, 2000, 200; takes about two minutes and
 # SIZE_MB twice on disk). Needs root. QOR_BUILD_DIR=DIR builds into DIR instead of build/.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)

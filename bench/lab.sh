@@ -9,11 +9,11 @@
 # The cycle figures come from bench/lab_cycle_bench, run inside the master, the slave and a member
 # in place of their daemons while the other members' daemons run, each as the first process of a
 # pid namespace of its own, whose pid counter then counts every process the cycles spawn.
-# Usage: labbench.sh [CYCLES] [--members N] [--nice-members N]   (100 cycles, 2 members besides
+# Usage: lab.sh [CYCLES] [--members N] [--nice-members N]   (100 cycles, 2 members besides
 #   the master and the slave, up to 62, their daemons at niceness 0; takes about 4 s per cycle
 #   plus 90 s). Needs root. --nice-members: see qorlab's; on two processors 64 daemons at the
 #   same priority stretch every cycle to seconds, which measures the crowd, not the work.
-#        labbench.sh --stall [SECONDS]   instead, only the longest stall of the other daemons'
+#        lab.sh --stall [SECONDS]   instead, only the longest stall of the other daemons'
 #   cycles while the master's database gets no packets for SECONDS (60): port 3306 dropped in the
 #   master's host at an arbitrary moment of the cycles, so that a statement under way, or the
 #   next one, gets no answer. The figure is the longest time between two rewrites of each row in
