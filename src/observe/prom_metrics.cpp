@@ -133,7 +133,7 @@ void RenderRows(const MetricsView& v, std::string& out) {
     for (int status : {kStatusActive, kStatusInactive, kStatusOld}) {
       int64_t n = 0;
       for (int i = 0; i < shown.count[side]; ++i) n += shown.rows[side][i]->status == status;
-      FixedText<16> text;
+      FixedText<32> text;
       text.format("%d", status);
       Sample(out, "qorclustd_rows", {{"database", kDatabases[side]}, {"status", text.c_str()}}, n);
     }
@@ -156,7 +156,7 @@ void RenderWatch(const MetricsView& v, std::string& out) {
          "Servers found silent, by the kind of the Detected_ line logged.");
   int first = v.role == kRoleMaster ? 1 : 2, last = v.role == kRoleMaster ? 1 : kDetectedKinds;
   for (int kind = first; kind <= last; ++kind) {
-    FixedText<16> text;
+    FixedText<32> text;
     text.format("Detected_%d", kind);
     Sample(out, "qorclustd_detections_total", {{"kind", text.c_str()}}, v.detected[kind - 1]);
   }
@@ -167,7 +167,7 @@ void RenderWatch(const MetricsView& v, std::string& out) {
          "Take-over scripts ended, by exit status (killed: none reported).");
   for (int status = 0; status < 256; ++status) {
     if (t.endedWith[status] == 0) continue;
-    FixedText<16> text;
+    FixedText<32> text;
     text.format("%d", status);
     Sample(out, "qorclustd_takeovers_ended_total", {{"status", text.c_str()}}, t.endedWith[status]);
   }
