@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Failover figures of the four-host lab with its real daemons: a killed member's time to inactive
 # (200) in the master's database over KILLS kills, and a cut-off master's time to the slave's
-# Detected_3 line over CUTS cuts, with the slave's cycle length while the master is cut.
+# Detected_3 line over CUTS cuts, with the slave's cycle length while the master is cut, and the
+# Detected_ lines naming a live server over the kills.
 # Usage: failover.sh [KILLS] [CUTS] [--members N] [--nice-members N]   (10 and 5, 2 members;
 #   takes about 30 s a kill, a minute a cut). --members: a lab of N members (1 to 62) besides the
 #   master and the slave; --nice-members: their daemons at that niceness (qorlab's option).

@@ -57,19 +57,12 @@ TEST(Cutoff, HeldTakeoversAreDroppedForServersThatComeBackAndRunForTheOthers) {
       const Pass& pass = scenarios[s][p];
       qortest::FakeShell shell;
       PassTakeovers takeovers("test(1)", pass.at);
-      auto row = [](char name) {
-        ClustRecord r;
-        r.hostname.set(std::string(1, name).c_str());
-        r.status = kStatusActive;
-        return r;
+      auto row = [](char name, int status = kStatusActive) {
+        return ClustRecord{.hostname = std::string(1, name).c_str(), .status = status};
       };
       for (char c : pass.silent) takeovers.Saw(row(c), true);
       for (char c : pass.writing) takeovers.Saw(row(c), false);
-      for (char c : pass.marked) {
-        ClustRecord r = row(c);
-        r.status = kStatusInactive;
-        takeovers.Saw(r, false);
-      }
+      for (char c : pass.marked) takeovers.Saw(row(c, kStatusInactive), false);
       for (char c : pass.due) takeovers.Due(row(c));
       takeovers.Finish([&] { return pass.peerAnswers; }, "peer");
       WaitQordown();

@@ -2,6 +2,7 @@
 // comparison, a wrong bound or a swapped status would turn.
 #include <gtest/gtest.h>
 
+#include <string>
 #include <tuple>
 
 #include "membership/heartbeat_decision.h"
@@ -13,58 +14,48 @@ namespace {
 constexpr int A = kStatusActive, I = kStatusInactive, O = kStatusOld;
 
 ClustRecord Row(int status, int64_t lastwrite, int roleId = kRoleIdMember, int tpl = 0) {
-  ClustRecord r;
-  r.status = status;
-  r.last_writemill = lastwrite;
-  r.role_id = roleId;
-  r.tpl_syncstate = tpl;
-  return r;
+  return {.role_id = roleId, .status = status, .last_writemill = lastwrite, .tpl_syncstate = tpl};
 }
 
-// Every field of a decision, so that a failing row shows them all.
-auto Fields(const MonitorVerdict& v) {
-  return std::tuple(v.silent, v.status, v.changed, v.takeover, v.old);
+// Every field of a decision: the status and the names of the flags set, "silent 200 changed".
+std::string Fields(const MonitorVerdict& v) {
+  return (v.silent ? "silent " : "") + std::to_string(v.status) + (v.changed ? " changed" : "") +
+         (v.takeover ? " takeover" : "") + (v.old ? " old" : "");
 }
 
 TEST(Decisions, Monitors) {
   const int S = kRoleIdSlave;
-  // Each row: the verdict, then the one expected. A server is silent past 15 s; one that was
-  // active is taken over; a slave (or master) that stopped writing before its peer becomes old.
+  // Each row: the verdict, then the one expected (statuses as the table holds them: 100 active,
+  // 200 inactive, 300 old). A server is silent past 15 s; one that was active is taken over; a
+  // slave (or master) that stopped writing before its peer becomes old.
   struct {
-    MonitorVerdict got, want;
+    MonitorVerdict got;
+    std::string want;
   } rows[] = {
       // Members on the master: fresh, silent, silent already old or inactive.
-      {DecideOnMaster(Row(A, 0), 15, 0), {.status = A}},
-      {DecideOnMaster(Row(A, 0), 16, 0),
-       {.silent = true, .status = I, .changed = true, .takeover = true}},
-      {DecideOnMaster(Row(O, 0), 16, 0), {.silent = true, .status = I, .changed = true}},
-      {DecideOnMaster(Row(I, 0), 99, 0), {.silent = true, .status = I}},
+      {DecideOnMaster(Row(A, 0), 15, 0), "100"},
+      {DecideOnMaster(Row(A, 0), 16, 0), "silent 200 changed takeover"},
+      {DecideOnMaster(Row(O, 0), 16, 0), "silent 200 changed"},
+      {DecideOnMaster(Row(I, 0), 99, 0), "silent 200"},
       // The slave on the master: level with the master's last write, behind it, then the same
       // already inactive or old.
-      {DecideOnMaster(Row(A, 5000, S), 16, 5000),
-       {.silent = true, .status = I, .changed = true, .takeover = true}},
-      {DecideOnMaster(Row(A, 4999, S), 16, 5000),
-       {.silent = true, .status = O, .changed = true, .takeover = true, .old = true}},
-      {DecideOnMaster(Row(I, 1, S), 16, 5000),
-       {.silent = true, .status = O, .changed = true, .old = true}},
-      {DecideOnMaster(Row(O, 1, S), 16, 5000), {.silent = true, .status = O}},
-      {DecideOnMaster(Row(I, 7000, S), 16, 5000), {.silent = true, .status = I}},
+      {DecideOnMaster(Row(A, 5000, S), 16, 5000), "silent 200 changed takeover"},
+      {DecideOnMaster(Row(A, 4999, S), 16, 5000), "silent 300 changed takeover old"},
+      {DecideOnMaster(Row(I, 1, S), 16, 5000), "silent 300 changed old"},
+      {DecideOnMaster(Row(O, 1, S), 16, 5000), "silent 300"},
+      {DecideOnMaster(Row(I, 7000, S), 16, 5000), "silent 200"},
       // The master answering the slave's ping: fresh, silent behind the slave, silent ahead of it.
-      {DecideMasterAnswering(Row(A, 1), Row(A, 2), 15), {.status = A}},
-      {DecideMasterAnswering(Row(A, 1), Row(A, 2), 16),
-       {.silent = true, .status = O, .changed = true, .takeover = true, .old = true}},
-      {DecideMasterAnswering(Row(A, 3), Row(A, 2), 16),
-       {.silent = true, .status = I, .changed = true, .takeover = true}},
+      {DecideMasterAnswering(Row(A, 1), Row(A, 2), 15), "100"},
+      {DecideMasterAnswering(Row(A, 1), Row(A, 2), 16), "silent 300 changed takeover old"},
+      {DecideMasterAnswering(Row(A, 3), Row(A, 2), 16), "silent 200 changed takeover"},
       // The master silent: old already, behind the slave.
-      {DecideMasterSilent(Row(O, 1), 99, 1, 2), {.status = O}},
-      {DecideMasterSilent(Row(I, 1), 16, 1, 2),
-       {.silent = true, .status = O, .changed = true, .old = true}},
+      {DecideMasterSilent(Row(O, 1), 99, 1, 2), "300"},
+      {DecideMasterSilent(Row(I, 1), 16, 1, 2), "silent 300 changed old"},
       // Members judged by the slave: active, inactive already.
-      {DecideMemberFromSlave(Row(A, 0), 16),
-       {.silent = true, .status = I, .changed = true, .takeover = true}},
-      {DecideMemberFromSlave(Row(I, 0), 99), {.status = I}},
+      {DecideMemberFromSlave(Row(A, 0), 16), "silent 200 changed takeover"},
+      {DecideMemberFromSlave(Row(I, 0), 99), "200"},
   };
-  for (const auto& r : rows) EXPECT_EQ(Fields(r.got), Fields(r.want)) << "row " << &r - rows;
+  for (const auto& r : rows) EXPECT_EQ(Fields(r.got), r.want) << "row " << &r - rows;
   // Time in which the database did not answer is not silence.
   EXPECT_EQ(SilentFor(1000, 980, 0), 20);
   EXPECT_EQ(SilentFor(1000, 980, 10), 10);

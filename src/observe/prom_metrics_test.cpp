@@ -11,13 +11,11 @@ namespace qor {
 namespace {
 
 ClustRecord Row(const char* host, const char* address, int status, int64_t updatedAt) {
-  ClustRecord r;
-  r.hostname.set(host);
-  r.ipaddress.set(address);
-  r.status = status;
-  r.updated_at = updatedAt;
-  r.tpl_syncstate = kTplSynced;
-  return r;
+  return {.hostname = host,
+          .ipaddress = address,
+          .status = status,
+          .tpl_syncstate = kTplSynced,
+          .updated_at = updatedAt};
 }
 
 // States of a daemon at the end of a cycle, and lines its file must and must not hold.

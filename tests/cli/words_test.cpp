@@ -23,7 +23,7 @@ const char* const kNodes =
     "('node-a', '10.0.0.5', 'c1', 'member', 102, 100, 5, 100, 7, 0.50, from_unixtime(1672628646));";
 const char* const kUntouched = "mhost\t100\t5\t100\t7\nnode-a\t100\t5\t100\t7\n";
 const char* const kMasterConf = "master";
-const char* const kPrompt = "Are your sure [y/N] ? ";
+const std::string kPrompt = "Are your sure [y/N] ? ";
 
 std::string Usage() {
   std::ifstream in(std::string(QOR_TEST_DATA) + "/usage.golden");
@@ -64,19 +64,13 @@ std::string JsonListing() {
 }
 
 // Each row's age, once checked against the clock, becomes AGE, so that the listing compares whole.
-std::string AgesChecked(const std::string& out) {
-  static const std::regex kAge(
-      "\"updated_at\":([0-9]+),(\"qortimemill\":[0-9]+),\"age_seconds\":([0-9]+)");
-  std::string result;
-  auto end = std::sregex_iterator();
-  size_t from = 0;
-  for (auto m = std::sregex_iterator(out.begin(), out.end(), kAge); m != end; ++m) {
-    long age = std::stol((*m)[3]) - (time(nullptr) - std::stol((*m)[1]));
-    result += out.substr(from, m->position() - from) + "\"updated_at\":" + (*m)[1].str() + "," +
-              (*m)[2].str() + ",\"age_seconds\":" + (age >= -5 && age <= 0 ? "AGE" : "WRONG");
-    from = m->position() + m->length();
+std::string AgesChecked(std::string out) {
+  static const std::regex kAge(R"("updated_at":([0-9]+),"qortimemill":0,"age_seconds":([0-9]+))");
+  for (std::smatch m; std::regex_search(out, m, kAge);) {
+    long late = time(nullptr) - std::stol(m[1]) - std::stol(m[2]);
+    out.replace(m.position(2), m.length(2), late >= 0 && late <= 5 ? "AGE" : "WRONG");
   }
-  return result + out.substr(from);
+  return out;
 }
 
 // The binary as a server has it, on a test host of its own (mount and pid namespaces, the
@@ -88,65 +82,40 @@ TEST(CliWords, EachWordAnswersAndChangesWhatItShould) {
   box.Write(".env", "QOR_VERSION = '4.2.7'\n");
   const std::string usage = Usage();
   struct {
-    std::vector<std::string> args;
+    const char* args;  // the command words, split at blanks
     const char* conf;  // the node's role, "" for a cluster that is not enabled
-    std::string input;
-    int uid, status;
-    std::string out;
-    std::string rows;  // the master's database afterwards
+    int status;
+    std::string out, input = "";
+    int uid = 0;
+    std::string rows = kUntouched;  // the master's database afterwards
   } cases[] = {
-      {{}, kMasterConf, "", 0, 0, usage, kUntouched},
-      {{"-v"}, "", "", 0, 0, "4.0.16\n", kUntouched},
-      {{"-qorver"}, "", "", 0, 0, "4.2.7\n", kUntouched},
-      {{"-timesec"}, "", "", 0, 1, "", kUntouched},
-      {{"-nosuchword"}, kMasterConf, "", 0, 0, usage, kUntouched},
-      {{"-count"}, kMasterConf, "", 0, 0, "2\n", kUntouched},
-      {{"-l"}, kMasterConf, "", 0, 0, Listing(false), kUntouched},
-      {{"-lf"}, kMasterConf, "", 0, 0, Listing(true), kUntouched},
-      {{"-lj"}, kMasterConf, "", 0, 0, JsonListing(), kUntouched},
-      {{"-target"}, kMasterConf, "", 0, 0, "Master: Cluster Target -> 10.0.0.5\n", kUntouched},
-      {{"-target"},
-       "member",
-       "",
-       0,
-       0,
-       "Can not get cluster target on member servers!\n",
-       kUntouched},
-      {{"-rm_from_master", "node-a"}, kMasterConf, "n\n", 0, 0, kPrompt, kUntouched},
-      {{"-rm_from_master", "node-a"},
-       kMasterConf,
-       "y\n",
-       0,
-       0,
-       std::string(kPrompt) + "removing node-a from 127.0.0.1...OK\n",
-       "mhost\t100\t5\t100\t7\n"},
-      {{"-rm_all_from_slave"},
-       kMasterConf,
-       "y\n",
-       0,
-       0,
-       std::string(kPrompt) + "removing all from 127.0.0.2...OK\n",
-       ""},
-      {{"-set_old_on_master", "node-a"},
-       kMasterConf,
-       "y\n",
-       0,
-       0,
-       std::string(kPrompt) + "set node-a old on 127.0.0.1...OK\n",
-       "mhost\t100\t5\t100\t7\nnode-a\t300\t0\t100\t7\n"},
-      {{"-set_tplold_on_slave", "node-a"},
-       kMasterConf,
-       "y\n",
-       0,
-       0,
-       std::string(kPrompt) + "set node-a tpl old on 127.0.0.2...OK\n",
+      {"", kMasterConf, 0, usage},
+      {"-v", "", 0, "4.0.16\n"},
+      {"-qorver", "", 0, "4.2.7\n"},
+      {"-timesec", "", 1, ""},
+      {"-nosuchword", kMasterConf, 0, usage},
+      {"-count", kMasterConf, 0, "2\n"},
+      {"-l", kMasterConf, 0, Listing(false)},
+      {"-lf", kMasterConf, 0, Listing(true)},
+      {"-lj", kMasterConf, 0, JsonListing()},
+      {"-target", kMasterConf, 0, "Master: Cluster Target -> 10.0.0.5\n"},
+      {"-target", "member", 0, "Can not get cluster target on member servers!\n"},
+      {"-rm_from_master node-a", kMasterConf, 0, kPrompt, "n\n"},
+      {"-rm_from_master node-a", kMasterConf, 0, kPrompt + "removing node-a from 127.0.0.1...OK\n",
+       "y\n", 0, "mhost\t100\t5\t100\t7\n"},
+      {"-rm_all_from_slave", kMasterConf, 0, kPrompt + "removing all from 127.0.0.2...OK\n", "y\n",
+       0, ""},
+      {"-set_old_on_master node-a", kMasterConf, 0, kPrompt + "set node-a old on 127.0.0.1...OK\n",
+       "y\n", 0, "mhost\t100\t5\t100\t7\nnode-a\t300\t0\t100\t7\n"},
+      {"-set_tplold_on_slave node-a", kMasterConf, 0,
+       kPrompt + "set node-a tpl old on 127.0.0.2...OK\n", "y\n", 0,
        "mhost\t100\t5\t100\t7\nnode-a\t100\t5\t300\t0\n"},
-      {{"-clear"}, kMasterConf, "y\n", 0, 1, "_not standalone. cluster!\n", kUntouched},
-      {{"-stop"}, kMasterConf, "", 65534, 0, "Please sudo this!\n", kUntouched},
-      {{"-start_boot"}, kMasterConf, "", 65534, 1, "Please sudo this!\n", kUntouched},
+      {"-clear", kMasterConf, 1, "_not standalone. cluster!\n", "y\n"},
+      {"-stop", kMasterConf, 0, "Please sudo this!\n", "", 65534},
+      {"-start_boot", kMasterConf, 1, "Please sudo this!\n", "", 65534},
   };
   for (const auto& c : cases) {
-    const std::string what = c.args.empty() ? "(none)" : c.args[0] + " " + c.conf;
+    const std::string what = std::string(c.args) + " " + c.conf;
     ResetTables();
     Sql("master", kNodes);
     // A member on lo would claim the master's address.
@@ -155,7 +124,8 @@ TEST(CliWords, EachWordAnswersAndChangesWhatItShould) {
     std::vector<std::string> argv{"/usr/bin/setpriv", "--reuid=" + std::to_string(c.uid),
                                   "--regid=" + std::to_string(c.uid), "--clear-groups",
                                   qorlab::kInstalledQorclustd};
-    argv.insert(argv.end(), c.args.begin(), c.args.end());
+    std::istringstream words(c.args);
+    for (std::string w; words >> w;) argv.push_back(w);
     RunResult r = box.Enter(argv, RunOptions{c.input, 0, 60});
     EXPECT_EQ(r.status, c.status) << what << r.err;
     EXPECT_EQ(AgesChecked(r.out), c.out) << what;

@@ -57,13 +57,11 @@ TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
   ASSERT_TRUE(StartAndJoin());
   const LabHost &m1 = lab_.Info(kMember1), &m2 = lab_.Info(kMember2);
   const std::set<std::string> dead = {m1.name, m2.name};
-  ASSERT_EQ(lab_.Shell(kMaster,
-                       "setsid prometheus-node-exporter --collector.disable-defaults "
-                       "--collector.textfile --collector.textfile.directory=/var/lib/"
-                       "prometheus/node-exporter --web.listen-address=" +
-                           lab_.Info(kMaster).address + ":9100 </dev/null >/dev/null 2>&1 &")
-                .status,
-            0);
+  const std::string exporter =
+      "setsid prometheus-node-exporter --collector.disable-defaults --collector.textfile "
+      "--collector.textfile.directory=/var/lib/prometheus/node-exporter --web.listen-address=" +
+      lab_.Info(kMaster).address + ":9100 </dev/null >/dev/null 2>&1 &";
+  ASSERT_EQ(lab_.Shell(kMaster, exporter).status, 0);
   const std::string detected = "qorclustd_detections_total{kind=\"Detected_1\"}";
   double before = -1;
   ASSERT_TRUE(WaitFor(10, [&] { return (before = Value(Scrape().out, detected)) >= 0; }));
@@ -72,11 +70,10 @@ TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
   // member is found 15 s after its last write (up to a cycle before the kill) and the line names
   // the second it last wrote.
   int64_t death = Kill(kMember2);
-  EXPECT_EQ(lab_.Shell(kMaster,
-                       "f=/var/lib/prometheus/node-exporter/qorclustd.prom; i=$(stat -c "
-                       "%i $f) && sleep 3 && [ \"$(stat -c %i $f)\" != \"$i\" ]")
-                .status,
-            0)
+  const char* replaced =
+      "f=/var/lib/prometheus/node-exporter/qorclustd.prom; i=$(stat -c %i $f)"
+      " && sleep 3 && [ \"$(stat -c %i $f)\" != \"$i\" ]";
+  EXPECT_EQ(lab_.Shell(kMaster, replaced).status, 0)
       << "each cycle's file replaces the last, never rewrites it in place";
   // The exporter sorts the labels. The cycle that finds the member shows its row as read, the
   // last to: the status written then renews the row's time.

@@ -17,10 +17,6 @@ namespace {
 
 using LabFailover = LabCluster;
 
-std::string Silent(const char* prefix, const LabHost& h) {
-  return std::string(prefix) + " that " + h.name + "(" + h.address + ")";
-}
-
 TEST_F(LabFailover, LongTakeoverAndThenSlaveTakesOverFromAMasterCutOff) {
   ASSERT_TRUE(StartAndJoin());
   const LabHost &master = lab_.Info(kMaster), &slave = lab_.Info(kSlave), &m1 = lab_.Info(kMember1);
@@ -42,11 +38,11 @@ TEST_F(LabFailover, LongTakeoverAndThenSlaveTakesOverFromAMasterCutOff) {
   // A query under way fails first, then the slave's cycles take about 11 s, most of it pinging
   // the master; the master's row is found once 15 s stale.
   EXPECT_TRUE(WaitFor(45, [&] { return Takeovers(lab_, kSlave) > 0; }));
-  EXPECT_TRUE(Logged(lab_, kSlave, Silent("Detected_3", master)));
+  const std::string found = master.name + "(" + master.address + ")";
+  EXPECT_TRUE(Logged(lab_, kSlave, "Detected_3 that " + found));
   // Neither database was written alone: the two last writes are equal.
   EXPECT_EQ(RowOf(lab_, kSlave, master.name).status, 200);
-  EXPECT_TRUE(
-      Logged(lab_, kSlave, "SLAVE detected " + master.name + "(" + master.address + ") down[id:"));
+  EXPECT_TRUE(Logged(lab_, kSlave, "SLAVE detected " + found + " down[id:"));
   EXPECT_EQ(Takeovers(lab_, kSlave), 1);
 
   // Alone, the slave keeps its own row active in its own database, until that database shows the

@@ -19,20 +19,7 @@ std::string TestDir() {
 }
 
 LabCluster::LabCluster(int hosts, const std::string& tz)
-    : lab_([&] {
-        LabOptions o{TestDir(), hosts, true};
-        o.tz = tz;
-        return o;
-      }()) {}
-
-void LabCluster::SetUp() {
-  std::string err = lab_.Up();
-  ASSERT_EQ(err, "") << "the lab did not come up";
-}
-
-void LabCluster::TearDown() {
-  lab_.Down();
-}
+    : lab_(LabOptions{.dir = TestDir(), .hosts = hosts, .keep_logs = true, .tz = tz}) {}
 
 ::testing::AssertionResult LabCluster::StartAndJoin(int seconds) {
   std::string err = lab_.StartDaemons();
@@ -43,14 +30,6 @@ void LabCluster::TearDown() {
   return ::testing::AssertionFailure()
          << "not joined within " << seconds << " s: " << AllActive(lab_, kMaster).message() << " / "
          << AllActive(lab_, kSlave).message();
-}
-
-::testing::AssertionResult RestartFast(Lab& lab, int i) {
-  if (lab.Run(i, {"-stop"}).status != 0)
-    return ::testing::AssertionFailure() << "no daemon to stop";
-  RunResult r = lab.StartDaemon(i, true);
-  if (r.status == 0) return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure() << "-start_boot: " << r.status << " " << r.out << r.err;
 }
 
 }  // namespace qorlab

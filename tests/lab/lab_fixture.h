@@ -25,15 +25,12 @@ inline bool Logged(Lab& lab, int i, const std::string& prefix) {
   return CountLogged(lab, i, prefix) > 0;
 }
 
-// Stops host i's daemon and starts it again fast (Lab::StartDaemon).
-::testing::AssertionResult RestartFast(Lab& lab, int i);
-
 class LabCluster : public ::testing::Test {
  protected:
   // tz: the hosts' time zone (empty: this machine's).
   explicit LabCluster(int hosts = 4, const std::string& tz = "");
-  void SetUp() override;
-  void TearDown() override;
+  void SetUp() override { ASSERT_EQ(lab_.Up(), "") << "the lab did not come up"; }
+  void TearDown() override { lab_.Down(); }
   // Starts a daemon on every host and waits (bounded) until both databases hold every host's
   // active row.
   ::testing::AssertionResult StartAndJoin(int seconds = 10);

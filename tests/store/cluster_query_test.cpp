@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "cli/json_listing.h"
 #include "store/pools.h"
 #include "store_fixture.h"
-#include "support/fakes.h"
 
 namespace qortest {
 namespace {
@@ -96,13 +96,18 @@ TEST_F(StoreClusterQuery, ColumnsConvertIntoTheRecord) {
   tzset();
   ASSERT_EQ(rc, qor::kDbOk);
   ASSERT_EQ(info.count, 1);
-  // Numbers by atoi (fractions lost); 12:00 in July read as 10:00 UTC, summer time kept.
-  EXPECT_EQ(Describe(*ClustsTemp[0]),
-            "id=7 host=conv ip=10.1.1.1 cid=c-7 role=member role_id=102 status=100 dbw=12345678901 "
-            "lw=1700000000123 tplupd=1700000000456 tplsync=1700000000789 tplstate=300 "
-            "cpuinfo=Model X @ 2.0GHz cpus=2 phy=12 cores=24 procs=48 load=3 loadpp=0 "
-            "containers=17 cpu=0 mem=1 disk=12 ver=4.0.16 updated=1688205600 "
-            "qortime=1690000000999");
+  // Numbers by atoi (fractions lost); 12:00 in July read as 10:00 UTC, summer time kept. Every
+  // field shown, as -lj shows a record.
+  std::string record;
+  qor::AppendRowJson(record, *ClustsTemp[0], 1688205600);
+  EXPECT_EQ(
+      record,
+      R"({"id":7,"hostname":"conv","ipaddress":"10.1.1.1","clusterid":"c-7","role":"member",)"
+      R"("role_id":102,"status":100,"dbwrite_count":12345678901,"last_writemill":1700000000123,)"
+      R"("tpl_updatemill":1700000000456,"tpl_syncmill":1700000000789,"tpl_syncstate":300,)"
+      R"("cpuinfo":"Model X @ 2.0GHz","cpus":2,"cpuphycores":12,"cpucores":24,"cpuprocs":48,)"
+      R"("cpuloadavg":3,"cpuloadavgpp":0,"containers":17,"cpuutil":0,"memutil":1,"diskutil":12,)"
+      R"("qorver":"4.0.16","updated_at":1688205600,"qortimemill":1690000000999,"age_seconds":0})");
 }
 
 TEST_F(StoreClusterQuery, OnlySixtyFourRowsAreStoredAndCountedFromOneFetch) {

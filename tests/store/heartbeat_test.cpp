@@ -5,7 +5,6 @@
 #include "membership/heartbeat.h"
 
 #include <string>
-#include <vector>
 
 #include "store/cluster_query.h"
 #include "store/pools.h"
@@ -14,7 +13,6 @@
 namespace qortest {
 namespace {
 
-using Lines = std::vector<std::string>;
 using StoreHeartbeat = HeartbeatTest;
 
 // Rows' columns with a last one that tells whether the row was written in the last minute.

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "base/paths.h"
 #include "config/qorconf.h"
@@ -15,8 +14,6 @@
 
 namespace qortest {
 namespace {
-
-using Lines = std::vector<std::string>;
 
 class StoreMonitor : public HeartbeatTest {
  protected:

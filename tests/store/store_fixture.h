@@ -20,6 +20,7 @@
 namespace qortest {
 
 extern SyslogCatcher* g_syslog;
+using Lines = std::vector<std::string>;
 
 // A row of the clusters table; role_id is the role's code (0 for any other role text), and
 // updated_at lies silentFor seconds back by the database's clock.

@@ -5,28 +5,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <system_error>
 
 namespace qortest {
-
-std::string Describe(const qor::ClustRecord& r) {
-  char text[2048];
-  std::snprintf(text, sizeof text,
-                "id=%d host=%s ip=%s cid=%s role=%s role_id=%d status=%d dbw=%.0f lw=%lld "
-                "tplupd=%lld tplsync=%lld tplstate=%d cpuinfo=%s cpus=%d phy=%d cores=%d procs=%d "
-                "load=%g loadpp=%g containers=%d cpu=%g mem=%g disk=%g ver=%s updated=%lld "
-                "qortime=%lld",
-                r.id, r.hostname.c_str(), r.ipaddress.c_str(), r.clusterid.c_str(), r.role.c_str(),
-                r.role_id, r.status, r.dbwrite_count, static_cast<long long>(r.last_writemill),
-                static_cast<long long>(r.tpl_updatemill), static_cast<long long>(r.tpl_syncmill),
-                r.tpl_syncstate, r.cpuinfo.c_str(), r.cpus, r.cpuphycores, r.cpucores, r.cpuprocs,
-                r.cpuloadavg, r.cpuloadavgpp, r.containers, r.cpuutil, r.memutil, r.diskutil,
-                r.qorver.c_str(), static_cast<long long>(r.updated_at),
-                static_cast<long long>(r.qortimemill));
-  return text;
-}
 
 bool FakeShell::Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) {
   commands.push_back(command);

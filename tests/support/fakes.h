@@ -1,5 +1,5 @@
-// Stand-ins shared by the unit and store tests: a text of every field of a record, for comparing
-// whole records, a shell runner that records what it is asked to run, and a file of a test's own.
+// Stand-ins shared by the unit and store tests: a shell runner that records what it is asked to
+// run, and a file of a test's own.
 #pragma once
 
 #include <cstdio>
@@ -9,12 +9,8 @@
 #include <vector>
 
 #include "base/shell.h"
-#include "store/clust_record.h"
 
 namespace qortest {
-
-// "id=… host=… …": every field of r, for comparing whole records.
-std::string Describe(const qor::ClustRecord& r);
 
 // Installed for its lifetime: records every command, which prints nothing; a command started
 // beside the caller ends at once with status 0. A command that real returns true for runs for real
