@@ -118,7 +118,11 @@ bool EchoProbe::Attempt(int deadline) {
     int64_t left = end - MonotonicMill();
     if (left <= 0) return false;
     pollfd p{fd_, POLLIN, 0};
-    if (poll(&p, 1, static_cast<int>(left)) <= 0) continue;
+    int ready = poll(&p, 1, static_cast<int>(left));
+    // A poll that fails for another reason than a signal would fail again at once: the attempt
+    // ends there instead of spinning until its deadline.
+    if (ready < 0 && errno != EINTR) return false;
+    if (ready <= 0) continue;
     uint8_t packet[512];
     ssize_t n;
     // Each packet read is discarded unless it is the answer; an error the socket reports
