@@ -25,9 +25,10 @@ namespace {
 // Counts the pipelines the cycle starts; each still runs for real.
 class CountingShell : public qor::ShellRunner {
  public:
-  bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) override {
+  bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink,
+           int* status) override {
     ++commands;
-    return qor::RealShell().Run(command, lineMax, seconds, sink);
+    return qor::RealShell().Run(command, lineMax, seconds, sink, status);
   }
   bool Start(const char* command, qor::BackgroundShell* started) override {
     ++commands;

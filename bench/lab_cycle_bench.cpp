@@ -44,9 +44,10 @@ long LastPid() {
 
 class CountingShell : public qor::ShellRunner {
  public:
-  bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) override {
+  bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink,
+           int* status) override {
     ++pipelines;
-    return qor::RealShell().Run(command, lineMax, seconds, sink);
+    return qor::RealShell().Run(command, lineMax, seconds, sink, status);
   }
   bool Start(const char* command, qor::BackgroundShell* started) override {
     ++pipelines;

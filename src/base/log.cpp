@@ -39,4 +39,12 @@ void OpenDaemonLog() {
   openlog("qorclustd", LOG_PID, LOG_DAEMON);
 }
 
+void OpenDaemonLogAs(int daemonPid) {
+  // syslog keeps the pointer: the text must outlive every later line.
+  static char ident[32];
+  std::snprintf(ident, sizeof ident, "qorclustd[%d]", daemonPid);
+  closelog();
+  openlog(ident, 0, LOG_DAEMON);
+}
+
 }  // namespace qor

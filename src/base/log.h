@@ -14,5 +14,8 @@ void Trace(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 void CloseLog();
 // The daemon's own identity: "qorclustd" with the process id, facility daemon.
 void OpenDaemonLog();
+// The same lines for a helper process of the daemon (its slow pass): they name the daemon's pid,
+// so the log reads as one daemon's, whichever process wrote the line.
+void OpenDaemonLogAs(int daemonPid);
 
 }  // namespace qor

@@ -67,8 +67,9 @@ class Pieces {
 
 // /bin/sh -c command, spawned as popen spawns (no copy of this process lingers between fork and
 // exec, so a process listing never shows a second daemon for the instant a command starts), with
-// its standard output on a pipe whose read end lands in *out. -1 when it could not be started.
-pid_t SpawnShell(const char* command, short flags, int* out) {
+// its standard output (and its standard error, with withErrors) on a pipe whose read end lands in
+// *out. -1 when it could not be started.
+pid_t SpawnShell(const char* command, short flags, int* out, bool withErrors = false) {
   int fds[2];
   if (pipe2(fds, O_CLOEXEC) != 0) return -1;
   std::fflush(nullptr);
@@ -76,6 +77,7 @@ pid_t SpawnShell(const char* command, short flags, int* out) {
   posix_spawnattr_t attr;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+  if (withErrors) posix_spawn_file_actions_adddup2(&actions, fds[1], STDERR_FILENO);
   posix_spawnattr_init(&attr);
   posix_spawnattr_setflags(&attr, flags);
   posix_spawnattr_setpgroup(&attr, 0);
@@ -101,12 +103,14 @@ pid_t SpawnShell(const char* command, short flags, int* out) {
 }
 
 // Waits until pid has ended or the monotonic clock reaches end; false when it still runs then.
-// With SIGCHLD ignored (the daemon) the system reaps the child and waitpid only says it is gone,
-// so the wait itself is a poll on the process's descriptor (exitFd, -1 where the kernel has none:
-// then a look every 50 ms).
-bool AwaitEnd(pid_t pid, int exitFd, int64_t end) {
+// With SIGCHLD ignored (the daemon's cycle) the system reaps the child and waitpid only says it is
+// gone, so the wait itself is a poll on the process's descriptor (exitFd, -1 where the kernel has
+// none: then a look every 50 ms). *status: the exit status where waitpid could collect one.
+bool AwaitEnd(pid_t pid, int exitFd, int64_t end, int* status = nullptr) {
   for (;;) {
-    pid_t r = waitpid(pid, nullptr, WNOHANG);
+    int raw = 0;
+    pid_t r = waitpid(pid, &raw, WNOHANG);
+    if (r == pid && status != nullptr) *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : kShellNoStatus;
     if (r == pid || (r < 0 && errno == ECHILD)) return true;
     int64_t left = end - MonotonicMill();
     if (left <= 0) return false;
@@ -116,13 +120,16 @@ bool AwaitEnd(pid_t pid, int exitFd, int64_t end) {
   }
 }
 
-// Run's pipelines go in a process group of their own: the group is what a timeout kills, since a
-// script's own children may hold the pipe open after the shell itself is gone.
+// Run's pipelines go in a session (and so a process group) of their own: the group is what a
+// timeout kills, since a script's own children may hold the pipe open after the shell itself is
+// gone; and without a terminal, ssh refusing a key ends at once instead of asking for a password
+// nobody sees.
 class ProcessRunner final : public ShellRunner {
  public:
-  bool Run(const char* command, size_t lineMax, int seconds, LineSink sink) override {
+  bool Run(const char* command, size_t lineMax, int seconds, LineSink sink, int* status) override {
     int fd = -1;
-    pid_t pid = SpawnShell(command, POSIX_SPAWN_SETPGROUP, &fd);
+    if (status != nullptr) *status = kShellNoStatus;
+    pid_t pid = SpawnShell(command, POSIX_SPAWN_SETSID, &fd, status != nullptr);
     if (pid < 0) return false;
     // Taken before the first read, while the pid is surely still this child's.
     int exitFd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
@@ -149,7 +156,8 @@ class ProcessRunner final : public ShellRunner {
     close(fd);
     // A command may close its output long before it ends (a script that writes to a file): the
     // same bound holds for the rest of its life.
-    if (timedOut || !AwaitEnd(pid, exitFd, end)) {
+    if (timedOut || !AwaitEnd(pid, exitFd, end, status)) {
+      if (status != nullptr) *status = kShellNoStatus;
       kill(-pid, SIGKILL);
       kill(pid, SIGKILL);
       LogError("command did not end within %d s and was stopped: %.128s", seconds, command);

@@ -1,12 +1,13 @@
 // The shell runner: the one place that starts shell pipelines (/bin/sh -c, read like popen).
-// Run reads the output to the end line by line and waits for the pipeline; its exit status is not
-// examined. Every pipeline Run starts has a bound: one still running after its seconds is killed
-// with its whole process group, so no command can hold the daemon's cycle for ever.
-// Start is for the one command that must not be cut (the take-over script): it returns at once,
-// the command runs beside the caller, and PollShell and WaitShell learn its end and exit status
-// later, which works whether or not SIGCHLD is ignored. No call blocks longer than it says.
-// Tests swap the runner (SetShellRunner) to make an address "not answer" or to point a pipeline at
-// a sample file, while everything else stays real.
+// Run reads the output to the end line by line and waits for the pipeline; a caller that asks for
+// its exit status gets it where this process collects its children (SIGCHLD not ignored: the
+// one-shot commands and the daemon's slow pass). Every pipeline Run starts has a bound: one still
+// running after its seconds is killed with its whole process group, so no command can hold the
+// daemon's cycle for ever. Start is for the one command that must not be cut (the take-over
+// script): it returns at once, the command runs beside the caller, and PollShell and WaitShell
+// learn its end and exit status later, which works whether or not SIGCHLD is ignored. No call
+// blocks longer than it says. Tests swap the runner (SetShellRunner) to make an address "not
+// answer" or to point a pipeline at a sample file, while everything else stays real.
 #pragma once
 
 #include <cstddef>
@@ -42,7 +43,11 @@ class ShellRunner {
   virtual ~ShellRunner() = default;
   // Returns false when the pipeline could not be started; then no line was delivered. A pipeline
   // still running after seconds is killed (logged); what it printed until then was delivered.
-  virtual bool Run(const char* command, size_t lineMax, int seconds, LineSink sink) = 0;
+  // status, when given, receives the exit status (kShellNoStatus when killed or not collectable),
+  // and the pipeline's standard error joins its output, so that the caller also sees why it failed.
+  // Pipelines run without a controlling terminal: a command that would ask for a password fails.
+  virtual bool Run(const char* command, size_t lineMax, int seconds, LineSink sink,
+                   int* status) = 0;
   // Starts command in a session of its own with its output discarded and returns at once; false
   // when it could not be started. Nothing ever kills it, and it outlives this process.
   virtual bool Start(const char* command, BackgroundShell* started) = 0;
@@ -57,9 +62,10 @@ ShellRunner& RealShell();
 
 // Runs command through the current runner and calls f(char* line) for every line read.
 template <class F>
-bool RunShell(const char* command, size_t lineMax, F&& f, int seconds = kShellSeconds) {
+bool RunShell(const char* command, size_t lineMax, F&& f, int seconds = kShellSeconds,
+              int* status = nullptr) {
   LineSink sink{&f, [](void* p, char* line) { (*static_cast<decltype(&f)>(p))(line); }};
-  return CurrentShell().Run(command, lineMax, seconds, sink);
+  return CurrentShell().Run(command, lineMax, seconds, sink, status);
 }
 
 // Never blocks: kShellRunning, or the exit status once the command has ended (the descriptor is

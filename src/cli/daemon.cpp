@@ -19,6 +19,7 @@
 #include "base/shell.h"
 #include "cli/progname.h"
 #include "cli/schedule.h"
+#include "cli/slow_pass.h"
 #include "config/qorconf.h"
 #include "config/qorver.h"
 #include "housekeeping/container_rows.h"
@@ -35,13 +36,6 @@
 namespace qor {
 
 namespace {
-
-const char* const kWeekdays[7] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-
-// A template pull may rightly take minutes, which the watchdog must not take for a stuck cycle: it
-// waits this long for a slow-work pass, the pass's bounded commands and as long again for the
-// database work, the pings and the sweep around them.
-constexpr int kSlowWorkSeconds = (kTreeCommandsMax + 1) * kTreeSeconds;
 
 // Forks; the parent leaves with 0 once beforeLeaving (when given) returns, the child goes on.
 void ForkAway(void (*beforeLeaving)()) {
@@ -98,32 +92,6 @@ int Recheck(int64_t* prevTotal, int64_t* prevIdle) {
   return 0;
 }
 
-void SlowWork(const LoopCounters& c, int64_t* sequence) {
-  time_t now = time(nullptr);
-  struct tm tm;
-  localtime_r(&now, &tm);
-  bool masterPass = ClustRole == kRoleMaster && Tplsync == 0;
-  LogNotice(masterPass ? "master running mpool=%p spool=%p basecounter=%d checkcounter=%d "
-                         "actinterval=%d clustsweep=%d datetime=%04d/%02d/%02d(%s) "
-                         "%02d:%02d:%02d (%ld)"
-                       : "slave/member rsync started mpool=%p spool=%p basecounter=%d "
-                         "checkcounter=%d actinterval=%d clustsweep=%d "
-                         "datetime=%04d/%02d/%02d(%s) %02d:%02d:%02d (%ld)",
-            static_cast<void*>(mpool), static_cast<void*>(spool), c.basecounter, c.checkcounter,
-            kActInterval, cnf.clustsweep, tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday,
-            kWeekdays[tm.tm_wday % 7], tm.tm_hour, tm.tm_min, tm.tm_sec,
-            static_cast<long>((*sequence)++));
-  RsyncLicWlistTpl();
-  if (!masterPass) Tplsync = 0;
-  if (ClustRole == kRoleMaster || ClustRole == kRoleSlave) {
-    bool master = ClustRole == kRoleMaster;
-    DeleteLumoBRSql(master ? cnf.clustmaster.c_str() : cnf.clustslave.c_str(), master ? 0 : 1);
-    SyncLumoBrProf();
-    SyncLumoDtSecret();
-  }
-  if (cnf.clustsweep > 0) SweepCluster();
-}
-
 }  // namespace
 
 bool StopsOutsideCluster(StopLevel level) {
@@ -143,6 +111,8 @@ bool StopsOutsideCluster(StopLevel level) {
 
 int DaemonCycle(DaemonState& s) {
   int64_t start = MonotonicMicros();
+  // Before the heartbeat: a pass that pulled has answered the Tplsync requests raised so far.
+  if (CollectSlowPass(s.slow, MonotonicMill()) != 0) FatalExit();
   if (ConnectionPool != 5) ConnectionPool = 5;
   ReconnectCluster();
   GetClustCount(&ClustCount);
@@ -151,15 +121,18 @@ int DaemonCycle(DaemonState& s) {
   s.counters.full = 0;
   MonitorCluster(0);
   AdvanceQordown();
-  CyclePlan plan = PlanCycle(s.counters, Tplsync);
+  CyclePlan plan = PlanCycle(s.counters, SlowRequest(Tplsync, s.slow, MonotonicMill()));
   if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) return 1;
-  if (plan.slow) {
-    NotifyLongWork(kSlowWorkSeconds);
-    SlowWork(s.counters, &s.sequence);
+  if (plan.slow || (s.slow.waiting && s.slow.pid < 0)) {
+    StartSlowPass(s.slow, s.counters, &s.sequence);
   }
   FinishCycle(s.counters, plan);
   ++s.cycles;
-  if (s.metricsDir) PublishMetrics(CycleView(MonotonicMicros() - start, s.cycles), s.metricsDir);
+  if (s.metricsDir) {
+    MetricsView v = CycleView(MonotonicMicros() - start, s.cycles);
+    v.slowWorkMs = SlowPassRunningMs(s.slow, MonotonicMill());
+    PublishMetrics(v, s.metricsDir);
+  }
   s.lastCycleUs = MonotonicMicros() - start;
   return 0;
 }
@@ -183,7 +156,8 @@ int DaemonMain() {
   state.counters.full = 1;
   for (;;) {
     if (DaemonCycle(state) != 0) return 1;
-    NotifyCycleDone(state.lastCycleUs / 1000);
+    NotifyCycleDone(state.lastCycleUs / 1000, state.slow.what.c_str(),
+                    SlowPassRunningMs(state.slow, MonotonicMill()));
     sleep(static_cast<unsigned>(Interval));
   }
 }

@@ -1,12 +1,14 @@
 // The daemon process: double fork into its own session, then the endless cycle of heartbeat,
-// monitoring, configuration re-check and slow work. Also the running check, the stop command and
-// the process listing, which find daemons by "qorclustd -start" in the process table.
+// monitoring and configuration re-check, which starts the slow work beside it (cli/slow_pass.h).
+// Also the running check, the stop command and the process listing, which find daemons by
+// "qorclustd -start" in the process table.
 #pragma once
 
 #include <cstdint>
 
 #include "base/paths.h"
 #include "cli/schedule.h"
+#include "cli/slow_pass.h"
 
 namespace qor {
 
@@ -14,6 +16,7 @@ namespace qor {
 struct DaemonState {
   LoopCounters counters;
   int64_t sequence = 0;   // slow-work log lines written so far
+  SlowPass slow;          // the slow pass beside the cycle
   int64_t prevTotal = 0;  // last processor sample
   int64_t prevIdle = 0;
   int64_t cycles = 0;       // cycles run so far

@@ -144,7 +144,8 @@ int Chown(const CommandArgs&) {
 }
 
 int SyncTpl(const CommandArgs&) {
-  RsyncLicWlistTpl();
+  TplRecord record;
+  RsyncLicWlistTpl(record);
   return 0;
 }
 

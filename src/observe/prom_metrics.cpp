@@ -186,7 +186,7 @@ void RenderPull(const MetricsView& v, std::string& out) {
          "When the last template pull began, in seconds since the epoch; 0 before the first.");
   Seconds(out, "qorclustd_template_pull_last_timestamp_seconds", {}, v.pull.startMill / 1e3);
   Family(out, "qorclustd_template_pull_success", "gauge",
-         "1 when every tree of the last pull reached the end of its transfer.");
+         "1 when rsync ended well for every tree of the last pull.");
   Sample(out, "qorclustd_template_pull_success", {}, v.pull.ok ? 1 : 0);
 }
 
@@ -274,6 +274,9 @@ void RenderMetrics(const MetricsView& v, std::string& out) {
     Sample(out, "qorclustd_heartbeat_writes_total",
            {{"database", kDatabases[side]}, {"result", "failed"}}, v.db[side].writes.failed);
   }
+  Family(out, "qorclustd_slow_work_running_seconds", "gauge",
+         "How long the slow pass (pulls, profile syncs, clean-up, sweep) runs; 0 when none runs.");
+  Seconds(out, "qorclustd_slow_work_running_seconds", {}, v.slowWorkMs / 1e3);
   if (v.role == kRoleMaster || v.role == kRoleSlave) {
     RenderRows(v, out);
     RenderWatch(v, out);

@@ -57,6 +57,7 @@ struct MetricsView {
   int64_t takeoverRunningMs = 0;  // 0 when none runs
   size_t takeoversWaiting = 0;
   TemplatePull pull;
+  int64_t slowWorkMs = 0;  // how long the slow pass beside the cycle runs; 0 when none runs
 };
 
 // The view of this process at the end of a cycle that took cycleMicros, the cycles-th one.

@@ -25,7 +25,6 @@ constexpr uint64_t kBarrierUsec = 3000000;
 // invoking process waits for the end of file.
 int handoff[2] = {-1, -1};
 bool readySent = false;
-bool stretched = false;
 
 bool Watched() {
   return std::getenv("NOTIFY_SOCKET") != nullptr;
@@ -76,15 +75,7 @@ void NotifyHeartbeatDone() {
   sd_notify(0, "READY=1");
 }
 
-void NotifyLongWork(int seconds) {
-  uint64_t usec = WatchdogUsec();
-  if (usec == 0) return;
-  sd_notifyf(0, "WATCHDOG=1\nWATCHDOG_USEC=%" PRIu64,
-             usec + static_cast<uint64_t>(seconds) * 1000000);
-  stretched = true;
-}
-
-void NotifyCycleDone(int64_t cycleMs) {
+void NotifyCycleDone(int64_t cycleMs, const char* slowWhat, int64_t slowMs) {
   if (!Watched()) return;
   const TakeoverQueue& runs = QordownRuns();
   DaemonStatus s;
@@ -97,17 +88,17 @@ void NotifyCycleDone(int64_t cycleMs) {
     s.takeoverMs = MonotonicMill() - run->startedMs;
   }
   s.takeoversWaiting = runs.waiting();
+  if (slowMs > 0) {
+    s.slowWhat = slowWhat;
+    s.slowMs = slowMs;
+  }
   FixedText<512> message;
   uint64_t usec = WatchdogUsec();
   if (usec == 0) {
     message.format("STATUS=%s", FormatDaemonStatus(s).c_str());
-  } else if (stretched) {
-    message.format("STATUS=%s\nWATCHDOG=1\nWATCHDOG_USEC=%" PRIu64, FormatDaemonStatus(s).c_str(),
-                   usec);
   } else {
     message.format("STATUS=%s\nWATCHDOG=1", FormatDaemonStatus(s).c_str());
   }
-  stretched = false;
   sd_notify(0, message.c_str());
 }
 
@@ -116,15 +107,18 @@ FixedText<256> FormatDaemonStatus(const DaemonStatus& s) {
                      : s.role == kRoleSlave  ? "slave"
                      : s.role == kRoleMember ? "member"
                                              : "no role";
-  FixedText<256> takeover, waiting, line;
+  FixedText<256> takeover, waiting, slow, line;
   if (s.takeoverHost != nullptr) {
     takeover.format(", take-over of %s(%s) running %" PRId64 " s", s.takeoverHost,
                     s.takeoverAddress, s.takeoverMs / 1000);
   }
   if (s.takeoversWaiting > 0) waiting.format(", %zu more waiting", s.takeoversWaiting);
-  line.format("%s: %d server%s in the table, cycle %" PRId64 ".%02" PRId64 " s%s%s", role,
+  if (s.slowWhat != nullptr) {
+    slow.format(", slow work: %s running %" PRId64 " s", s.slowWhat, s.slowMs / 1000);
+  }
+  line.format("%s: %d server%s in the table, cycle %" PRId64 ".%02" PRId64 " s%s%s%s", role,
               s.servers, s.servers == 1 ? "" : "s", s.cycleMs / 1000, s.cycleMs % 1000 / 10,
-              takeover.c_str(), waiting.c_str());
+              takeover.c_str(), waiting.c_str(), slow.c_str());
   return line;
 }
 

@@ -27,10 +27,9 @@ void CompleteMainPidHandoff();
 // After each heartbeat: ready at the first, whether or not a database took the row, so that a
 // server whose databases are down at boot still runs and keeps trying.
 void NotifyHeartbeatDone();
-// Before work that may rightly outlast the watchdog: it waits seconds, once.
-void NotifyLongWork(int seconds);
-// At the end of each cycle, which took cycleMs: the watchdog's period again, and the status line.
-void NotifyCycleDone(int64_t cycleMs);
+// At the end of each cycle, which took cycleMs: the watchdog, and the status line; slowWhat and
+// slowMs: the step of the slow pass running beside the cycle and how long it runs (0: none).
+void NotifyCycleDone(int64_t cycleMs, const char* slowWhat, int64_t slowMs);
 
 // The facts of the status line.
 struct DaemonStatus {
@@ -39,12 +38,15 @@ struct DaemonStatus {
   int64_t cycleMs = 0;                 // the last cycle's length
   const char* takeoverHost = nullptr;  // the server of the take-over running, or none
   const char* takeoverAddress = nullptr;
-  int64_t takeoverMs = 0;       // how long it runs
-  size_t takeoversWaiting = 0;  // runs queued behind it
+  int64_t takeoverMs = 0;          // how long it runs
+  size_t takeoversWaiting = 0;     // runs queued behind it
+  const char* slowWhat = nullptr;  // the slow pass's step, or none
+  int64_t slowMs = 0;              // how long the slow pass runs
 };
 
 // "member: 4 servers in the table, cycle 0.04 s", then ", take-over of HOST(ADDR) running 12 s"
-// and ", 2 more waiting" when there are.
+// and ", 2 more waiting" when there are, and ", slow work: pull of qortemplates running 140 s"
+// while a slow pass runs.
 FixedText<256> FormatDaemonStatus(const DaemonStatus& s);
 
 }  // namespace qor

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "base/clock.h"
 #include "base/fatal.h"
@@ -22,22 +23,42 @@ TemplatePull LastTemplatePull;
 namespace {
 
 // step: 1 for the whitelist and lumobr pulls, 2 for the templates, as the failure lines number
-// them. True when the transfer reached its end.
+// them. True when rsync ended with status 0.
 bool Pull(const char* master, const char* tree, int step) {
   FixedText<1024> command;
   command.format("%s -e \"%s\" qorrun@%s:%s %s", "rsync -auvzr --delete",
                  "ssh -i /var/www/html/qor/qorbin/qorrunsec -o 'StrictHostKeyChecking no'", master,
                  tree, kQorDir);
   Trace("rsync... from %s:%s to %s\n", master, tree, kQorDir);
-  bool ended = false;
+  std::printf("pulling %s from qorrun@%s\n", tree, master);
+  // rsync's own closing line only repeats its code; the line before says what went wrong.
+  FixedText<256> last, cause;
+  int status = kShellNoStatus;
+  int64_t began = MonotonicMill();
   bool started = RunShell(
       command.c_str(), kShellLineMax,
       [&](char* line) {
-        ended = ended || std::strncmp(line, "total size is ", 14) == 0;
         std::fputs(line, stdout);
+        std::string_view text(line);
+        while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
+        if (text.empty()) return;
+        last.set(text);
+        if (!text.starts_with("rsync error: ")) cause.set(text);
       },
-      kTreeSeconds);
-  if (started) return ended;
+      kTreeSeconds, &status);
+  if (started) {
+    double took = static_cast<double>(MonotonicMill() - began) / 1e3;
+    if (status == 0) {
+      std::printf("pull of %s from %s done in %.1f s\n", tree, master, took);
+      return true;
+    }
+    const char* why = !cause.empty() ? cause.c_str() : !last.empty() ? last.c_str() : "no output";
+    std::printf("pull of %s from %s failed after %.1f s (rsync status %d): %s\n", tree, master,
+                took, status, why);
+    LogError("rsynclicwlisttpl(%d) pull of %s from %s failed (rsync status %d): %s", step, tree,
+             master, status, why);
+    return false;
+  }
   SshLastError.format("%s\n", std::strerror(errno));
   Trace("_rsynclicwlisttpl(%d): sshlasterror=%s\n", step, SshLastError.c_str());
   LogError("rsynclicwlisttpl(%d) sshlasterror=%s", step, SshLastError.c_str());
@@ -61,26 +82,30 @@ void SyncProfiles(const char* command, const char* synced, const char* unchanged
 
 }  // namespace
 
-void RsyncLicWlistTpl() {
+TemplatePull RsyncLicWlistTpl(TplRecord& record) {
   int64_t now = getqortimemill();
-  if (ClustRole == kRoleMaster) return;
-  LastTemplatePull = {now, false};
+  if (ClustRole == kRoleMaster) return {};
+  TemplatePull pull{now, false};
   const char* master = cnf.clustmaster.c_str();
   // The address stands unquoted in the command line: only a plain address or host name may.
   if (!IsShellSafeWord(master)) {
     LogError("rsynclicwlisttpl refused master address (%.64s)", master);
-    return;
+    return pull;
   }
   bool ok = true;
   if (ClustRole == kRoleSlave) {
     ok = Pull(master, kWlistTree, 1) && ok;
     ok = Pull(master, kLumobrTree, 1) && ok;
   }
-  LastTemplatePull.ok = Pull(master, kTemplateTree, 2) && ok;
-  // A pull that ran but failed is not detected: the start time is recorded all the same.
-  if (Ping(master, 1, 3) == 0) UpdateTplsyncSql(master, Clust.hostname.c_str(), now, kTplSynced);
-  const char* slave = cnf.clustslave.c_str();
-  if (Ping(slave, 1, 3) == 0) UpdateTplsyncSql(slave, Clust.hostname.c_str(), now, kTplSynced);
+  pull.ok = Pull(master, kTemplateTree, 2) && ok;
+  if (pull.ok) record = {now, {false, false}};
+  const char* addresses[2] = {master, cnf.clustslave.c_str()};
+  for (int side = 0; side < 2; ++side) {
+    if (record.syncmill == 0 || record.written[side] || Ping(addresses[side], 1, 3) != 0) continue;
+    record.written[side] = UpdateTplsyncSql(addresses[side], Clust.hostname.c_str(),
+                                            record.syncmill, kTplSynced) == kDbOk;
+  }
+  return pull;
 }
 
 int ChownLicWlistTpl() {

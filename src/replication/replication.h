@@ -2,7 +2,8 @@
 // lumobr tree and the templates, members the templates, each with rsync over ssh as qorrun; the
 // pull is recorded in the row (tpl_syncstate 100, tpl_syncmill the start). On the master the trees
 // are given to the web server's user, and on master and slave the platform's profile
-// synchronisations are triggered. Single-threaded; call after the pools are opened.
+// synchronisations are triggered. Single-threaded; call after the pools are opened. The pulls
+// need the exit status of rsync: SIGCHLD must not be ignored while they run.
 #pragma once
 
 #include "base/fixed_text.h"
@@ -20,19 +21,32 @@ constexpr int kTreeCommandsMax = 5;
 // The system's error text of the last pull that could not be started, with a newline.
 extern FixedText<8192> SshLastError;
 
-// The last pull of this process: when it began (milliseconds since the epoch, 0 before the
-// first), and whether every tree of it reached the end of its transfer. rsync's exit status is
-// out of reach (the daemon ignores SIGCHLD): a transfer that ends prints its summary line
-// ("total size is ..."), one cut off by the network, a refusal or the bound does not.
+// A pull: when it began (milliseconds since the epoch, 0 before the first), and whether rsync
+// ended with status 0 for every tree of it.
 struct TemplatePull {
   int64_t startMill = 0;
   bool ok = false;
 };
+
+// The last pull of this process, for the metrics. Written by the daemon's cycle when a slow pass
+// hands its pull back (cli/slow_pass.h); read by the metrics file.
 extern TemplatePull LastTemplatePull;
 
-// Pulls by this node's role (nothing on the master) and records the pull. A pull that cannot be
-// started ends the process with status 1 ("STAT:SSHERROR"), the daemon included.
-void RsyncLicWlistTpl();
+// The record of the last pull that ended well (tpl_syncstate 100, tpl_syncmill its start), and
+// which databases took it (0 the master's, 1 the slave's). Whoever runs pulls keeps it from one to
+// the next, so that a database that did not answer gets it at the next pull that can reach it.
+struct TplRecord {
+  int64_t syncmill = 0;  // 0: nothing to record yet
+  bool written[2] = {false, false};
+  bool pending() const { return syncmill != 0 && !(written[0] && written[1]); }
+};
+
+// Pulls by this node's role (nothing on the master), printing which tree it pulls from where and
+// how each pull ended; a pull that ended well becomes record, then record goes to each database
+// that has not taken it and answers. A failed pull is logged with the tree and rsync's last error
+// line, and leaves the mark as it was, so the next pass tries again. A pull that cannot be started
+// ends the process with status 1 ("STAT:SSHERROR").
+TemplatePull RsyncLicWlistTpl(TplRecord& record);
 // Master only: 0, or 1 on another role or when a chown cannot be started.
 int ChownLicWlistTpl();
 // The platform's lumobr and lumodt synchronisations; a command that cannot be started ends the

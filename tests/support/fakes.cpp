@@ -10,11 +10,13 @@
 
 namespace qortest {
 
-bool FakeShell::Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) {
+bool FakeShell::Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink,
+                    int* status) {
   commands.push_back(command);
   bounds.push_back(seconds);
   std::string run = command;
-  if (real && real(run)) return qor::RealShell().Run(run.c_str(), lineMax, seconds, sink);
+  if (real && real(run)) return qor::RealShell().Run(run.c_str(), lineMax, seconds, sink, status);
+  if (status != nullptr) *status = 0;
   return true;
 }
 

@@ -19,7 +19,8 @@ class FakeShell : public qor::ShellRunner {
  public:
   FakeShell() { qor::SetShellRunner(this); }
   ~FakeShell() override { qor::SetShellRunner(nullptr); }
-  bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink) override;
+  bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink,
+           int* status) override;
   bool Start(const char* command, qor::BackgroundShell* started) override;
 
   std::function<bool(std::string& command)> real;
