@@ -277,6 +277,18 @@ std::string Lab::StartServices() {
   return "";
 }
 
+std::string Lab::SlowPulls(int seconds) {
+  // A forced command in front of the key: sshd runs it instead of rsync's server, and it starts
+  // that server itself once it has waited.
+  std::string forced = seconds > 0 ? "command=\"sleep " + std::to_string(seconds) +
+                                         "; exec sh -c \\\"$SSH_ORIGINAL_COMMAND\\\"\" "
+                                   : "";
+  std::ofstream(opts_.dir + "/ssh/forced") << forced;
+  RunResult r = Shell(0, "cat " + InHost("ssh/forced") + " " + InHost("ssh/qorrun.pub") +
+                             " > /run/lab-ssh/authorized_keys");
+  return r.status == 0 ? "" : Failed("authorized_keys", r);
+}
+
 std::string Lab::StartDatabase(int i) {
   RunOptions o;
   o.timeout_sec = 120;

@@ -133,6 +133,10 @@ class Lab {
   // stalls does (a lock, a backup, a swapping host): its clients wait until their bounds.
   std::string StallDatabase(int i, bool stall);
 
+  // Makes every pull from the master's sshd (as qorrun) wait seconds before it begins, as a large
+  // tree or a slow link does; 0 puts the plain key back. An error text, empty on success.
+  std::string SlowPulls(int seconds);
+
   // Takes host i's link down (or up again) at the bridge: its packets go nowhere, as when a
   // server's cable is pulled; its processes keep running. Noted in dir/logs/links.log.
   bool Cut(int i);

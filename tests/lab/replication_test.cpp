@@ -4,8 +4,11 @@
 // database.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "lab/lab_fixture.h"
@@ -89,6 +92,51 @@ TEST_F(LabReplication, MasterTemplateChangeReachesEveryServerThroughTheLoop) {
     EXPECT_FALSE(Has(lab_, i, "qortemplates/added.tpl")) << lab_.Info(i).name;
     EXPECT_TRUE(Has(lab_, i, "qortemplates/qortemplates.txt")) << lab_.Info(i).name;
   }
+}
+
+// The oldest row in either database, in seconds by the database's own clock.
+int OldestRow(const Lab& lab) {
+  int oldest = 0;
+  for (int db : {kMaster, kSlave}) {
+    std::string age =
+        lab.Sql(db, "select max(timestampdiff(second, updated_at, now())) from clusters;");
+    if (!age.empty() && age != "NULL\n") oldest = std::max(oldest, std::stoi(age));
+  }
+  return oldest;
+}
+
+// Pulls of 25 s on every server at once after a template change, and a master whose own slow work
+// (the profile synchronisations) takes 20 s: the heartbeats go on beside them, nobody is taken
+// for silent, and every pull still lands.
+TEST_F(LabReplication, SlowPullsAndSlowWorkHoldNoHeartbeatUp) {
+  // Fast daemons: the master's slow work comes every 15 s instead of every 300 s. The slave pulls
+  // three trees, 75 s in all.
+  for (int i = 0; i < lab_.size(); ++i) ASSERT_EQ(lab_.StartDaemon(i, true).status, 0);
+  ASSERT_TRUE(WaitFor(10, [&] { return AllActive(lab_, kMaster) && AllActive(lab_, kSlave); }));
+  // The first pulls of a new cluster, quick, are done before the slow ones begin.
+  ASSERT_TRUE(WaitFor(20, [&] {
+    return Synced(lab_, kSlave, 1) && Synced(lab_, kMember1, 1) && Synced(lab_, kMember2, 1);
+  }));
+  ASSERT_EQ(lab_.SlowPulls(25), "");
+  ASSERT_EQ(lab_.Shell(kMaster, "sed -i '2i sleep 20' /var/www/html/qor/qorbin/lumobrstat").status,
+            0);
+  const int64_t mark = MarkTemplates(lab_);
+  ASSERT_NE(mark, -1);
+  int oldest = 0;
+  bool synced = false;
+  for (int tick = 0; tick < 480 && !synced; ++tick) {
+    oldest = std::max(oldest, OldestRow(lab_));
+    synced =
+        Synced(lab_, kSlave, mark) && Synced(lab_, kMember1, mark) && Synced(lab_, kMember2, mark);
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+  }
+  EXPECT_TRUE(synced);
+  EXPECT_LE(oldest, 4);
+  for (int i = 0; i < lab_.size(); ++i) {
+    EXPECT_FALSE(Logged(lab_, i, "MASTER detected") || Logged(lab_, i, "SLAVE detected"))
+        << lab_.Info(i).name;
+  }
+  EXPECT_TRUE(Logged(lab_, kMaster, "lumobr sync success"));
 }
 
 }  // namespace
