@@ -27,6 +27,13 @@ TEST(SystemdStatus, OneLineOfRoleRowsCycleAndTakeover) {
         .takeoversWaiting = 2},
        "master: 12 servers in the table, cycle 1.23 s, take-over of web3(10.0.0.13) running 12 s, "
        "2 more waiting"},
+      {{.role = kRoleMember,
+        .servers = 4,
+        .cycleMs = 20,
+        .slowWhat = "pull of qortemplates",
+        .slowMs = 140500},
+       "member: 4 servers in the table, cycle 0.02 s, slow work: pull of qortemplates running 140 "
+       "s"},
   };
   for (const auto& r : rows) {
     EXPECT_EQ(FormatDaemonStatus(r.status).c_str(), r.line);

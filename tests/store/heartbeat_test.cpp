@@ -5,7 +5,9 @@
 #include "membership/heartbeat.h"
 
 #include <string>
+#include <utility>
 
+#include "replication/replication.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
 #include "store_fixture.h"
@@ -68,6 +70,25 @@ TEST_F(StoreHeartbeat, MembersCopyOnTheSlaveTakesTheMastersStatusAndTemplateMark
   EXPECT_EQ(qor::Tplsync, 1);
   EXPECT_EQ(Rows("slave", "tpl_updatemill,tpl_syncmill,tpl_syncstate"),
             Line({"0", "0", "0"}) + Line({"77", "88", "300"}));
+}
+
+// A pull is recorded only when rsync ended well: a failed one leaves the mark for the next pass.
+TEST_F(StoreHeartbeat, PullRecordedOnlyWhenRsyncEndedWell) {
+  Become("member");
+  qor::Clust.hostname.set(host);
+  auto pings = seam.real;
+  for (auto [rsyncStatus, state] : {std::pair{255, "300"}, {0, "100"}}) {
+    Sql("master", "delete from clusters;");
+    Put("master", {{host, "", "member", 100, 0, "0", 0, 0, 88, 77, 300}});
+    seam.real = [&, status = rsyncStatus](std::string& c) {
+      if (c.rfind("rsync ", 0) != 0) return pings(c);
+      c = "exit " + std::to_string(status);
+      return true;
+    };
+    qor::TplRecord record;
+    EXPECT_EQ(qor::RsyncLicWlistTpl(record).ok, rsyncStatus == 0);
+    EXPECT_EQ(Rows("master", "tpl_syncstate"), Line({state})) << "rsync status " << rsyncStatus;
+  }
 }
 
 // The limit itself is the decision table's, a member's first insert the lab's joining.
