@@ -122,16 +122,19 @@ TEST_F(LabReplication, SlowPullsAndSlowWorkHoldNoHeartbeatUp) {
             0);
   const int64_t mark = MarkTemplates(lab_);
   ASSERT_NE(mark, -1);
-  int oldest = 0;
+  int oldest = 0, pulls = 0;
   bool synced = false;
   for (int tick = 0; tick < 480 && !synced; ++tick) {
     oldest = std::max(oldest, OldestRow(lab_));
+    // One pass at a time: a member never runs two pulls (two ssh) at once.
+    pulls = std::max(pulls, std::atoi(lab_.Shell(kMember1, "pgrep -cx ssh").out.c_str()));
     synced =
         Synced(lab_, kSlave, mark) && Synced(lab_, kMember1, mark) && Synced(lab_, kMember2, mark);
     std::this_thread::sleep_for(std::chrono::milliseconds(250));
   }
   EXPECT_TRUE(synced);
   EXPECT_LE(oldest, 4);
+  EXPECT_EQ(pulls, 1);
   for (int i = 0; i < lab_.size(); ++i) {
     EXPECT_FALSE(Logged(lab_, i, "MASTER detected") || Logged(lab_, i, "SLAVE detected"))
         << lab_.Info(i).name;
