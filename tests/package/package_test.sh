@@ -42,7 +42,7 @@ printf '[mysqld]\nbind-address=127.0.0.2\n' >"$r/etc/mysql/mariadb.conf.d/99-mas
 systemd-nspawn -q -D "$r" --register=no --keep-unit --private-network --console=passive -b \
   </dev/null >/dev/null 2>&1 &
 nspawn=$!
-trap 'kill "$nspawn"; wait "$nspawn" || true' EXIT
+trap 'kill "$nspawn" 2>/dev/null || true; wait "$nspawn" || true' EXIT
 for _ in $(seq 100); do init=$(pgrep -x -P "$nspawn" systemd || true); [ -n "$init" ] && break; sleep 0.2; done
 inside() { nsenter -t "$init" -a "$@"; }
 state=
