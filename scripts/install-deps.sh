@@ -20,9 +20,9 @@ PACKAGES=(
   passwd
   # nft, with which the lab drops a database's packets
   nftables
-  # the Debian package (dpkg-shlibdeps, and file, which CPack asks about each binary), the manual
+  # the Debian package (debhelper and dpkg-buildpackage, lintian to check it), the manual
   # page's rendering, and the systemd that its test boots in a container to run the unit
-  dpkg-dev file man-db systemd systemd-container
+  dpkg-dev debhelper lintian file man-db systemd systemd-container
   # the node exporter that publishes the daemon's metrics file, promtool, which checks it, and
   # curl, with which the lab reads it
   prometheus-node-exporter prometheus curl

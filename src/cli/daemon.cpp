@@ -122,7 +122,11 @@ int DaemonCycle(DaemonState& s) {
   MonitorCluster(0);
   AdvanceQordown();
   CyclePlan plan = PlanCycle(s.counters, SlowRequest(Tplsync, s.slow, MonotonicMill()));
-  if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) return 1;
+  if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) {
+    // A cluster disabled in the file is a deliberate stop: no file may say the daemon still runs.
+    if (s.metricsDir) RemoveMetrics(s.metricsDir);
+    return 1;
+  }
   if (plan.slow || (s.slow.waiting && s.slow.pid < 0)) {
     StartSlowPass(s.slow, s.counters, &s.sequence);
   }
@@ -143,7 +147,10 @@ int DaemonMain() {
   GetQorconf();
   LogNotice("started with actinterval=%d clustrole=%d cnf.clustcontrol=%d", kActInterval, ClustRole,
             cnf.clustcontrol);
-  if (StopsOutsideCluster(StopLevel::kNotice)) return 1;
+  if (StopsOutsideCluster(StopLevel::kNotice)) {
+    if (state.metricsDir) RemoveMetrics(state.metricsDir);
+    return 1;
+  }
   ConnectionPool = 5;
   ReconnectCluster();
   LogNotice("(cluster=%d) db cennection mpool=%p spool=%p", Cluster, static_cast<void*>(mpool),
@@ -205,6 +212,9 @@ int StopDaemon() {
   const char* command = "ps ax | grep 'qorclustd -start' | grep -v grep";
   int lastLength = 0;
   bool atLineStart = true;
+  constexpr int kMaxDaemons = 16;
+  pid_t stopped[kMaxDaemons];
+  int ended = 0;
   // Whole lines: a long command line read in 127-character pieces would turn the start of a
   // later piece into a process id, and that process would be killed. For the same reason the
   // rest of a line longer than the buffer is skipped.
@@ -223,9 +233,15 @@ int StopDaemon() {
     lastLength = static_cast<int>(n);
     int pid = std::atoi(digits);
     std::printf("pid=%d\n", pid);
-    if (pid > 0) kill(pid, SIGKILL);
+    // SIGTERM, which systemd's unit takes for a deliberate stop and does not restart after.
+    if (pid > 0 && kill(pid, SIGTERM) == 0 && ended < kMaxDaemons) stopped[ended++] = pid;
   });
   if (!started) FatalCommand(command);
+  // The file goes once the daemons are gone, so that none of them writes it again after.
+  for (int i = 0; i < ended; ++i) {
+    for (int wait = 0; wait < 40 && kill(stopped[i], 0) == 0; ++wait) usleep(50000);
+  }
+  RemoveMetrics(kNodeExporterDir);
   LogNotice("stopped by command (%d)", lastLength);
   CloseLog();
   return 0;

@@ -35,6 +35,31 @@ void Field(std::string& out, const char* key, const ClustText& value) {
   AppendJsonString(out, value.c_str());
 }
 
+// The length of the well-formed UTF-8 sequence at p (RFC 3629: no overlong forms, no surrogates,
+// nothing above U+10FFFF), or 0 when p starts none.
+int Utf8Length(const unsigned char* p) {
+  int n = 0;
+  unsigned char lo = 0x80, hi = 0xbf;
+  if (p[0] >= 0xc2 && p[0] <= 0xdf) {
+    n = 2;
+  } else if (p[0] >= 0xe0 && p[0] <= 0xef) {
+    n = 3;
+    if (p[0] == 0xe0) lo = 0xa0;
+    if (p[0] == 0xed) hi = 0x9f;
+  } else if (p[0] >= 0xf0 && p[0] <= 0xf4) {
+    n = 4;
+    if (p[0] == 0xf0) lo = 0x90;
+    if (p[0] == 0xf4) hi = 0x8f;
+  } else {
+    return 0;
+  }
+  if (p[1] < lo || p[1] > hi) return 0;
+  for (int i = 2; i < n; ++i) {
+    if (p[i] < 0x80 || p[i] > 0xbf) return 0;
+  }
+  return n;
+}
+
 }  // namespace
 
 void AppendJsonString(std::string& out, const char* text) {
@@ -47,10 +72,15 @@ void AppendJsonString(std::string& out, const char* text) {
       char escape[8];
       std::snprintf(escape, sizeof escape, "\\u%04x", *p);
       out += escape;
-    } else {
-      // Bytes above 127 pass as they are: the table's texts are what the database holds, and a
-      // reader that wants strict UTF-8 sees exactly those bytes.
+    } else if (*p < 0x80) {
       out += static_cast<char>(*p);
+    } else if (int n = Utf8Length(p); n > 0) {
+      out.append(reinterpret_cast<const char*>(p), static_cast<size_t>(n));
+      p += n - 1;
+    } else {
+      // JSON is UTF-8: a byte that starts no character (another encoding, a text cut in the
+      // middle of one) becomes the replacement character, as a UTF-8 decoder shows it.
+      out += "\\ufffd";
     }
   }
   out += '"';
@@ -89,12 +119,13 @@ void AppendRowJson(std::string& out, const ClustRecord& r, int64_t now) {
 }
 
 void AppendDatabaseJson(std::string& out, const char* name, const char* address, bool answers,
-                        ClustRecord* const* rows, int count, int64_t now) {
+                        bool read, ClustRecord* const* rows, int count, int64_t now) {
   out += "{\"database\":";
   AppendJsonString(out, name);
   out += ",\"address\":";
   AppendJsonString(out, address);
-  out += answers ? ",\"answers\":true,\"rows\":[" : ",\"answers\":false,\"rows\":[";
+  out += answers ? ",\"answers\":true" : ",\"answers\":false";
+  out += read ? ",\"read\":true,\"rows\":[" : ",\"read\":false,\"rows\":[";
   for (int i = 0; i < count; ++i) {
     if (i > 0) out += ',';
     out += '\n';

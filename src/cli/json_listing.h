@@ -10,12 +10,14 @@
 
 namespace qor {
 
-// Appends text as a JSON string: quotes, and escapes for '"', '\\' and every control character.
+// Appends text as a JSON string: quotes, and escapes for '"', '\\' and every control character;
+// a byte that is not part of well-formed UTF-8 becomes \ufffd.
 void AppendJsonString(std::string& out, const char* text);
 // Appends one row as a JSON object; age_seconds is now (seconds since the epoch) - updated_at.
 void AppendRowJson(std::string& out, const ClustRecord& r, int64_t now);
-// Appends {"database":NAME,"address":ADDR,"answers":BOOL,"rows":[...]} for count rows.
+// Appends {"database":NAME,"address":ADDR,"answers":BOOL,"read":BOOL,"rows":[...]} for count
+// rows: answers whether the server answered ping, read whether its rows could be read.
 void AppendDatabaseJson(std::string& out, const char* name, const char* address, bool answers,
-                        ClustRecord* const* rows, int count, int64_t now);
+                        bool read, ClustRecord* const* rows, int count, int64_t now);
 
 }  // namespace qor

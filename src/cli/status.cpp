@@ -86,22 +86,42 @@ int ShowTwoDatabases(int full) {
   return 0;
 }
 
+namespace {
+
+// The rows of server's database into ClustsOnMaster, through the pool ReadClusterList would take;
+// false when the query failed.
+bool ReadRows(const char* server, ActInfo* info) {
+  const int target = !(mpool != nullptr && cnf.clustmaster == server) && spool != nullptr &&
+                             cnf.clustslave == server
+                         ? 1
+                         : 0;
+  return GetClusterSql(server, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all", info, ClustsOnMaster,
+                       target) == kDbOk;
+}
+
+}  // namespace
+
 int ShowTwoDatabasesJson() {
   // A cluster that is not enabled has no databases to list: an empty list, so that a script
   // reading it needs no second format.
   const char* sides[2][2] = {{"master", cnf.clustmaster.c_str()},
                              {"slave", cnf.clustslave.c_str()}};
   std::string out = "{\"databases\":[";
+  bool unread = false;
   for (int i = 0; i < 2 && Cluster; ++i) {
     const bool answers = Ping(sides[i][1], 1, 3) == 0;
-    const int count = answers ? ReadClusterList(sides[i][1]) : 0;
+    ActInfo info;
+    const bool read = answers && ReadRows(sides[i][1], &info);
+    // A database that answers but whose rows cannot be read would list nobody, and a script
+    // would take that for a cluster where nobody is silent.
+    unread |= answers && !read;
     out += i == 0 ? "\n" : ",\n";
-    AppendDatabaseJson(out, sides[i][0], sides[i][1], answers, ClustsOnMaster, count,
-                       time(nullptr));
+    AppendDatabaseJson(out, sides[i][0], sides[i][1], answers, read, ClustsOnMaster,
+                       read ? info.count : 0, time(nullptr));
   }
   out += "]}";
   std::puts(out.c_str());
-  return 0;
+  return unread ? 1 : 0;
 }
 
 int ShowTarget() {

@@ -15,6 +15,7 @@
 #include "config/qorconf.h"
 #include "config/qorver.h"
 #include "membership/heartbeat.h"
+#include "membership/monitor_decision.h"
 #include "membership/nodedown.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
@@ -142,6 +143,9 @@ void RenderRows(const MetricsView& v, std::string& out) {
   PerRow(out, shown, "qorclustd_row_age_seconds",
          "Seconds since the server's row was last written, as last read.",
          [&](const ClustRecord& r) { return nowSec - r.updated_at; });
+  PerRow(out, shown, "qorclustd_row_last_change_timestamp_seconds",
+         "When this view last saw the server's row change, in seconds since the epoch.",
+         [](const ClustRecord& r) { return RowChangedAtSeconds(r); });
   // The detector's own verdict beside the age: its status write renews updated_at, so a server
   // taken for dead shows a young row again; the status keeps saying what became of it.
   PerRow(out, shown, "qorclustd_row_status", "The row's status: 100 active, 200 inactive, 300 old.",
@@ -149,6 +153,12 @@ void RenderRows(const MetricsView& v, std::string& out) {
   PerRow(out, shown, "qorclustd_row_template_syncstate",
          "The row's template state: 0 never pulled, 100 in step, 300 behind.",
          [](const ClustRecord& r) { return static_cast<int64_t>(r.tpl_syncstate); });
+}
+
+int64_t FailedTakeovers(const TakeoverTally& t) {
+  int64_t n = t.killed;
+  for (int status = 1; status < 256; ++status) n += t.endedWith[status];
+  return n;
 }
 
 void RenderWatch(const MetricsView& v, std::string& out) {
@@ -163,10 +173,15 @@ void RenderWatch(const MetricsView& v, std::string& out) {
   const TakeoverTally& t = *v.takeovers;
   Family(out, "qorclustd_takeovers_started_total", "counter", "Take-over scripts started.");
   Sample(out, "qorclustd_takeovers_started_total", {}, t.started);
+  // A counter that appears at 1 shows Prometheus no increase: the failures are counted in a
+  // series of their own that exists from the first cycle on.
+  Family(out, "qorclustd_takeovers_failed_total", "counter",
+         "Take-over scripts that ended with a status other than 0 or were killed.");
+  Sample(out, "qorclustd_takeovers_failed_total", {}, FailedTakeovers(t));
   Family(out, "qorclustd_takeovers_ended_total", "counter",
          "Take-over scripts ended, by exit status (killed: none reported).");
   for (int status = 0; status < 256; ++status) {
-    if (t.endedWith[status] == 0) continue;
+    if (status != 0 && t.endedWith[status] == 0) continue;
     FixedText<32> text;
     text.format("%d", status);
     Sample(out, "qorclustd_takeovers_ended_total", {{"status", text.c_str()}}, t.endedWith[status]);
@@ -208,10 +223,74 @@ bool WriteAll(int fd, const std::string& text) {
   return true;
 }
 
+// FNV-1a, over the values in the order given.
+struct Digest {
+  uint64_t h = 14695981039346656037ull;
+  void add(int64_t x) {
+    for (int i = 0; i < 8; ++i, x >>= 8) h = (h ^ static_cast<uint8_t>(x)) * 1099511628211ull;
+  }
+  void add(const char* s) {
+    for (; *s; ++s) h = (h ^ static_cast<uint8_t>(*s)) * 1099511628211ull;
+    add(int64_t{0});
+  }
+};
+
+bool Silent(const ClustRecord& r, int64_t nowSec) {
+  return nowSec - RowChangedAtSeconds(r) > kSilentSeconds;
+}
+
 }  // namespace
 
+int64_t RowChangedAtSeconds(const ClustRecord& r) {
+  return r.updated_at;
+}
+
+uint64_t AlertDigest(const MetricsView& v) {
+  Digest d;
+  d.add(v.role);
+  d.add(v.startMill);
+  for (const MetricsView::Db& db : v.db) {
+    d.add(db.up);
+    d.add(db.writes.lastOk);
+  }
+  for (const MetricsRows& read : v.reads) {
+    if (read.side != 0 && read.side != 1) continue;
+    if (!v.db[read.side].up) continue;
+    for (int i = 0; i < read.count && i < Maxcluster; ++i) {
+      const ClustRecord& r = *read.rows[i];
+      d.add(r.ipaddress.c_str());
+      d.add(r.hostname.c_str());
+      d.add(r.status);
+      d.add(r.tpl_syncstate);
+      d.add(Silent(r, v.nowMill / 1000));
+    }
+  }
+  if (v.detected != nullptr) {
+    for (int kind = 0; kind < kDetectedKinds; ++kind) d.add(v.detected[kind]);
+  }
+  if (v.takeovers != nullptr) {
+    d.add(v.takeovers->started);
+    d.add(v.takeovers->endedWith[0]);
+    d.add(FailedTakeovers(*v.takeovers));
+  }
+  d.add(v.takeoverRunningMs > 0);
+  d.add(v.takeoverRunningMs > kTakeoverReportMs);
+  d.add(static_cast<int64_t>(v.takeoversWaiting));
+  d.add(v.pull.startMill);
+  d.add(v.pull.ok);
+  return d.h;
+}
+
+bool MetricsDue(const MetricsView& v, const MetricsPace& last) {
+  int64_t since = v.nowMill - last.writtenMill;
+  return last.writtenMill < 0 || since < 0 || since >= kMetricsRefreshSeconds * 1000 ||
+         AlertDigest(v) != last.digest;
+}
+
 MetricsView CycleView(int64_t cycleMicros, int64_t cycles) {
+  static const int64_t startMill = getqortimemill();
   MetricsView v;
+  v.startMill = startMill;
   v.role = ClustRole;
   v.version = QorVersion.c_str();
   v.address = CurrentSvr.c_str();
@@ -240,6 +319,9 @@ void RenderMetrics(const MetricsView& v, std::string& out) {
   Family(out, "qorclustd_info", "gauge", "The daemon's role, version and own address.");
   Sample(out, "qorclustd_info",
          {{"role", RoleText(v.role)}, {"version", v.version}, {"address", v.address}}, 1);
+  Family(out, "qorclustd_start_time_seconds", "gauge",
+         "When this daemon ran its first cycle, in seconds since the epoch.");
+  Seconds(out, "qorclustd_start_time_seconds", {}, v.startMill / 1e3);
   Family(out, "qorclustd_last_cycle_timestamp_seconds", "gauge",
          "When this file was written, in seconds since the epoch.");
   Seconds(out, "qorclustd_last_cycle_timestamp_seconds", {}, v.nowMill / 1e3);
@@ -287,6 +369,8 @@ void RenderMetrics(const MetricsView& v, std::string& out) {
 void PublishMetrics(const MetricsView& v, const char* dir) {
   static std::string text;
   static bool openFailed = false, writeFailed = false, renameFailed = false;
+  static MetricsPace last;
+  if (!MetricsDue(v, last)) return;
   text.clear();
   RenderMetrics(v, text);
   FixedText<512> tmp, path;
@@ -309,6 +393,15 @@ void PublishMetrics(const MetricsView& v, const char* dir) {
   if (rename(tmp.c_str(), path.c_str()) != 0) {
     ReportOnce(renameFailed, "rename", path.c_str());
     unlink(tmp.c_str());
+    return;
+  }
+  last = {AlertDigest(v), v.nowMill};
+}
+
+void RemoveMetrics(const char* dir) {
+  FixedText<512> path;
+  for (const char* name : {"qorclustd.prom.tmp", "qorclustd.prom"}) {
+    if (path.format("%s/%s", dir, name)) unlink(path.c_str());
   }
 }
 

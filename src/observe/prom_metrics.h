@@ -14,8 +14,15 @@
 // each cycle by the open itself. Any other failure (read-only, full, not ours) leaves the old
 // file as it was and is logged once per kind for the life of the process, never per cycle.
 //
-// Cost: one render into a buffer kept from cycle to cycle, at most 2 x Maxcluster rows, then one
-// open, write, close and rename; no fsync, since a file lost to a crash is rewritten a cycle later.
+// Pace: the file is rewritten when something an alert reads has changed (a database, a write's
+// result, a row's status or template state, a row going silent, a count, a take-over starting,
+// ending or running long, a pull), and otherwise every kMetricsRefreshSeconds, which is what
+// qorclustd_last_cycle_timestamp_seconds then says. Prometheus scrapes every 15 s or more, so
+// nothing is lost by the slower pace, and a steady cycle renders and writes nothing.
+//
+// Cost of a write: one render into a buffer kept from cycle to cycle, at most 2 x Maxcluster rows,
+// then one open, write, close and rename; no fsync, since a file lost to a crash is rewritten at
+// the next write.
 #pragma once
 
 #include <cstddef>
@@ -44,6 +51,7 @@ struct MetricsView {
   const char* version = "";
   const char* address = "";  // this server's own
   int64_t nowMill = 0;       // wall clock, the rows' updated_at's clock
+  int64_t startMill = 0;     // when this process ran its first cycle
   int64_t cycleMicros = 0;
   int64_t cycles = 0;
   struct Db {
@@ -60,11 +68,31 @@ struct MetricsView {
   int64_t slowWorkMs = 0;  // how long the slow pass beside the cycle runs; 0 when none runs
 };
 
+constexpr int64_t kMetricsRefreshSeconds = 30;
+
+// When the view saw the row last change, in seconds since the epoch: what the silent-server alert
+// judges. Taken from the row's updated_at, which the detector's own status write renews too; the
+// status says then what became of the server.
+int64_t RowChangedAtSeconds(const ClustRecord& r);
+
+// What the last write of the file was made of.
+struct MetricsPace {
+  uint64_t digest = 0;
+  int64_t writtenMill = -1;  // never written
+};
+// The digest of what the alerts read in v (see Pace above).
+uint64_t AlertDigest(const MetricsView& v);
+// Whether v must be written now, after the write described by last.
+bool MetricsDue(const MetricsView& v, const MetricsPace& last);
+
 // The view of this process at the end of a cycle that took cycleMicros, the cycles-th one.
 MetricsView CycleView(int64_t cycleMicros, int64_t cycles);
 // Appends the view in the text format to out.
 void RenderMetrics(const MetricsView& v, std::string& out);
-// Renders the view and replaces dir/qorclustd.prom with it; see the top of this file.
+// When MetricsDue, renders the view and replaces dir/qorclustd.prom with it; see the top of this
+// file.
 void PublishMetrics(const MetricsView& v, const char* dir);
+// Removes dir/qorclustd.prom at a deliberate stop: a file left behind would say the daemon runs.
+void RemoveMetrics(const char* dir);
 
 }  // namespace qor

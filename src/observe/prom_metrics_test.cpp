@@ -56,6 +56,8 @@ TEST(PromMetrics, RendersWhatTheRoleKnows) {
   escaped.version = "4.1\"beta\\";
   escaped.reads[0] = {odd, 1, 0};
   escaped.reads[1] = {all, 4, 1};  // from a database that did not answer: an older cycle's
+  const TakeoverTally none;
+  escaped.takeovers = &none;
   const Case cases[] = {
       {.name = "member: writes and its pull, no rows, no detections",
        .v = member,
@@ -85,6 +87,9 @@ TEST(PromMetrics, RendersWhatTheRoleKnows) {
             "qorclustd_takeovers_started_total 4",
             "qorclustd_takeovers_ended_total{status=\"0\"} 2",
             "qorclustd_takeovers_ended_total{status=\"killed\"} 1",
+            "qorclustd_takeovers_failed_total 1",
+            "qorclustd_row_last_change_timestamp_seconds{database=\"master\",server=\"10.0.0.2\","
+            "hostname=\"s\"} 1700000010",
             "qorclustd_takeover_running_seconds 1.5", "qorclustd_takeovers_waiting 0"},
        .absent = {"qorclustd_rows{database=\"slave\"",
                   "qorclustd_detections_total{kind=\"Detected_2", "qorclustd_template_pull"}},
@@ -95,6 +100,7 @@ TEST(PromMetrics, RendersWhatTheRoleKnows) {
             "qorclustd_row_age_seconds{database=\"master\",server=\"10.0.0.5\","
             "hostname=\"we\\\"ird\\\\host\\n\"} 0",
             "qorclustd_detections_total{kind=\"Detected_4\"} 0",
+            "qorclustd_takeovers_failed_total 0", "qorclustd_takeovers_ended_total{status=\"0\"} 0",
             "qorclustd_template_pull_success 0"},
        .absent = {"kind=\"Detected_1\"", "database=\"slave\",status", "hostname=\"s\""}},
   };
@@ -107,6 +113,52 @@ TEST(PromMetrics, RendersWhatTheRoleKnows) {
     for (const std::string& part : c.absent) {
       EXPECT_EQ(text.find(part), std::string::npos) << c.name << ": " << part;
     }
+  }
+}
+
+// The file is rewritten when something an alert reads changes, and otherwise every 30 s.
+TEST(PromMetrics, WritesOnChangeOtherwiseAtItsPace) {
+  const int64_t now = 1700000040;
+  int64_t detected[kDetectedKinds] = {};
+  struct Case {
+    const char* name;
+    int64_t later, renewed;  // seconds after the last write; the row written that much later
+    void (*change)(MetricsView&, ClustRecord&, TakeoverTally&);
+    bool due;
+  };
+  const Case cases[] = {
+      {"a cycle later, the row renewed", 2, 2, [](MetricsView&, ClustRecord&, TakeoverTally&) {},
+       false},
+      {"29 s later, the row renewed", 29, 29, [](MetricsView&, ClustRecord&, TakeoverTally&) {},
+       false},
+      {"30 s later", 30, 30, [](MetricsView&, ClustRecord&, TakeoverTally&) {}, true},
+      {"a row silent 15 s", 14, 0, [](MetricsView&, ClustRecord&, TakeoverTally&) {}, false},
+      {"a row silent 16 s", 15, 0, [](MetricsView&, ClustRecord&, TakeoverTally&) {}, true},
+      {"a row marked", 2, 2, [](MetricsView&, ClustRecord& r, TakeoverTally&) { r.status = 200; },
+       true},
+      {"a take-over killed", 2, 2,
+       [](MetricsView&, ClustRecord&, TakeoverTally& t) { t.killed = 1; }, true},
+      {"a take-over past 5 minutes", 2, 2,
+       [](MetricsView& v, ClustRecord&, TakeoverTally&) { v.takeoverRunningMs = 300001; }, true},
+  };
+  for (const Case& c : cases) {
+    ClustRecord row = Row("m", "10.0.0.1", 100, now - 1);
+    const ClustRecord* read[] = {&row};
+    TakeoverTally tally;
+    MetricsView v{.role = kRoleMaster,
+                  .nowMill = now * 1000,
+                  .db = {{"10.0.0.1", true, {}}, {"10.0.0.2", true, {}}},
+                  .reads = {{read, 1, 0}},
+                  .detected = detected,
+                  .takeovers = &tally,
+                  .takeoverRunningMs = 1000,
+                  .pull = {}};
+    const MetricsPace written{AlertDigest(v), v.nowMill};
+    v.nowMill += c.later * 1000;
+    v.cycleMicros += 999;
+    row.updated_at += c.renewed;
+    c.change(v, row, tally);
+    EXPECT_EQ(MetricsDue(v, written), c.due) << c.name;
   }
 }
 

@@ -56,10 +56,12 @@ std::string JsonListing() {
            updated + ",\"qortimemill\":0,\"age_seconds\":AGE}";
   };
   return "{\"databases\":[\n{\"database\":\"master\",\"address\":\"127.0.0.1\",\"answers\":true,"
+         "\"read\":true,"
          "\"rows\":[\n" +
          row(1, "mhost", "127.0.0.1", "master", 100, "1672628645") + ",\n" +
          row(2, "node-a", "10.0.0.5", "member", 102, "1672628646") +
-         "]},\n{\"database\":\"slave\",\"address\":\"127.0.0.2\",\"answers\":true,\"rows\":[]}]}\n";
+         "]},\n{\"database\":\"slave\",\"address\":\"127.0.0.2\",\"answers\":true,\"read\":true,"
+         "\"rows\":[]}]}\n";
 }
 
 // Each row's age, once checked against the clock, becomes AGE, so that the listing compares whole.

@@ -1,20 +1,26 @@
 #!/usr/bin/env bash
-# The Debian package end to end: built from the tree with scripts/package.sh, installed with dpkg
-# into a root of its own, and the installed program run there. The root is an overlay of this
-# machine's root in a private mount namespace, dropped afterwards, so the machine is untouched;
-# fetching a fresh Debian root would need the network, which tests do not use.
+# The Debian package end to end, as a server goes through it: built from the tree with
+# scripts/package.sh (lintian included), then installed, upgraded from the previous build,
+# removed and purged with dpkg under a systemd of its own, in a container whose root is an overlay
+# of this machine's root in a private mount namespace, dropped afterwards, so the machine is
+# untouched; fetching a fresh Debian root would need the network, which tests do not use.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 deb=$(bash "$root/scripts/package.sh" "$work/build" | tail -n 1)
+# The previous build: the same files under a lower version, maintainer scripts included.
+dpkg-deb -R "$deb" "$work/prev"
+sed -i 's/^Version: .*/Version: 4.0.15/' "$work/prev/DEBIAN/control"
+dpkg-deb -b "$work/prev" "$work/prev.deb" >/dev/null
+cp "$root/db/schema.sql" "$work/schema.sql"
 
 # What it asks of a server: the libraries the binary links and the commands it runs, no more.
 depends=$(dpkg-deb -f "$deb" Depends | tr ',' '\n' | sed 's/(.*//; s/ //g' | sort | xargs)
-want="bash iputils-ping libc6 libgcc-s1 libmariadb3 libstdc++6 libsystemd0 libzdb11 openssh-client procps rsync"
+want="iproute2 iputils-ping libc6 libgcc-s1 libmariadb3 libstdc++6 libsystemd0 libzdb11 openssh-client procps rsync"
 [ "$depends" = "$want" ] || { echo "Depends: $depends (want $want)"; exit 1; }
 
-unshare -m --propagation private bash -s "$work" "$deb" <<'ROOT'
+unshare -m --propagation private bash -s "$work" "$deb" "$work/prev.deb" <<'ROOT'
 set -euo pipefail
 fail() { echo "$*"; exit 1; }
 mkdir -p "$1/o"
@@ -25,25 +31,10 @@ r=$1/o/root
 mount -t proc proc "$r/proc"
 mount --rbind /dev "$r/dev"
 cp "$2" "$r/qorclustd.deb"
-chroot "$r" dpkg -i /qorclustd.deb >/dev/null
-[ "$(chroot "$r" qorclustd -v)" = 4.0.16 ] || fail "qorclustd -v: $(chroot "$r" qorclustd -v)"
-[ "$(chroot "$r" qorclustd | head -n 1)" = "qorclustd 4.0.16 2022/10/03" ] || fail "no usage text"
-chroot "$r" dpkg -L qorclustd | grep -qx /usr/share/qorclustd/schema.sql || fail "no schema"
-chroot "$r" dpkg -L qorclustd | grep -qx /usr/share/qorclustd/qorclustd-alerts.yml || fail "no alert rules"
-chroot "$r" systemd-analyze verify qorclustd.service || fail "systemd finds fault with the unit"
-page=$(LANG=C MANWIDTH=500 chroot "$r" man -l /usr/share/man/man8/qorclustd.8.gz 2>"$1/man.err")
-[ ! -s "$1/man.err" ] || fail "man warns: $(cat "$1/man.err")"
-# The manual page names every word of the usage text: each alias after a "|" and each operand.
-set -f
-for w in $(chroot "$r" qorclustd | sed '1d; s/^.*qorclustd //; s/#.*//; s/ | /|/g; s/|/ -/g; s/[][]//g'); do
-  grep -qF -- "$w" <<<"$page" || fail "the manual page lacks $w"
-done
-set +f
-
+cp "$3" "$r/prev.deb"
 # The unit under a systemd of its own: this root booted in a container with a network of its own
 # and a member's configuration whose master's database is the container's MariaDB and whose slave
 # does not answer, so the daemon just cycles.
-umount -R "$r/dev" "$r/proc"
 mkdir -p "$r/var/www/html/qor"
 printf '%s\n' qor_cluster=1 qor_clustid=t qor_clustrole=member qor_clustmaster=127.0.0.2 \
   qor_clustslave=127.0.0.3 qor_netif=lo qor_dbpwd=pkgtest >"$r/var/www/html/qor/.qorconf"
@@ -51,7 +42,7 @@ printf '[mysqld]\nbind-address=127.0.0.2\n' >"$r/etc/mysql/mariadb.conf.d/99-mas
 systemd-nspawn -q -D "$r" --register=no --keep-unit --private-network --console=passive -b \
   </dev/null >/dev/null 2>&1 &
 nspawn=$!
-trap 'kill "$nspawn"; wait "$nspawn" || true' EXIT
+trap 'kill "$nspawn" 2>/dev/null || true; wait "$nspawn" || true' EXIT
 for _ in $(seq 100); do init=$(pgrep -x -P "$nspawn" systemd || true); [ -n "$init" ] && break; sleep 0.2; done
 inside() { nsenter -t "$init" -a "$@"; }
 state=
@@ -64,11 +55,34 @@ done
 # part; that is the machine's limit, not the unit's, and is reported as a skip.
 case $state in running | degraded) ;; *) echo "SKIP: no systemd container here ($state)"; exit 77 ;; esac
 inside mariadb -e "create database qor; grant all on qor.* to qordirect identified by 'pkgtest'" &&
-  inside mariadb qor <"$r/usr/share/qorclustd/schema.sql" || fail "no master database in the container"
+  inside mariadb qor <"$1/schema.sql" || fail "no master database in the container"
 daemons() { inside pgrep -x qorclustd | xargs; }
 main() { inside systemctl show -p MainPID --value qorclustd; }
 show() { inside systemctl show --timestamp=us+utc -p "$1" --value qorclustd; }
-inside systemctl start qorclustd || fail "systemctl start: $(inside systemctl status qorclustd)"
+prom=/var/lib/prometheus/node-exporter/qorclustd.prom
+SECONDS=0
+# Installed where the configuration says cluster: enabled and started by the package.
+inside dpkg -i /prev.deb >/dev/null || fail "dpkg -i of the previous build"
+inside systemctl is-enabled -q qorclustd && inside systemctl is-active -q qorclustd ||
+  fail "not enabled and started on install: $(inside systemctl status qorclustd)"
+[ "$(inside qorclustd -v)" = 4.0.16 ] || fail "qorclustd -v: $(inside qorclustd -v)"
+[ "$(inside qorclustd | head -n 1)" = "qorclustd 4.0.16 2022/10/03" ] || fail "no usage text"
+for f in schema.sql qorclustd-alerts.yml qorclustd-dashboard.json; do
+  inside test -s "/usr/share/qorclustd/$f" || fail "no /usr/share/qorclustd/$f"
+done
+page=$(LANG=C MANWIDTH=500 inside man -l /usr/share/man/man8/qorclustd.8.gz 2>"$1/man.err")
+[ ! -s "$1/man.err" ] || fail "man warns: $(cat "$1/man.err")"
+# The manual page names every word of the usage text: each alias after a "|" and each operand.
+set -f
+for w in $(inside qorclustd | sed '1d; s/^.*qorclustd //; s/#.*//; s/ | /|/g; s/|/ -/g; s/[][]//g'); do
+  grep -qF -- "$w" <<<"$page" || fail "the manual page lacks $w"
+done
+set +f
+# An upgrade restarts the running daemon onto the new program.
+old=$(main)
+inside dpkg -i /qorclustd.deb >/dev/null || fail "dpkg -i of the upgrade"
+[ "$(inside dpkg-query -W -f '${Version}' qorclustd)" = 4.0.16 ] && [ -n "$(daemons)" ] &&
+  [ "$(daemons)" = "$(main)" ] && [ "$(main)" != "$old" ] || fail "not restarted on upgrade: $(daemons)"
 # Active only after the first heartbeat: the row's insert time, taken as that heartbeat began,
 # precedes the unit's.
 wrote=$(inside mariadb -N qor -e 'select qortimemill from clusters')
@@ -95,12 +109,27 @@ SECONDS=0
 for _ in $(seq 60); do restarted && break; sleep 1; done
 restarted && [ "$SECONDS" -ge 30 ] && [ "$SECONDS" -le 55 ] ||
   { inside kill -CONT "$first"; fail "frozen daemon not restarted in 30 to 55 s: $SECONDS s, $(main)"; }
+# An OOM kill (SIGKILL) restarts it like any crash.
+first=$(main)
+inside kill -KILL "$first"
+for _ in $(seq 30); do restarted && break; sleep 1; done
+restarted || fail "not restarted after SIGKILL: $(daemons) (systemd's: $(main))"
+inside test -s $prom || fail "no metrics file while it runs"
+# A stop, by systemctl or by -stop, stays stopped and leaves no metrics file behind.
 inside systemctl stop qorclustd
 [ -z "$(daemons)" ] || fail "left running after systemctl stop: $(daemons)"
-# SIGKILL is the program's own stop: -stop ends it for good, not for a restart.
+inside test ! -e $prom || fail "metrics file left after systemctl stop"
 inside systemctl start qorclustd
 inside qorclustd -stop >/dev/null
 sleep 12
 [ -z "$(daemons)" ] || fail "restarted after qorclustd -stop: $(daemons)"
-echo "installed and ran: $(chroot "$r" dpkg -s qorclustd | grep -E '^(Version|Status)' | xargs)"
+inside test ! -e $prom || fail "metrics file left after qorclustd -stop"
+inside systemctl start qorclustd
+inside dpkg -r qorclustd >/dev/null
+[ -z "$(daemons)" ] || fail "left running after dpkg -r: $(daemons)"
+inside mkdir -p /var/lib/qorclustd
+inside touch $prom
+inside dpkg -P qorclustd >/dev/null
+inside test ! -e /var/lib/qorclustd -a ! -e $prom || fail "state or metrics left after dpkg -P"
+echo "installed, upgraded, stopped, removed and purged in $SECONDS s"
 ROOT
