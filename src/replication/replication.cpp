@@ -78,9 +78,10 @@ void RsyncLicWlistTpl() {
   }
   LastTemplatePull.ok = Pull(master, kTemplateTree, 2) && ok;
   // A pull that ran but failed is not detected: the start time is recorded all the same.
-  if (Ping(master, 1, 3) == 0) UpdateTplsyncSql(master, Clust.hostname.c_str(), now, kTplSynced);
+  const char* host = Clust.hostname.c_str();
+  if (Ping(master, 1, 3) == 0) UpdateTplsyncSql(Db::kMaster, host, now, kTplSynced);
   const char* slave = cnf.clustslave.c_str();
-  if (Ping(slave, 1, 3) == 0) UpdateTplsyncSql(slave, Clust.hostname.c_str(), now, kTplSynced);
+  if (Ping(slave, 1, 3) == 0) UpdateTplsyncSql(Db::kSlave, host, now, kTplSynced);
 }
 
 int ChownLicWlistTpl() {
