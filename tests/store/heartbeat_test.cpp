@@ -86,7 +86,6 @@ TEST_F(StoreHeartbeat, FailedContainerCountKeepsTheLastGoodOne) {
   Become("member");
   Put("master", {{host, "", "member"}});
   qor::Containers = 7;
-  qor::ContainersFailing = false;
   Sql("master", "rename table containers to containers_away;");
   for (int cycle = 0; cycle < 2; ++cycle) EXPECT_EQ(qor::UpdateMember(0), 0);
   Sql("master", "rename table containers_away to containers;");

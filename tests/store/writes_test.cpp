@@ -1,9 +1,9 @@
 // The row writes against the two real databases: which database each one reaches and which
 // columns of which rows it changes.
 #include <functional>
-#include <iterator>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "config/processors.h"
@@ -98,28 +98,15 @@ TEST_F(StoreWrites, WritesReachTheDatabaseTheyName) {
   using qor::Db;
   qor::cnf.clustsweep = 30;
   const std::string before = Seeded("o'b%") + Seeded("node-b") + Seeded("o'b%");
-  struct Write {
-    const char* op;
-    std::function<int(Db)> call;
-    std::string after;  // the named database's rows afterwards
-  } writes[] = {
-      {"status by id", [](Db db) { return qor::SetStatusClusterSql(db, 3, 100); },
+  // Each write, and the named database's rows after it.
+  std::vector<std::pair<std::function<int(Db)>, std::string>> writes = {
+      {[](Db db) { return qor::SetStatusClusterSql(db, 3, 100); },
        "o'b%\t100\t1111\t3333\t0\t1\t0.50\t0.25\t6\t0.10\t1.0\t1\n" + Seeded("node-b") +
            Seeded("o'b%")},
-      {"heartbeat update",
-       [](Db db) {
-         qor::ClustRecord rec{.id = 4, .status = 100};
-         qor::ClustRecord* records[] = {&rec};
-         return qor::UpdateClusterSql(db, records, 0, 0, 0);
-       },
-       Seeded("o'b%") + "node-b\t100\t1111\t3333\t0\t1\t0.00\t0.00\t0\t0.10\t1.0\t1\n" +
-           Seeded("o'b%")},
-      {"sweep", qor::SweepClustersql, ""},
-  };
-  std::vector<Write> all(std::begin(writes), std::end(writes));
+      {qor::SweepClustersql, ""}};
   for (const HostWrite& w : kHostWrites) {
-    all.push_back(
-        {"by host", [&w](Db db) { return w.call(db, "o'b%"); }, w.row + Seeded("node-b") + w.row});
+    writes.emplace_back([&w](Db db) { return w.call(db, "o'b%"); },
+                        w.row + Seeded("node-b") + w.row);
   }
   struct {
     Db named;
@@ -129,14 +116,13 @@ TEST_F(StoreWrites, WritesReachTheDatabaseTheyName) {
                {Db::kSlave, {}, "slave"},
                {Db::kMaster, {kMasterAddr}, ""},
                {Db::kSlave, {kSlaveAddr}, ""}};
-  for (const Write& w : all) {
+  for (const auto& [call, after] : writes) {
     for (const auto& c : cases) {
       Seed({"o'b%", "node-b", "o'b%"}, c.down);
-      EXPECT_EQ(w.call(c.named), *c.changed ? 0 : 500) << w.op << w.after;
+      EXPECT_EQ(call(c.named), *c.changed ? 0 : 500) << after;
       for (const char* side : {"master", "slave"}) {
-        EXPECT_EQ(Sql(side, kCols), side == std::string(c.changed) ? w.after : before)
-            << w.op << w.after << " named " << (c.named == Db::kMaster ? "master" : "slave") << ", "
-            << side << " reached";
+        EXPECT_EQ(Sql(side, kCols), side == std::string(c.changed) ? after : before)
+            << after << side << " reached, named " << (c.named == Db::kMaster ? "master" : "slave");
       }
     }
   }
