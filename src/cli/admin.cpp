@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "config/qorconf.h"
 #include "store/cluster_writes.h"
 
 namespace qor {
@@ -16,26 +15,26 @@ bool Confirmed() {
   return !std::strcmp(answer, "y\n") || !std::strcmp(answer, "Y\n");
 }
 
-int RunAdmin(AdminOp op, bool onMaster, const char* host) {
+int RunAdmin(AdminOp op, Db db, const char* host) {
   if (!Confirmed()) return 0;
-  const char* server = onMaster ? cnf.clustmaster.c_str() : cnf.clustslave.c_str();
+  const char* server = AddressOf(db);
   int rc = 0;
   switch (op) {
     case AdminOp::kRemove:
       std::printf("removing %s from %s...", host, server);
-      rc = RemoveClusterSvrsSql(server, host);
+      rc = RemoveClusterSvrsSql(db, host);
       break;
     case AdminOp::kRemoveAll:
       std::printf("removing all from %s...", server);
-      rc = RemoveClusterSvrsSql(server, "-all");
+      rc = RemoveClusterSvrsSql(db, "-all");
       break;
     case AdminOp::kSetOld:
       std::printf("set %s old on %s...", host, server);
-      rc = SetOldClusterSvrSql(server, host);
+      rc = SetOldClusterSvrSql(db, host);
       break;
     case AdminOp::kSetTplOld:
       std::printf("set %s tpl old on %s...", host, server);
-      rc = SetTplOldClusterSvrSql(server, host);
+      rc = SetTplOldClusterSvrSql(db, host);
       break;
   }
   std::puts(rc == 0 ? "OK" : "NG");

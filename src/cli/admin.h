@@ -1,6 +1,8 @@
 // The row-removal and ageing commands: each asks for confirmation, then runs one store write on
-// the master's or the slave's address and reports "OK" or "NG".
+// the master's or the slave's database, names it by its address, and reports "OK" or "NG".
 #pragma once
+
+#include "store/pools.h"
 
 namespace qor {
 
@@ -11,8 +13,8 @@ enum class AdminOp { kRemove, kRemoveAll, kSetOld, kSetTplOld };
 // exactly "y" or "Y" ended by its newline.
 bool Confirmed();
 
-// host is the operand (ignored by kRemoveAll); onMaster picks the master's or the slave's address.
-// Exit status: 0 declined or OK, 1 NG.
-int RunAdmin(AdminOp op, bool onMaster, const char* host);
+// host is the operand (ignored by kRemoveAll); db is the database changed, and no other: NG when
+// it does not answer. Exit status: 0 declined or OK, 1 NG.
+int RunAdmin(AdminOp op, Db db, const char* host);
 
 }  // namespace qor

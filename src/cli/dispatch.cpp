@@ -76,14 +76,14 @@ int CountCommand(const CommandArgs&) {
 
 // Without a host operand a row command has nothing to act on, so the usage text is printed and
 // no database is reached.
-template <AdminOp op, bool onMaster>
+template <AdminOp op, Db db>
 int Admin(const CommandArgs& a) {
   const char* host = op == AdminOp::kRemoveAll ? "-all" : a.line.host;
   if (host == nullptr) {
     Usage();
     return 0;
   }
-  return RunAdmin(op, onMaster, host);
+  return RunAdmin(op, db, host);
 }
 
 template <int mode>
@@ -193,14 +193,14 @@ const Command kCommands[] = {
     {"-ping", PingCommand},
     {"-timesec", TimeSec},
     {"-timemill", TimeMill},
-    {"-rm_from_master", Admin<AdminOp::kRemove, true>},
-    {"-rm_from_slave", Admin<AdminOp::kRemove, false>},
-    {"-rm_all_from_master", Admin<AdminOp::kRemoveAll, true>},
-    {"-rm_all_from_slave", Admin<AdminOp::kRemoveAll, false>},
-    {"-set_old_on_master", Admin<AdminOp::kSetOld, true>},
-    {"-set_old_on_slave", Admin<AdminOp::kSetOld, false>},
-    {"-set_tplold_on_master", Admin<AdminOp::kSetTplOld, true>},
-    {"-set_tplold_on_slave", Admin<AdminOp::kSetTplOld, false>},
+    {"-rm_from_master", Admin<AdminOp::kRemove, Db::kMaster>},
+    {"-rm_from_slave", Admin<AdminOp::kRemove, Db::kSlave>},
+    {"-rm_all_from_master", Admin<AdminOp::kRemoveAll, Db::kMaster>},
+    {"-rm_all_from_slave", Admin<AdminOp::kRemoveAll, Db::kSlave>},
+    {"-set_old_on_master", Admin<AdminOp::kSetOld, Db::kMaster>},
+    {"-set_old_on_slave", Admin<AdminOp::kSetOld, Db::kSlave>},
+    {"-set_tplold_on_master", Admin<AdminOp::kSetTplOld, Db::kMaster>},
+    {"-set_tplold_on_slave", Admin<AdminOp::kSetTplOld, Db::kSlave>},
     {"-start", Start},
     {"-start_boot", StartBoot},
     {"-start_nocheck", StartNocheck},

@@ -31,7 +31,7 @@ int DeleteNullSql(const char* server) {
   Trace("_xdeletenullsql(1):dbsvr=%s\n", server);
   const char* sql = "delete from containers where containerid='';";
   Trace("_xdeletenullsql(2):%s\n", sql);
-  return ExecuteFor(PoolByAddress(server), sql, "deletenullsql", "delete", server);
+  return ExecuteFor(PoolOfAddress(server), sql, "deletenullsql", "delete", server);
 }
 
 int DeleteLumoBRSql(const char* server, int target) {
@@ -42,7 +42,7 @@ int DeleteLumoBRSql(const char* server, int target) {
       "organizationname=NULL where (containername like 'lumobr_%%' or containername like "
       "'lumodt_%%') and date_add(updated_at, INTERVAL 5 MINUTE) <= now();";
   Trace("_xdeletelumobrsql(2):%s\n", sql);
-  QzPool* pool = !Cluster || target == 0 ? mpool : target == 1 ? spool : nullptr;
+  QzPool* pool = target == 0 ? PoolOf(Db::kMaster) : target == 1 ? PoolOf(Db::kSlave) : nullptr;
   return ExecuteFor(pool, sql, "deletelumobrsql", "delete", server);
 }
 

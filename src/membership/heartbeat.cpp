@@ -48,7 +48,7 @@ void FillOwnRecord(const char* containersOf) {
   getifaddress(Clust.ipaddress, cnf.netif.c_str());
   Clust.clusterid.set(cnf.clustid);
   Clust.role.set(cnf.clustrole);
-  Containers = getcontainers(containersOf);
+  CountContainers(containersOf);
   Clust.containers = Containers;
   GetCpuData();
   GetQorconf();
@@ -89,11 +89,11 @@ bool GuardInsert(const char* op, int step) {
   return false;
 }
 
-int InsertOwnRow(const char* op, int step, const char* db, int target, int status, int traced) {
+int InsertOwnRow(const char* op, int step, Db db, int status, int traced) {
   if (!GuardInsert(op, step)) return kHeartbeatStopped;
-  Trace("_x%s(%d): insert into %s with status=%d ...\n", op, step + 1, db, traced);
+  Trace("_x%s(%d): insert into %s with status=%d ...\n", op, step + 1, AddressOf(db), traced);
   Clust.status = status;
-  InsertClusterSql(db, Timemill, target, Clust);
+  InsertClusterSql(db, Timemill, Clust);
   return kHeartbeatDone;
 }
 

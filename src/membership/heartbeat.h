@@ -5,6 +5,7 @@
 #pragma once
 
 #include "store/clust_record.h"
+#include "store/pools.h"
 
 namespace qor {
 
@@ -34,10 +35,10 @@ void FillOwnRecord(const char* containersOf);
 // The row guard of every insert branch: false, after the branch's error line
 // "<op>(<step>): not insert because clustcount=%d is over!", when the table is full.
 bool GuardInsert(const char* op, int step);
-// The insert branch: behind the row guard of step, this node's row with status goes into db's
-// database (target 0 the master's, 1 the slave's); the trace line of step + 1 shows traced, the
-// status as that branch had it before. kHeartbeatDone, or kHeartbeatStopped by the guard.
-int InsertOwnRow(const char* op, int step, const char* db, int target, int status, int traced);
+// The insert branch: behind the row guard of step, this node's row with status goes into db; the
+// trace line of step + 1 shows traced, the status as that branch had it before. kHeartbeatDone,
+// or kHeartbeatStopped by the guard.
+int InsertOwnRow(const char* op, int step, Db db, int status, int traced);
 
 // What tells the three heartbeats apart at their start: the name their lines carry
 // ("updatemaster"), the role they serve, its name in the two spellings of the role error, and

@@ -41,7 +41,7 @@ void LogMasterNote(MasterNote note, const ClustRecord& Mm, const ClustRecord& Ms
 // The master's database holds the master's and the slave's rows: the slave's database decides
 // with it when its server answers.
 int WritePair(int full) {
-  const char* master = cnf.clustmaster.c_str();
+  const Db own = ReadDb(mactinfo, Db::kMaster);
   const char* slave = cnf.clustslave.c_str();
   ClustRecord& Mm = *ClustsOnMaster[0];
   const ClustRecord& Ms = *ClustsOnMaster[1];
@@ -63,18 +63,18 @@ int WritePair(int full) {
         LogError("updatemaster(16) %d master rows found on %s, left unchanged there",
                  sactinfo.count, slave);
       }
-      UpdateClusterSql(master, ClustsOnMaster, 0, d.withlastwrite, full, 0);
+      UpdateClusterSql(own, ClustsOnMaster, 0, d.withlastwrite, full);
       return kHeartbeatDone;
     case MasterAction::kWriteBoth:
-      UpdateClusterSql(master, ClustsOnMaster, 0, d.withlastwrite, full, 0);
+      UpdateClusterSql(own, ClustsOnMaster, 0, d.withlastwrite, full);
       Mm.id = Sm->id;
-      UpdateClusterSql(slave, ClustsOnMaster, 0, d.withlastwrite, full, 1);
+      UpdateClusterSql(Db::kSlave, ClustsOnMaster, 0, d.withlastwrite, full);
       return kHeartbeatDone;
     case MasterAction::kInsertIntoSlave:
-      if (InsertOwnRow("updatemaster", 8, slave, 1, Mm.status, Mm.status) != kHeartbeatDone) {
+      if (InsertOwnRow("updatemaster", 8, Db::kSlave, Mm.status, Mm.status) != kHeartbeatDone) {
         return kHeartbeatStopped;
       }
-      UpdateClusterSql(master, ClustsOnMaster, 0, d.withlastwrite, full, 0);
+      UpdateClusterSql(own, ClustsOnMaster, 0, d.withlastwrite, full);
       return kHeartbeatDone;
   }
   return kHeartbeatDone;
@@ -91,7 +91,7 @@ int KeepAliveOnSlave(int full) {
   if (sactinfo.count != 1) return kHeartbeatStopped;
   LogNotice("updatemaster(17) own database failed, row kept on %s", slave);
   CopyOwnValues(*ClustsOnSlave[0], Clust, Containers);
-  UpdateClusterSql(slave, ClustsOnSlave, 0, 0, full, 1);
+  UpdateClusterSql(Db::kSlave, ClustsOnSlave, 0, 0, full);
   return kHeartbeatDone;
 }
 
@@ -108,18 +108,19 @@ int UpdateMaster(int full) {
                            &mactinfo, ClustsOnMaster, 0);
   Trace("_xupdatemaster(4): mactinfo.count=%d\n", mactinfo.count);
   if (read != kDbOk && mpool != nullptr) return KeepAliveOnSlave(full);
+  const Db own = ReadDb(mactinfo, Db::kMaster);
   switch (ClassifyPair(mactinfo.count, *ClustsOnMaster[0], "master")) {
     case PairRows::kBoth:
       return WritePair(full);
     case PairRows::kOwnOnly:
       // Without the slave's row there is nothing to judge against: no read of the slave's side.
       CopyOwnValues(*ClustsOnMaster[0], Clust, Containers);
-      UpdateClusterSql(master, ClustsOnMaster, 0, 0, full, 0);
+      UpdateClusterSql(own, ClustsOnMaster, 0, 0, full);
       return kHeartbeatDone;
     case PairRows::kOtherOnly:
-      return InsertOwnRow("updatemaster", 11, master, 0, kStatusActive, kStatusActive);
+      return InsertOwnRow("updatemaster", 11, own, kStatusActive, kStatusActive);
     case PairRows::kNeither:
-      return InsertOwnRow("updatemaster", 13, master, 0, kStatusActive, kStatusActive);
+      return InsertOwnRow("updatemaster", 13, own, kStatusActive, kStatusActive);
   }
   return kHeartbeatDone;
 }

@@ -40,13 +40,14 @@ int WriteOnMaster(int full, bool* written) {
       row.status = d.status;
       if (d.tplsync) Tplsync = 1;
       Trace("_xupdatemember(5): clustonmaster[0]->status=%d updating...\n", row.status);
-      UpdateClusterSql(master, ClustsOnMaster, 0, 0, full, 0);
+      UpdateClusterSql(ReadDb(mactinfo, Db::kMaster), ClustsOnMaster, 0, 0, full);
       *written = true;
       return kHeartbeatDone;
     }
     case OneRow::kMissing:
       if (!read) return kHeartbeatDone;
-      return InsertOwnRow("updatemember", 6, master, 0, kStatusActive, kStatusActive);
+      return InsertOwnRow("updatemember", 6, ReadDb(mactinfo, Db::kMaster), kStatusActive,
+                          kStatusActive);
     case OneRow::kDuplicates:
       std::printf("Multiple %s found at CheckCluster on Master\n", host);
       LogError("updatemember(8) multiple %s found on Master\n", host);
@@ -80,12 +81,12 @@ int WriteOnSlave(int full, bool writtenOnMaster) {
         S.tpl_syncstate = M->tpl_syncstate;
       }
       Trace("_xupdatemember(9): clustonslave[0]->status=%d updating...\n", S.status);
-      UpdateClusterSql(slave, ClustsOnSlave, 0, 0, full, 1);
+      UpdateClusterSql(Db::kSlave, ClustsOnSlave, 0, 0, full);
       return kHeartbeatDone;
     }
     case OneRow::kMissing:
       if (!read) return kHeartbeatDone;
-      return InsertOwnRow("updatemember", 10, slave, 1, kStatusActive, kStatusActive);
+      return InsertOwnRow("updatemember", 10, Db::kSlave, kStatusActive, kStatusActive);
     case OneRow::kDuplicates:
       std::printf("Multiple %s found on Slave\n", host);
       LogError("updatemember(12) multiple %s found on slave\n", host);

@@ -84,7 +84,7 @@ int LumoBRContainerRepaireSql(const char* source, const char* destination) {
     return kDbQueryFailed;
   }
   Trace("_xlumobrcontainerrepairesql(2):%s\n", sql.c_str());
-  return ExecuteFor(PoolByAddress(destination), sql.c_str(), "xlumobrcontainerrepairesql", "update",
+  return ExecuteFor(PoolOfAddress(destination), sql.c_str(), "xlumobrcontainerrepairesql", "update",
                     destination);
 }
 
@@ -96,10 +96,10 @@ void SweepCluster() {
     const char* master = cnf.clustmaster.c_str();
     GetClusterSql(master, user, pwd, "-active_all_master_slave", &sweepinfo, ClustsTemp, 0);
     if (sweepinfo.count == 2) {
-      SweepClustersql(master);
-      if (Ping(cnf.clustslave.c_str(), 1, 3) == 0) SweepClustersql(cnf.clustslave.c_str());
+      SweepClustersql(Db::kMaster);
+      if (Ping(cnf.clustslave.c_str(), 1, 3) == 0) SweepClustersql(Db::kSlave);
     } else if (sweepinfo.count == 1) {
-      SweepClustersql(master);
+      SweepClustersql(Db::kMaster);
     } else {
       LogError("sweepcluster getclusterssql error sweepinfo.count %d.", sweepinfo.count);
     }
@@ -107,7 +107,7 @@ void SweepCluster() {
     // With both active the master sweeps; the slave sweeps only what its own database sees alone.
     const char* slave = cnf.clustslave.c_str();
     GetClusterSql(slave, user, pwd, "-active_all_master_slave", &sweepinfo, ClustsTemp, 1);
-    if (sweepinfo.count == 1) SweepClustersql(slave);
+    if (sweepinfo.count == 1) SweepClustersql(Db::kSlave);
   }
 }
 

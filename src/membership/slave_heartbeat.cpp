@@ -52,17 +52,17 @@ int WritePairOnMaster(int full) {
   if (d.tplsync) Tplsync = 1;
   if (d.noteReactivated) LogNotice("updateslave(5) status=%d", Ms.status);
   Ms.status = d.status;
-  UpdateClusterSql(MasterAddr(), ClustsOnMaster, 1, 0, full, 0);
+  UpdateClusterSql(ReadDb(mactinfo, Db::kMaster), ClustsOnMaster, 1, 0, full);
   OneRow onSlave = ReadOwnRowOnSlave();
   if (onSlave == OneRow::kDuplicates) return kHeartbeatStopped;
   if (onSlave == OneRow::kFound) {
     const ClustRecord& Ss = *ClustsOnSlave[0];
     int withlastwrite = LastWriteDiffers(Ms, Ss);
     Ms.id = Ss.id;
-    UpdateClusterSql(SlaveAddr(), ClustsOnMaster, 1, withlastwrite, full, 1);
+    UpdateClusterSql(Db::kSlave, ClustsOnMaster, 1, withlastwrite, full);
     return kHeartbeatDone;
   }
-  return InsertOwnRow("updateslave", 6, SlaveAddr(), 1, Ms.status, Ms.status);
+  return InsertOwnRow("updateslave", 6, Db::kSlave, Ms.status, Ms.status);
 }
 
 // The master's database holds only the slave's row.
@@ -70,15 +70,15 @@ int WriteOwnOnlyOnMaster(int full) {
   ClustRecord& row = *ClustsOnMaster[0];
   CopyOwnValues(row, Clust, Containers);
   row.status = Reactivated(row.status);
-  UpdateClusterSql(MasterAddr(), ClustsOnMaster, 0, 1, full, 0);
+  UpdateClusterSql(ReadDb(mactinfo, Db::kMaster), ClustsOnMaster, 0, 1, full);
   OneRow onSlave = ReadOwnRowOnSlave();
   if (onSlave == OneRow::kDuplicates) return kHeartbeatStopped;
   if (onSlave == OneRow::kFound) {
     row.id = ClustsOnSlave[0]->id;
-    UpdateClusterSql(SlaveAddr(), ClustsOnMaster, 0, 0, full, 1);
+    UpdateClusterSql(Db::kSlave, ClustsOnMaster, 0, 0, full);
     return kHeartbeatDone;
   }
-  return InsertOwnRow("updateslave", 8, SlaveAddr(), 1, kStatusActive, Clust.status);
+  return InsertOwnRow("updateslave", 8, Db::kSlave, kStatusActive, Clust.status);
 }
 
 int WriteWithMaster(int full) {
@@ -94,14 +94,15 @@ int WriteWithMaster(int full) {
       return WriteOwnOnlyOnMaster(full);
     case PairRows::kOtherOnly:
       // The slave's database is not read first: the master's side alone says the row is new.
-      if (InsertOwnRow("updateslave", 10, MasterAddr(), 0, kStatusActive, Clust.status) !=
-          kHeartbeatDone) {
+      if (InsertOwnRow("updateslave", 10, ReadDb(mactinfo, Db::kMaster), kStatusActive,
+                       Clust.status) != kHeartbeatDone) {
         return kHeartbeatStopped;
       }
-      InsertClusterSql(SlaveAddr(), Timemill, 1, Clust);
+      InsertClusterSql(Db::kSlave, Timemill, Clust);
       return kHeartbeatDone;
     case PairRows::kNeither:
-      return InsertOwnRow("updateslave", 12, MasterAddr(), 0, kStatusActive, Clust.status);
+      return InsertOwnRow("updateslave", 12, ReadDb(mactinfo, Db::kMaster), kStatusActive,
+                          Clust.status);
   }
   return kHeartbeatDone;
 }
@@ -132,7 +133,7 @@ void WriteAlone(int index, const ClustRecord* Sm, int full) {
   }
   Ss.status = d.status;
   Ss.last_writemill = d.last_writemill;
-  UpdateClusterSql(SlaveAddr(), ClustsOnSlave, index, d.withlastwrite, full, 1);
+  UpdateClusterSql(Db::kSlave, ClustsOnSlave, index, d.withlastwrite, full);
 }
 
 int WriteWithoutMaster(int full) {
@@ -155,7 +156,7 @@ int WriteWithoutMaster(int full) {
       break;
   }
   Clust.status = kStatusActive;
-  InsertClusterSql(SlaveAddr(), Timemill, 1, Clust);
+  InsertClusterSql(Db::kSlave, Timemill, Clust);
   return kHeartbeatDone;
 }
 

@@ -11,8 +11,9 @@
 namespace qor {
 
 int Containers = 0;
+bool ContainersFailing = false;
 
-int getcontainers(const char* host) {
+int getcontainers(const char* host, int* count) {
   SqlQuoted h(host);
   SqlText sql;
   if (!h.ok() ||
@@ -27,18 +28,30 @@ int getcontainers(const char* host) {
     LogError("getcontainers db connection error");
     return kDbNoConnection;
   }
-  int count = 0;
+  int counted = 0;
   bool found = false;
   int rc = conn.Query(sql.c_str(), [&](int ncols, const char* const* v) {
     if (found || ncols < 1 || v[0] == nullptr || v[0][0] == '\0') return;
-    count = std::atoi(v[0]);
+    counted = std::atoi(v[0]);
     found = true;
   });
   if (rc != kDbOk) {
     LogError("getcontainersdb db query error");
     return kDbQueryFailed;
   }
-  return count;
+  *count = counted;
+  return kDbOk;
+}
+
+int CountContainers(const char* host) {
+  // A failure is no count: stored as one it would make the server look full (or empty) to the
+  // target choice. One line per run of failures, as a database down fails every cycle.
+  int rc = getcontainers(host, &Containers);
+  if (rc != kDbOk && !ContainersFailing) {
+    LogError("getcontainers failed (%d), containers kept at %d", rc, Containers);
+  }
+  ContainersFailing = rc != kDbOk;
+  return rc;
 }
 
 int GetLumoContainerSql() {

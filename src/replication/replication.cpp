@@ -100,10 +100,11 @@ TemplatePull RsyncLicWlistTpl(TplRecord& record) {
   pull.ok = Pull(master, kTemplateTree, 2) && ok;
   if (pull.ok) record = {now, {false, false}};
   const char* addresses[2] = {master, cnf.clustslave.c_str()};
+  const Db dbs[2] = {Db::kMaster, Db::kSlave};
   for (int side = 0; side < 2; ++side) {
     if (record.syncmill == 0 || record.written[side] || Ping(addresses[side], 1, 3) != 0) continue;
-    record.written[side] = UpdateTplsyncSql(addresses[side], Clust.hostname.c_str(),
-                                            record.syncmill, kTplSynced) == kDbOk;
+    record.written[side] =
+        UpdateTplsyncSql(dbs[side], Clust.hostname.c_str(), record.syncmill, kTplSynced) == kDbOk;
   }
   return pull;
 }

@@ -192,6 +192,10 @@ int GetClusterSql(const char* dbsvr, const char* dbuser, const char* /*dbpwd*/, 
   return kDbOk;
 }
 
+Db ReadDb(const ActInfo& info, Db named) {
+  return info.side == 0 ? Db::kMaster : info.side == 1 ? Db::kSlave : named;
+}
+
 int strext(char* out, size_t size, const char* src, int start, int len) {
   if (start < 0 || len < 0 || static_cast<size_t>(len) > std::strlen(src)) return 1;
   size_t srclen = std::strlen(src);

@@ -5,6 +5,7 @@
 
 #include "base/fixed_text.h"
 #include "store/clust_record.h"
+#include "store/pools.h"
 #include "store/sql_text.h"
 
 namespace qor {
@@ -24,6 +25,10 @@ void FillClustRecord(ClustRecord& rec, int ncols, const char* const* values, Act
 // master's pool (slave's if absent), 1: slave's only; others do nothing (cluster mode).
 int GetClusterSql(const char* dbsvr, const char* dbuser, const char* dbpwd, const char* cond,
                   ActInfo* info, ClustRecord** records, int target);
+
+// The database whose rows info counts, which is the one their ids belong to; named when the read
+// reached none. A write back by id names it, so that the row read is the row written.
+Db ReadDb(const ActInfo& info, Db named);
 
 // Copies at most len characters of src from start on into out (size bytes): 0, or 1 without
 // copying when start or len is negative or len exceeds the length of src.

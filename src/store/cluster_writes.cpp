@@ -19,30 +19,19 @@ long AsLong(int64_t v) {
   return static_cast<long>(v);
 }
 
-// Runs one write on a live connection of pool, logging stmtErr when the statement fails; false
-// when the pool gave no live connection (nothing was run).
-bool TryWrite(QzPool* pool, const char* sql, const char* stmtErr) {
-  DbConn conn(pool);
-  if (!conn.usable()) return false;
-  if (!conn.Execute(sql)) LogError("%s", stmtErr);
-  return true;
-}
-
-void NoteOwnRowWrite(int side, bool ok, int64_t sinceMicros) {
-  OwnRowWrites& w = HeartbeatWrites[side == 0 ? 0 : 1];
+void NoteOwnRowWrite(Db db, bool ok, int64_t sinceMicros) {
+  OwnRowWrites& w = HeartbeatWrites[db == Db::kMaster ? 0 : 1];
   w.lastOk = ok;
   w.lastMicros = MonotonicMicros() - sinceMicros;
   ++(ok ? w.ok : w.failed);
 }
 
-// ExecuteOn for this node's own row, noting the write for the database it went to (the target's
-// when no pool serves it).
-int WriteOwnRow(int target, const char* sql, const char* connErr, const char* stmtErr) {
+// ExecuteOn for this node's own row, noting the write for db.
+int WriteOwnRow(Db db, const char* sql, const char* connErr, const char* stmtErr) {
   int64_t since = MonotonicMicros();
-  QzPool* pool = PoolByTarget(target);
   bool accepted = false;
-  int rc = ExecuteOn(pool, sql, connErr, stmtErr, &accepted);
-  NoteOwnRowWrite(pool ? SideOf(pool) : target, accepted, since);
+  int rc = ExecuteOn(PoolOf(db), sql, connErr, stmtErr, &accepted);
+  NoteOwnRowWrite(db, accepted, since);
   return rc;
 }
 
@@ -149,47 +138,45 @@ bool SweepStatement(SqlText& sql, int minutes) {
          sql.format("delete from clusters %s", where.c_str());
 }
 
-int InsertClusterSql(const char* dbsvr, int64_t mill, int target, ClustRecord rec) {
+int InsertClusterSql(Db db, int64_t mill, ClustRecord rec) {
   rec.role_id = RoleIdOf(rec.role.c_str());
   SqlText sql;
   if (!InsertStatement(sql, rec, mill)) {
-    NoteOwnRowWrite(target, false, MonotonicMicros());
+    NoteOwnRowWrite(db, false, MonotonicMicros());
     return Refuse("insertclustersql", rec.hostname.c_str());
   }
-  (void)dbsvr;
   Trace("_xinsertclustersql: sql=\n%s\n", sql.c_str());
-  return WriteOwnRow(target, sql.c_str(), "insertclustersql db connection error",
+  return WriteOwnRow(db, sql.c_str(), "insertclustersql db connection error",
                      "insertclustersql db insert error");
 }
 
-int UpdateClusterSql(const char* dbsvr, ClustRecord** records, int index, int withlastwrite,
-                     int full, int target) {
+int UpdateClusterSql(Db db, ClustRecord** records, int index, int withlastwrite, int full) {
   ClustRecord& rec = *records[index];
   rec.role_id = RoleIdOf(rec.role.c_str());
-  Trace("_xupdateclustersql(1): dbsvr=%s cnf.dbuser=%s cnf.cldbname=%s\n", dbsvr,
+  Trace("_xupdateclustersql(1): dbsvr=%s cnf.dbuser=%s cnf.cldbname=%s\n", AddressOf(db),
         cnf.dbuser.c_str(), cnf.cldbname.c_str());
   SqlText sql;
   if (!UpdateStatement(sql, rec, withlastwrite, full)) {
-    NoteOwnRowWrite(target, false, MonotonicMicros());
+    NoteOwnRowWrite(db, false, MonotonicMicros());
     return Refuse("updateclustersql", rec.hostname.c_str());
   }
   Trace("_xupdateclustersql(2): sql=\n%s\n", sql.c_str());
-  return WriteOwnRow(target, sql.c_str(), "updateclustersql db connection error",
+  return WriteOwnRow(db, sql.c_str(), "updateclustersql db connection error",
                      "updateclustersql db update error");
 }
 
-int SetStatusClusterSql(const char* dbsvr, int id, int status) {
-  Trace("_xsetstatussql(1) dbsvr=%s cnf.dbuser=%s cnf.cldbname=%s\n", dbsvr, cnf.dbuser.c_str(),
-        cnf.cldbname.c_str());
+int SetStatusClusterSql(Db db, int id, int status) {
+  Trace("_xsetstatussql(1) dbsvr=%s cnf.dbuser=%s cnf.cldbname=%s\n", AddressOf(db),
+        cnf.dbuser.c_str(), cnf.cldbname.c_str());
   SqlText sql;
   sql.format("update clusters set updated_at = now(), status = '%d' where id = '%d';", status, id);
   Trace("_xsetstatussql(2): sql=\n%s\n", sql.c_str());
-  return ExecuteOn(PoolByAddress(dbsvr), sql.c_str(), "setstatusclustersql db connection error",
+  return ExecuteOn(PoolOf(db), sql.c_str(), "setstatusclustersql db connection error",
                    "setstatusclustersql db update error");
 }
 
-int SetOldClusterSvrSql(const char* dbsvr, const char* host) {
-  Trace("_xsetoldclustersvrsql(1) dbsvr=%s host=%s\n", dbsvr, host);
+int SetOldClusterSvrSql(Db db, const char* host) {
+  Trace("_xsetoldclustersvrsql(1) dbsvr=%s host=%s\n", AddressOf(db), host);
   SqlQuoted h(host);
   SqlText sql;
   if (!h.ok() || !sql.format("update clusters set updated_at=now(), status = '%d', last_writemill "
@@ -198,12 +185,12 @@ int SetOldClusterSvrSql(const char* dbsvr, const char* host) {
     return Refuse("setoldclustersvrsql", host);
   }
   Trace("_xsetoldclustersvrsql(2): sql=\n%s\n", sql.c_str());
-  return ExecuteOn(FirstOpenPool(), sql.c_str(), "setoldclustersvrsql db connection error",
+  return ExecuteOn(PoolOf(db), sql.c_str(), "setoldclustersvrsql db connection error",
                    "setoldclustersvrsql db update error");
 }
 
-int SetTplOldClusterSvrSql(const char* dbsvr, const char* host) {
-  Trace("_xsettploldclustersvrsql(1) dbsvr=%s host=%s\n", dbsvr, host);
+int SetTplOldClusterSvrSql(Db db, const char* host) {
+  Trace("_xsettploldclustersvrsql(1) dbsvr=%s host=%s\n", AddressOf(db), host);
   SqlQuoted h(host);
   SqlText sql;
   if (!h.ok() || !sql.format("update clusters set updated_at=now(), tpl_syncstate = '%d', "
@@ -212,12 +199,12 @@ int SetTplOldClusterSvrSql(const char* dbsvr, const char* host) {
     return Refuse("settploldclustersvrsql", host);
   }
   Trace("_xsettploldclustersvrsql(2): sql=\n%s\n", sql.c_str());
-  return ExecuteOn(FirstOpenPool(), sql.c_str(), "settploldclustersvrsql db connection error",
+  return ExecuteOn(PoolOf(db), sql.c_str(), "settploldclustersvrsql db connection error",
                    "settploldclustersvrsql db update error");
 }
 
-int UpdateTplsyncSql(const char* dbsvr, const char* host, int64_t syncmill, int state) {
-  Trace("_xupdatetplsyncsql(1) dbsvr=%s host=%s\n", dbsvr, host);
+int UpdateTplsyncSql(Db db, const char* host, int64_t syncmill, int state) {
+  Trace("_xupdatetplsyncsql(1) dbsvr=%s host=%s\n", AddressOf(db), host);
   SqlQuoted h(host);
   SqlText sql;
   if (!h.ok() || !sql.format("update clusters set updated_at=now(), tpl_syncstate = '%d', "
@@ -226,37 +213,50 @@ int UpdateTplsyncSql(const char* dbsvr, const char* host, int64_t syncmill, int 
     return Refuse("updatetplsyncsql", host);
   }
   Trace("_xupdatetplsyncssql(2): sql=\n%s\n", sql.c_str());
-  return ExecuteOn(FirstOpenPool(), sql.c_str(), "updatetplsyncsql db connection error",
+  return ExecuteOn(PoolOf(db), sql.c_str(), "updatetplsyncsql db connection error",
                    "updatetplsyncsql db update error");
 }
 
-int RemoveClusterSvrsSql(const char* dbsvr, const char* selector) {
-  (void)dbsvr;
+int RemoveClusterSvrsSql(Db db, const char* selector) {
   SqlText sql;
   if (!RemoveStatement(sql, selector)) return Refuse("removeclustersvrssql", selector);
   Trace("_xremoveclustersvrssql(1): sqltmp=\n%s\n", sql.c_str());
-  return ExecuteOn(FirstOpenPool(), sql.c_str(), "removeclustersvrssql db connection error",
+  return ExecuteOn(PoolOf(db), sql.c_str(), "removeclustersvrssql db connection error",
                    "removeclustersvrssql db delete error");
 }
 
-int ClearClusterSql(const char* dbsvr) {
-  (void)dbsvr;
-  return ExecuteOn(FirstOpenPool(), "truncate table clusters;",
-                   "clearclustersql db connection error", "clearclustersql db truncate error");
+int ClearClusterSql(Db db) {
+  return ExecuteOn(PoolOf(db), "truncate table clusters;", "clearclustersql db connection error",
+                   "clearclustersql db truncate error");
 }
 
-int SweepClustersql(const char* dbsvr) {
-  (void)dbsvr;
+int SweepClustersql(Db db) {
   SqlText sql;
   SweepStatement(sql, cnf.clustsweep);
   Trace("_xdeleteclusterssql(2):%s\n", sql.c_str());
   // A failed delete is logged and the daemon goes on: the next slow-work pass sweeps again.
-  const char* failed = "deleteclusterssql db delete error";
-  // In a cluster the slave's pool stands in when the master's gives no live connection.
-  if (TryWrite(mpool, sql.c_str(), failed)) return kDbOk;
-  if (Cluster && TryWrite(spool, sql.c_str(), failed)) return kDbOk;
-  LogError("deleteclusterssql db connection error");
-  return kDbNoConnection;
+  return ExecuteOn(PoolOf(db), sql.c_str(), "deleteclusterssql db connection error",
+                   "deleteclusterssql db delete error");
+}
+
+// The address wrappers name a database only by the configured addresses; for anything else no
+// database is written, as no pool would serve it.
+int SetStatusClusterSql(const char* dbsvr, int id, int status) {
+  Db db;
+  if (!DbOfAddress(dbsvr, &db)) {
+    LogError("setstatusclustersql db connection error");
+    return kDbNoConnection;
+  }
+  return SetStatusClusterSql(db, id, status);
+}
+
+int UpdateTplsyncSql(const char* dbsvr, const char* host, int64_t syncmill, int state) {
+  Db db;
+  if (!DbOfAddress(dbsvr, &db)) {
+    LogError("updatetplsyncsql db connection error");
+    return kDbNoConnection;
+  }
+  return UpdateTplsyncSql(db, host, syncmill, state);
 }
 
 }  // namespace qor

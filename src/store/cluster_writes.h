@@ -1,15 +1,17 @@
 // Every change to the clusters table: the heartbeat's insert and update of a node's own row, the
 // monitors' status switch, ageing of a row's status or template state, the record of a finished
 // template pull, removal of rows, emptying the table, and the sweep of members that stopped
-// writing. Each builds one statement, takes a connection by its pool rule, and reads nothing
-// back. Returns 500 without a usable connection, 501 when a value cannot be placed in the
-// statement (refused, never cut), else 0 (also after a failed statement, which is logged).
+// writing. Each builds one statement, runs it in the database it is given (store/pools.h PoolOf:
+// never in the other one when that one does not answer), and reads nothing back. Returns 500
+// without a usable connection, 501 when a value cannot be placed in the statement (refused, never
+// cut), else 0 (also after a failed statement, which is logged).
 #pragma once
 
 #include <cstdint>
 
 #include "store/clust_record.h"
 #include "store/cluster_query.h"
+#include "store/pools.h"
 
 namespace qor {
 
@@ -31,18 +33,23 @@ bool UpdateStatement(SqlText& sql, const ClustRecord& rec, int withlastwrite, in
 bool RemoveStatement(SqlText& sql, const char* selector);
 bool SweepStatement(SqlText& sql, int minutes);
 
-int InsertClusterSql(const char* dbsvr, int64_t mill, int target, ClustRecord rec);
-// Sets records[index]->role_id from its role text first.
-int UpdateClusterSql(const char* dbsvr, ClustRecord** records, int index, int withlastwrite,
-                     int full, int target);
-int SetStatusClusterSql(const char* dbsvr, int id, int status);
-int SetOldClusterSvrSql(const char* dbsvr, const char* host);
-int SetTplOldClusterSvrSql(const char* dbsvr, const char* host);
-int UpdateTplsyncSql(const char* dbsvr, const char* host, int64_t syncmill, int state);
+int InsertClusterSql(Db db, int64_t mill, ClustRecord rec);
+// Sets records[index]->role_id from its role text first. The record's id must have been read
+// from db.
+int UpdateClusterSql(Db db, ClustRecord** records, int index, int withlastwrite, int full);
+int SetStatusClusterSql(Db db, int id, int status);
+int SetOldClusterSvrSql(Db db, const char* host);
+int SetTplOldClusterSvrSql(Db db, const char* host);
+int UpdateTplsyncSql(Db db, const char* host, int64_t syncmill, int state);
 // selector: "-all" or "" every row, "-alldummy" the test nodes (qordummyd...), else one host.
-int RemoveClusterSvrsSql(const char* dbsvr, const char* selector);
-int ClearClusterSql(const char* dbsvr);
-// Deletes member rows unchanged for cnf.clustsweep minutes; master's pool, else the slave's.
-int SweepClustersql(const char* dbsvr);
+int RemoveClusterSvrsSql(Db db, const char* selector);
+int ClearClusterSql(Db db);
+// Deletes member rows unchanged for cnf.clustsweep minutes.
+int SweepClustersql(Db db);
+
+// Kept for the monitors, which name the database by the configured master's or slave's address
+// (DbOfAddress); any other address reaches no database: the connection error and 500.
+int SetStatusClusterSql(const char* dbsvr, int id, int status);
+int UpdateTplsyncSql(const char* dbsvr, const char* host, int64_t syncmill, int state);
 
 }  // namespace qor

@@ -73,11 +73,9 @@ int GetTarget(const char* server, ClustRecord** records) {
 }
 
 int ReadClusterList(const char* server) {
-  int target = 0;
-  if (!(mpool != nullptr && cnf.clustmaster == server) && spool != nullptr &&
-      cnf.clustslave == server) {
-    target = 1;
-  }
+  // The slave's own listing needs its pool; anything else reads the master's copy first.
+  Db db = Db::kMaster;
+  int target = DbOfAddress(server, &db) && db == Db::kSlave && PoolOf(db) != nullptr ? 1 : 0;
   ActInfo info;
   GetClusterSql(server, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all", &info, ClustsOnMaster,
                 target);

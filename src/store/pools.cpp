@@ -204,22 +204,39 @@ bool url_encode(char* out, size_t size, const char* text) {
   return true;
 }
 
-QzPool* PoolByTarget(int target) {
+QzPool* PoolOf(Db db) {
   if (!Cluster) return mpool;
-  if (target == 0) return Open(mpool) ? mpool : spool;
-  return spool;
+  return db == Db::kMaster ? mpool : spool;
 }
 
-QzPool* PoolByAddress(const char* address) {
-  if (!Cluster) return mpool;
-  if (mpool != nullptr && cnf.clustmaster == address) return mpool;
-  if (spool != nullptr && cnf.clustslave == address) return spool;
-  return nullptr;
+const char* AddressOf(Db db) {
+  if (!Cluster) return cnf.dbsvr.c_str();
+  return db == Db::kMaster ? cnf.clustmaster.c_str() : cnf.clustslave.c_str();
+}
+
+bool DbOfAddress(const char* address, Db* db) {
+  if (!Cluster || cnf.clustmaster == address) {
+    *db = Db::kMaster;
+  } else if (cnf.clustslave == address) {
+    *db = Db::kSlave;
+  } else {
+    return false;
+  }
+  return true;
+}
+
+QzPool* PoolOfAddress(const char* address) {
+  Db db;
+  return DbOfAddress(address, &db) ? PoolOf(db) : nullptr;
+}
+
+QzPool* PoolByTarget(int target) {
+  if (target == 0 && !Open(PoolOf(Db::kMaster))) return PoolOf(Db::kSlave);
+  return PoolOf(target == 0 ? Db::kMaster : Db::kSlave);
 }
 
 QzPool* FirstOpenPool() {
-  if (!Cluster) return mpool;
-  return Open(mpool) ? mpool : spool;
+  return PoolByTarget(0);
 }
 
 DbConn::DbConn(QzPool* pool) : pool_(pool) {

@@ -56,12 +56,26 @@ bool url_encode(char* out, size_t size, const char* text);
 // Lower-case hexadecimal digit of the low four bits of value.
 char to_hex(int value);
 
-// Pool choice. Standalone mode always takes mpool. For the rest of a round in which a call on
-// mpool ran out of time, target 0 and the first open pool take spool, as while mpool is absent.
-// By target: 0 takes mpool, else spool; any other target takes spool only.
+// The two databases of a cluster, by the server that holds each. Outside a cluster the one
+// configured database server counts as the master's.
+enum class Db { kMaster, kSlave };
+
+// The one rule from a database to its pool: mpool for the master's, spool for the slave's;
+// standalone always mpool. nullptr while that pool does not exist: a write then fails, it never
+// goes to the other database.
+QzPool* PoolOf(Db db);
+// The address that names db in messages: clustmaster or clustslave (standalone: dbsvr).
+const char* AddressOf(Db db);
+// The database that the configured master's or slave's address names (standalone: the master's);
+// false for any other address.
+bool DbOfAddress(const char* address, Db* db);
+// PoolOf the database address names; nullptr for an address that names neither.
+QzPool* PoolOfAddress(const char* address);
+
+// Pools for reads, which may be answered by either copy. For the rest of a round in which a call
+// on mpool ran out of time, target 0 and the first open pool take spool, as while mpool is
+// absent. By target: 0 takes mpool, else spool; any other target takes spool only.
 QzPool* PoolByTarget(int target);
-// By address: mpool for the master's address, spool for the slave's, else none.
-QzPool* PoolByAddress(const char* address);
 // First open pool: mpool, else spool.
 QzPool* FirstOpenPool();
 

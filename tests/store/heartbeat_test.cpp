@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "metrics/containers.h"
 #include "replication/replication.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
@@ -98,6 +99,24 @@ TEST_F(StoreHeartbeat, RowGuardStopsAMemberAboveSixtyFourRows) {
   EXPECT_EQ(qor::UpdateMember(0), 1);
   EXPECT_EQ(Logs(), Lines{"updatemember(6): not insert because clustcount=65 is over!\n"});
   EXPECT_EQ(Rows("master") + Rows("slave"), "");
+}
+
+// A count that failed is no count: the row keeps the last good one, and the log says so once for
+// the run of failures.
+TEST_F(StoreHeartbeat, FailedContainerCountKeepsTheLastGoodOne) {
+  Become("member");
+  Put("master", {{host, "", "member"}});
+  qor::Containers = 7;
+  Sql("master", "rename table containers to containers_away;");
+  for (int cycle = 0; cycle < 2; ++cycle) EXPECT_EQ(qor::UpdateMember(0), 0);
+  Sql("master", "rename table containers_away to containers;");
+  EXPECT_EQ(Rows("master", "hostname,containers"), Line({host, "7"}));
+  EXPECT_EQ(Logs(), (Lines{"getcontainersdb db query error",
+                           "getcontainers failed (501), containers kept at 7",
+                           "getcontainersdb db query error"}));
+  EXPECT_EQ(qor::UpdateMember(0), 0);
+  EXPECT_EQ(Rows("master", "hostname,containers"), Line({host, "0"}));
+  EXPECT_FALSE(qor::ContainersFailing);
 }
 
 // A read its database refuses says nothing about the row: the member inserts none, anywhere.

@@ -121,9 +121,9 @@ TEST_F(StoreMonitor, SlaveJudgesAnAnsweringMasterFromTheMastersDatabase) {
 }
 
 // Member rows unchanged for more than clustsweep minutes by the database clock go, never the
-// master's or the slave's. The master sweeps its database (the first open pool, whatever address
-// it names); the slave, cut off from the master, leaves the sweep to a master its database shows
-// active, and sweeps its database only without one.
+// master's or the slave's. The master sweeps both databases; the slave, cut off from the master,
+// leaves the sweep to a master its database shows active, and sweeps its database only without
+// one.
 TEST_F(StoreMonitor, SweepTakesStaleMembersFromTheDatabaseItsRoleSweeps) {
   const char *all = "mhost shost m-old m-fresh\n", *swept = "mhost shost m-fresh\n";
   struct {
@@ -131,7 +131,7 @@ TEST_F(StoreMonitor, SweepTakesStaleMembersFromTheDatabaseItsRoleSweeps) {
     int master;  // the master row's status
     std::set<std::string> down;
     const char *onMaster, *onSlave;
-  } cases[] = {{"master", 100, {}, swept, all},
+  } cases[] = {{"master", 100, {}, swept, swept},
                {"slave", 100, {kMasterAddr}, all, all},
                {"slave", 200, {kMasterAddr}, all, swept}};
   for (const auto& c : cases) {

@@ -3,6 +3,7 @@
 #include <functional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "config/processors.h"
@@ -70,44 +71,58 @@ TEST_F(StoreWrites, UpdateFormsChangeTheirColumns) {
                          .tpl_syncstate = 300, .cpus = 2, .cpuphycores = 8, .cpucores = 16,
                          .cpuloadavg = 1.236, .cpuloadavgpp = 0.075, .containers = 9};
     qor::ClustRecord* records[] = {&rec};
-    EXPECT_EQ(qor::UpdateClusterSql(kMasterAddr, records, 0, c.withlastwrite, c.full, 0), 0);
+    EXPECT_EQ(qor::UpdateClusterSql(qor::Db::kMaster, records, 0, c.withlastwrite, c.full), 0);
     EXPECT_EQ(Sql("master", kCols), c.row + Seeded("other")) << c.withlastwrite << c.full;
   }
 }
 
 // The writes by host name change every row of the host, quotes and percent signs in its name
-// taken literally, in the first open pool's database, whatever address the caller names.
+// taken literally.
 struct HostWrite {
-  std::function<int(const char* dbsvr, const char* host)> call;
+  std::function<int(qor::Db db, const char* host)> call;
   std::string row;  // a row of the host afterwards; empty: removed
 };
 const HostWrite kHostWrites[] = {
     {qor::SetOldClusterSvrSql, "o'b%\t300\t0\t3333\t0\t1\t0.50\t0.25\t6\t0.10\t1.0\t1\n"},
     {qor::SetTplOldClusterSvrSql, "o'b%\t200\t1111\t0\t300\t1\t0.50\t0.25\t6\t0.10\t1.0\t1\n"},
-    {[](const char* dbsvr, const char* host) {
-       return qor::UpdateTplsyncSql(dbsvr, host, 1700000000777, 100);
+    {[](qor::Db db, const char* host) {
+       return qor::UpdateTplsyncSql(db, host, 1700000000777, 100);
      },
      "o'b%\t200\t1111\t1700000000777\t100\t1\t0.50\t0.25\t6\t0.10\t1.0\t1\n"},
     {qor::RemoveClusterSvrsSql, ""},
 };
 
-TEST_F(StoreWrites, HostWritesReachTheFirstOpenPool) {
-  struct {
-    const char* address;
-    std::set<std::string> down;
-    const char* reached;
-  } cases[] = {{kSlaveAddr, {}, "master"},
-               {kMasterAddr, {kMasterAddr}, "slave"},
-               {kSlaveAddr, {kMasterAddr, kSlaveAddr}, ""}};
+// Every write reaches the database it names and no other; where that one does not answer it
+// fails (500) and neither database changes.
+TEST_F(StoreWrites, WritesReachTheDatabaseTheyName) {
+  using qor::Db;
+  qor::cnf.clustsweep = 30;
   const std::string before = Seeded("o'b%") + Seeded("node-b") + Seeded("o'b%");
+  // Each write, and the named database's rows after it.
+  std::vector<std::pair<std::function<int(Db)>, std::string>> writes = {
+      {[](Db db) { return qor::SetStatusClusterSql(db, 3, 100); },
+       "o'b%\t100\t1111\t3333\t0\t1\t0.50\t0.25\t6\t0.10\t1.0\t1\n" + Seeded("node-b") +
+           Seeded("o'b%")},
+      {qor::SweepClustersql, ""}};
   for (const HostWrite& w : kHostWrites) {
+    writes.emplace_back([&w](Db db) { return w.call(db, "o'b%"); },
+                        w.row + Seeded("node-b") + w.row);
+  }
+  struct {
+    Db named;
+    std::set<std::string> down;
+    const char* changed;  // the database whose rows change, "" none
+  } cases[] = {{Db::kMaster, {}, "master"},
+               {Db::kSlave, {}, "slave"},
+               {Db::kMaster, {kMasterAddr}, ""},
+               {Db::kSlave, {kSlaveAddr}, ""}};
+  for (const auto& [call, after] : writes) {
     for (const auto& c : cases) {
       Seed({"o'b%", "node-b", "o'b%"}, c.down);
-      EXPECT_EQ(w.call(c.address, "o'b%"), *c.reached ? 0 : 500);
-      const std::string after = w.row + Seeded("node-b") + w.row;
+      EXPECT_EQ(call(c.named), *c.changed ? 0 : 500) << after;
       for (const char* side : {"master", "slave"}) {
-        EXPECT_EQ(Sql(side, kCols), side == std::string(c.reached) ? after : before)
-            << w.row << side << " " << c.address << " " << c.down.size();
+        EXPECT_EQ(Sql(side, kCols), side == std::string(c.changed) ? after : before)
+            << after << side << " reached, named " << (c.named == Db::kMaster ? "master" : "slave");
       }
     }
   }
@@ -123,7 +138,7 @@ TEST_F(StoreWrites, HostilePartsOfHostNamesAreTakenLiterally) {
       for (const char* host : {"node-a' or '1'='1", "x' or 1=1 -- ", "node-%", "'",
                                "node-a'; delete from clusters; -- ", "x\\' or 1=1 -- "}) {
         const bool refused = std::string(host).find('\\') != std::string::npos;
-        EXPECT_EQ(w.call(kMasterAddr, host), refused ? 501 : 0) << host;
+        EXPECT_EQ(w.call(qor::Db::kMaster, host), refused ? 501 : 0) << host;
         EXPECT_EQ(Sql("master", kCols), Seeded("node-a") + Seeded("o'b%")) << host;
       }
     }
@@ -134,7 +149,7 @@ TEST_F(StoreWrites, HostilePartsOfHostNamesAreTakenLiterally) {
 // above.
 TEST_F(StoreWrites, AllDummyRemovesTheDummyServersOnly) {
   Seed({"mhost", "qordummyd1", "qordummyd-22", "xqordummyd", "qordummy"});
-  EXPECT_EQ(qor::RemoveClusterSvrsSql(kSlaveAddr, "-alldummy"), 0);
+  EXPECT_EQ(qor::RemoveClusterSvrsSql(qor::Db::kMaster, "-alldummy"), 0);
   EXPECT_EQ(Sql("master", "select group_concat(hostname order by id separator ' ') from clusters;"),
             "mhost xqordummyd qordummy\n");
 }
