@@ -76,7 +76,7 @@ struct Pass {
 void CheckRow(ClustRecord& row, Pass& p) {
   TakeoverQueue& queue = QordownRuns();
   const char* host = row.hostname.c_str();
-  RowSeen seen = SeenOf(row, kMasterDb, queue.Holds(host));
+  RowSeen seen = SeenOf(row, kMasterDb, queue.Holds(host), p.nowMs);
   Trace("_xmonitoronmaster(9): delta=%ld ldate1=%ld ldate2=%ld\n",
         static_cast<long>(seen.silentMs / 1000), static_cast<long>(p.now),
         static_cast<long>(row.updated_at));

@@ -44,12 +44,12 @@ void Observations::Read(int db, ClustRecord* const* rows, int count, int64_t now
     if (!complete) seen[host] = w;
   }
   if (complete) seen.swap(kept);
-  readable_[db] = true;
+  readMs_[db] = nowMs;
 }
 
 void Observations::Unreadable(int db, int64_t nowMs) {
   unreadableMs_[db] = nowMs;
-  readable_[db] = false;
+  readMs_[db] = -1;
 }
 
 void Observations::Wrote(int db, const char* host, int64_t nowMs, int status) {
@@ -84,7 +84,7 @@ void Observations::Clear() {
   for (auto& seen : rows_) seen.clear();
   for (int db = 0; db < kDbCount; ++db) {
     unreadableMs_[db] = -1;
-    readable_[db] = false;
+    readMs_[db] = -1;
   }
 }
 

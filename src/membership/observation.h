@@ -55,15 +55,15 @@ class Observations {
   bool Writing(const char* host, int64_t nowMs) const;
   // Whether host was ever seen writing since this watcher started, in any database.
   bool EverWriting(const char* host) const;
-  // Whether db was readable at its last try.
-  bool Readable(int db) const { return readable_[db]; }
+  // Whether db was read at nowMs: another database's view counts only when read in the same pass.
+  bool ReadAt(int db, int64_t nowMs) const { return readMs_[db] == nowMs; }
   // Forgets everything, as a watcher that just started.
   void Clear();
 
  private:
   std::map<std::string, RowWatch> rows_[kDbCount];
   int64_t unreadableMs_[kDbCount] = {-1, -1};  // latest moment db was not readable
-  bool readable_[kDbCount] = {false, false};
+  int64_t readMs_[kDbCount] = {-1, -1};        // the latest successful read of db
 };
 
 // The silence of w at nowMs for a verdict: its observed silence, but no more than the time since

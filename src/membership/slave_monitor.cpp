@@ -93,7 +93,7 @@ int WatchAnsweringMaster(Pass& p) {
   // Ordered by role text: anything but the master's and the slave's row is no pair to judge.
   if (!(M.role == "master" && S.role == "slave")) return kMonitorDone;
   if (M.status != kStatusActive && M.status != kStatusInactive) return kMonitorDone;
-  RowSeen seen = SeenOf(M, kMasterDb, false);
+  RowSeen seen = SeenOf(M, kMasterDb, false, p.nowMs);
   TraceAge(3, p, M, seen);
   RowVerdict v = Judge(seen, PassGuard{}, true,
                        [&](bool s) { return DecideMasterAnswering(M, S, s); });
@@ -119,7 +119,7 @@ int WatchAnsweringMaster(Pass& p) {
 bool JudgeAlone(ClustRecord& R, int kind, const PassGuard& guard, Pass& p) {
   TakeoverQueue& queue = QordownRuns();
   const char* host = R.hostname.c_str();
-  RowSeen seen = SeenOf(R, kSlaveDb, queue.Holds(host));
+  RowSeen seen = SeenOf(R, kSlaveDb, queue.Holds(host), p.nowMs);
   TraceAge(kind == 3 ? 6 : 7, p, R, seen);
   RowVerdict v = Judge(seen, guard, guard.writing > 0, [&](bool s) {
     return kind == 3 ? DecideMasterSilent(R, s, MasterLastWriteMill, SlaveLastWriteMill)

@@ -58,7 +58,7 @@ bool ObserveDb(int db, bool readOk, ClustRecord* const* rows, int count, int64_t
   return true;
 }
 
-RowSeen SeenOf(const ClustRecord& row, int db, bool held) {
+RowSeen SeenOf(const ClustRecord& row, int db, bool held, int64_t nowMs) {
   const Observations& seen = Detector().seen;
   RowSeen s;
   s.status = row.status;
@@ -69,7 +69,7 @@ RowSeen SeenOf(const ClustRecord& row, int db, bool held) {
     s.rawSilentMs = w->silentMs;
   }
   int other = db == kMasterDb ? kSlaveDb : kMasterDb;
-  const RowWatch* o = seen.Readable(other) ? seen.Find(other, row.hostname.c_str()) : nullptr;
+  const RowWatch* o = seen.ReadAt(other, nowMs) ? seen.Find(other, row.hostname.c_str()) : nullptr;
   if (o != nullptr) {
     s.otherSilentMs = o->silentMs;
     s.otherStatus = o->status;

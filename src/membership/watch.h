@@ -35,8 +35,9 @@ void SetDetectorClock(int64_t (*clock)());
 bool ObserveDb(int db, bool readOk, ClustRecord* const* rows, int count, int64_t nowMs,
                bool complete, const char* step);
 
-// What this watcher observed of row for a verdict judged in db (the other database as read).
-RowSeen SeenOf(const ClustRecord& row, int db, bool held);
+// What this watcher observed of row for a verdict judged in db at nowMs (the other database as
+// read in the same pass, when it was).
+RowSeen SeenOf(const ClustRecord& row, int db, bool held, int64_t nowMs);
 GuardRow GuardRowOf(const ClustRecord& row, int db, int64_t nowMs);
 
 // The one-database report, once per episode: row's server still writes into the other database.
