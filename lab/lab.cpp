@@ -157,6 +157,7 @@ std::string Lab::MakeHosts() {
     std::error_code ec;
     fs::create_directories(o.dir + "/root", ec);
     fs::create_directories(o.dir + "/prometheus/node-exporter", ec);
+    fs::create_directories(o.dir + "/state", ec);
     hosts_.push_back(std::make_unique<NsHost>(o));
     if (!hosts_.back()->ok()) return "cannot make host " + h.name;
   }
@@ -224,13 +225,16 @@ std::string Lab::Prepare() {
     // the stand-ins beside the daemon, first on its PATH, as a server would. The lab's directory
     // is the shell's $1: any characters may be in it. Where this machine has node_exporter's
     // directory, each host has its own over it, for the daemon's metrics file; where it has
-    // none, no daemon writes one.
+    // none, no daemon writes one. Each host keeps its daemon's state (the take-over record) in a
+    // directory of its own, which outlives the daemon's restarts.
     RunResult r = Host(i).Enter(
         {"/bin/sh", "-c",
          std::string("mount -t tmpfs -o mode=755 tmpfs /run && mkdir ") + kLabDirInHost +
              " && mount --bind \"$1\" " + kLabDirInHost + " && mount --bind " +
              InHost(info_[i].name + "/root") + " /root && { [ ! -d /var/lib/prometheus ] || " +
              "mount --bind " + InHost(info_[i].name + "/prometheus") + " /var/lib/prometheus; }" +
+             " && mkdir -p /var/lib/qorclustd && mount --bind " + InHost(info_[i].name + "/state") +
+             " /var/lib/qorclustd" +
              links,
          "sh", opts_.dir},
         RunOptions{});

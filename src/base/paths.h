@@ -12,6 +12,9 @@ constexpr const char* kQordownCommand = "/bin/bash /var/www/html/qor/qorbin/qord
 constexpr const char* kWlistTree = "/var/www/html/qor/wlist";
 constexpr const char* kLumobrTree = "/var/www/html/qor/lumobr";
 constexpr const char* kTemplateTree = "/var/www/html/qor/qortemplates";
+// The daemon's own state: the take-over record survives restarts of the daemon.
+constexpr const char* kStateDir = "/var/lib/qorclustd";
+constexpr const char* kTakeoverRecord = "/var/lib/qorclustd/takeovers";
 constexpr const char* kProcCpuinfo = "/proc/cpuinfo";
 constexpr const char* kProcLoadavg = "/proc/loadavg";
 constexpr const char* kProcMeminfo = "/proc/meminfo";

@@ -156,6 +156,7 @@ int DaemonMain() {
   LogNotice("(cluster=%d) db cennection mpool=%p spool=%p", Cluster, static_cast<void*>(mpool),
             static_cast<void*>(spool));
   CheckAllRsvContainers();
+  UseQordownRecord();
   getcpuidle(&state.prevTotal, &state.prevIdle);
   getqorver(QorVersion);
   MemUtil = getmemutil();

@@ -4,9 +4,11 @@
 
 #include <string>
 #include <tuple>
+#include <vector>
 
 #include "membership/heartbeat_decision.h"
 #include "membership/monitor_decision.h"
+#include "membership/observation.h"
 
 namespace qor {
 namespace {
@@ -26,56 +28,36 @@ std::string Fields(const MonitorVerdict& v) {
 TEST(Decisions, Monitors) {
   const int S = kRoleIdSlave;
   // Each row: the verdict, then the one expected (statuses as the table holds them: 100 active,
-  // 200 inactive, 300 old). A server is silent past 15 s; one that was active is taken over; a
-  // slave (or master) that stopped writing before its peer becomes old.
+  // 200 inactive, 300 old). A server silent past 15 s that was active is taken over; a slave (or
+  // master) that stopped writing before its peer becomes old.
   struct {
     MonitorVerdict got;
     std::string want;
   } rows[] = {
       // Members on the master: fresh, silent, silent already old or inactive.
-      {DecideOnMaster(Row(A, 0), 15, 0), "100"},
-      {DecideOnMaster(Row(A, 0), 16, 0), "silent 200 changed takeover"},
-      {DecideOnMaster(Row(O, 0), 16, 0), "silent 200 changed"},
-      {DecideOnMaster(Row(I, 0), 99, 0), "silent 200"},
+      {DecideOnMaster(Row(A, 0), false, 0), "100"},
+      {DecideOnMaster(Row(A, 0), true, 0), "silent 200 changed takeover"},
+      {DecideOnMaster(Row(O, 0), true, 0), "silent 200 changed"},
+      {DecideOnMaster(Row(I, 0), true, 0), "silent 200"},
       // The slave on the master: level with the master's last write, behind it, then the same
       // already inactive or old.
-      {DecideOnMaster(Row(A, 5000, S), 16, 5000), "silent 200 changed takeover"},
-      {DecideOnMaster(Row(A, 4999, S), 16, 5000), "silent 300 changed takeover old"},
-      {DecideOnMaster(Row(I, 1, S), 16, 5000), "silent 300 changed old"},
-      {DecideOnMaster(Row(O, 1, S), 16, 5000), "silent 300"},
-      {DecideOnMaster(Row(I, 7000, S), 16, 5000), "silent 200"},
+      {DecideOnMaster(Row(A, 5000, S), true, 5000), "silent 200 changed takeover"},
+      {DecideOnMaster(Row(A, 4999, S), true, 5000), "silent 300 changed takeover old"},
+      {DecideOnMaster(Row(I, 1, S), true, 5000), "silent 300 changed old"},
+      {DecideOnMaster(Row(O, 1, S), true, 5000), "silent 300"},
+      {DecideOnMaster(Row(I, 7000, S), true, 5000), "silent 200"},
       // The master answering the slave's ping: fresh, silent behind the slave, silent ahead of it.
-      {DecideMasterAnswering(Row(A, 1), Row(A, 2), 15), "100"},
-      {DecideMasterAnswering(Row(A, 1), Row(A, 2), 16), "silent 300 changed takeover old"},
-      {DecideMasterAnswering(Row(A, 3), Row(A, 2), 16), "silent 200 changed takeover"},
+      {DecideMasterAnswering(Row(A, 1), Row(A, 2), false), "100"},
+      {DecideMasterAnswering(Row(A, 1), Row(A, 2), true), "silent 300 changed takeover old"},
+      {DecideMasterAnswering(Row(A, 3), Row(A, 2), true), "silent 200 changed takeover"},
       // The master silent: old already, behind the slave.
-      {DecideMasterSilent(Row(O, 1), 99, 1, 2), "300"},
-      {DecideMasterSilent(Row(I, 1), 16, 1, 2), "silent 300 changed old"},
+      {DecideMasterSilent(Row(O, 1), true, 1, 2), "300"},
+      {DecideMasterSilent(Row(I, 1), true, 1, 2), "silent 300 changed old"},
       // Members judged by the slave: active, inactive already.
-      {DecideMemberFromSlave(Row(A, 0), 16), "silent 200 changed takeover"},
-      {DecideMemberFromSlave(Row(I, 0), 99), "200"},
+      {DecideMemberFromSlave(Row(A, 0), true), "silent 200 changed takeover"},
+      {DecideMemberFromSlave(Row(I, 0), true), "200"},
   };
   for (const auto& r : rows) EXPECT_EQ(Fields(r.got), r.want) << "row " << &r - rows;
-  // Time in which the database did not answer is not silence.
-  EXPECT_EQ(SilentFor(1000, 980, 0), 20);
-  EXPECT_EQ(SilentFor(1000, 980, 10), 10);
-  // A row held back for the master's outage counts its age once the slave's database says the
-  // slave judged it; only members are so taken.
-  struct {
-    const char* name;
-    ClustRecord row;
-    int64_t age, silentFor;
-    bool inactiveOnSlave;
-    int64_t judged;
-  } held[] = {
-      {"held back, judged by the slave", Row(A, 0), 40, 5, true, 40},
-      {"held back, active on the slave", Row(A, 0), 40, 5, false, 5},
-      {"fresh either way", Row(A, 0), 10, 10, true, 10},
-      {"the slave's own row", Row(A, 0, S), 40, 5, true, 5},
-  };
-  for (const auto& h : held) {
-    EXPECT_EQ(SilenceOnMaster(h.row, h.age, h.silentFor, h.inactiveOnSlave), h.judged) << h.name;
-  }
 
   ClustRecord behind = Row(A, 0), marked = Row(A, 0, kRoleIdMember, kTplOld);
   behind.tpl_syncmill = marked.tpl_syncmill = 4;
@@ -90,21 +72,146 @@ TEST(Decisions, Monitors) {
       {"copy behind, marked already", marked, 5, false},
   };
   for (const auto& m : marks) EXPECT_EQ(TemplateMarkDue(m.row, m.masterTpl), m.due) << m.name;
+}
 
-  const MonitorVerdict down = DecideOnMaster(Row(A, 0), 16, 0);
+// The verdict on an active member, as "detected write takeover" words, from what the watcher
+// observed and the pass's guard.
+TEST(Decisions, Verdicts) {
+  const char* names[] = {"none", "run", "hold", "peer", "onedb"};
+  auto words = [&](const RowVerdict& v) {
+    return std::string(v.logDetected ? "detected " : "") + (v.write ? "write " : "") +
+           names[static_cast<int>(v.takeover)];
+  };
+  const PassGuard calm{.others = 3, .writing = 2, .silent = 1};
+  const PassGuard cut{.others = 3, .writing = 0, .silent = 3, .cutOff = true, .brake = true};
+  const PassGuard mass{.others = 3, .writing = 1, .silent = 2, .brake = true};
   struct {
     const char* name;
-    MonitorVerdict v;
-    ClustRecord row;
-    int slaveCopy;
-    bool due;
-  } takeovers[] = {
-      {"member, slave's copy active", down, Row(A, 0), A, true},
-      {"member, slave's copy not read", down, Row(A, 0), 0, true},
-      {"member the slave took over", down, Row(A, 0), I, false},
-      {"the slave itself, its copy old", down, Row(A, 0, S), O, true},
+    RowSeen seen;
+    PassGuard guard;
+    std::string want;
+  } rows[] = {
+      {"15 s observed is not silent", {.silentMs = 15000, .status = A, .member = true}, calm,
+       "none"},
+      {"silent here, other database unread", {.silentMs = 15001, .rawSilentMs = 15001, .status = A,
+       .member = true}, calm, "detected write run"},
+      {"silent in both", {.silentMs = 16000, .rawSilentMs = 16000, .otherSilentMs = 16000,
+       .otherStatus = A, .status = A, .member = true}, calm, "detected write run"},
+      {"still writes into the other database", {.silentMs = 40000, .rawSilentMs = 40000,
+       .otherSilentMs = 2000, .otherStatus = A, .status = A, .member = true}, calm, "onedb"},
+      {"the peer took it over", {.silentMs = 16000, .rawSilentMs = 16000, .otherSilentMs = 16000,
+       .otherStatus = I, .status = A, .member = true}, calm, "detected write peer"},
+      {"the peer's copy old, not a member", {.silentMs = 16000, .rawSilentMs = 16000,
+       .otherSilentMs = 16000, .otherStatus = I, .status = A}, calm, "detected write run"},
+      {"just started, the peer's verdict there", {.silentMs = 7000, .rawSilentMs = 7000,
+       .otherSilentMs = 7000, .otherStatus = I, .status = A, .member = true}, calm,
+       "detected write peer"},
+      {"just started, too soon to adopt", {.silentMs = 4000, .rawSilentMs = 4000,
+       .otherStatus = I, .status = A, .member = true}, calm, "none"},
+      {"cut off", {.silentMs = 40000, .rawSilentMs = 40000, .status = A, .member = true}, cut,
+       "detected hold"},
+      {"cut off, held already", {.silentMs = 40000, .rawSilentMs = 40000, .status = A,
+       .member = true, .held = true}, cut, "hold"},
+      {"mass silence, unconfirmed", {.silentMs = 20000, .rawSilentMs = 20000, .status = A,
+       .member = true}, mass, "detected hold"},
+      {"mass silence, confirmed there", {.silentMs = 20000, .rawSilentMs = 20000,
+       .otherSilentMs = 20000, .otherStatus = A, .status = A, .member = true}, mass,
+       "detected write run"},
+      {"mass silence, 60 s with others writing", {.silentMs = 60000, .rawSilentMs = 60000,
+       .status = A, .member = true}, mass, "detected write run"},
+      {"a judged row is judged again 15 s later", {.silentMs = 3000, .rawSilentMs = 90000,
+       .status = I, .member = true}, calm, "none"},
   };
-  for (const auto& t : takeovers) EXPECT_EQ(TakeoverDue(t.v, t.row, t.slaveCopy), t.due) << t.name;
+  for (const auto& r : rows) {
+    RowVerdict v = Judge(r.seen, r.guard, r.guard.writing > 0,
+                         [&](bool s) { return DecideOnMaster(Row(r.seen.status, 0), s, 0); });
+    EXPECT_EQ(words(v), r.want) << r.name;
+  }
+  // A rack of silent servers while nobody writes: held however long.
+  RowSeen rack{.silentMs = 600000, .rawSilentMs = 600000, .status = A, .member = true};
+  PassGuard alone{.others = 3, .silent = 3, .brake = true};
+  EXPECT_EQ(words(Judge(rack, alone, false, [&](bool s) { return DecideOnMaster(Row(A, 0), s, 0); })),
+            "detected hold");
+}
+
+// The guard counts servers that were writing: rows never seen changing and rows at 200 or 300
+// are no evidence; the peer is asked only when nobody writes.
+TEST(Decisions, Guard) {
+  GuardRow writing{.everWriting = true, .writing = true, .status = A};
+  GuardRow silent{.everWriting = true, .silent = true, .status = A};
+  GuardRow leftover{.silent = true, .status = I};
+  GuardRow neverSeen{.silent = true, .status = A};
+  struct {
+    const char* name;
+    std::vector<GuardRow> rows;
+    bool peerAnswers;
+    std::string want;  // "others writing silent cut brake asked"
+  } rows[] = {
+      {"all silent, peer silent", {silent, silent, silent}, false, "3 0 3 cut brake asked"},
+      {"all silent, peer answers", {silent, silent, silent}, true, "3 0 3 brake asked"},
+      {"one writes", {writing, silent, silent}, false, "3 1 2 brake"},
+      {"one of three silent", {writing, writing, silent}, false, "3 2 1"},
+      {"leftovers are no others", {silent, writing, leftover, leftover, neverSeen}, false, "2 1 1"},
+      {"a master and a slave alone", {silent}, false, "1 0 1"},
+  };
+  for (const auto& r : rows) {
+    bool asked = false;
+    PassGuard g = GuardOf(r.rows, [&] {
+      asked = true;
+      return r.peerAnswers;
+    });
+    std::string got = std::to_string(g.others) + " " + std::to_string(g.writing) + " " +
+                      std::to_string(g.silent) + (g.cutOff ? " cut" : "") +
+                      (g.brake ? " brake" : "") + (asked ? " asked" : "");
+    EXPECT_EQ(got, r.want) << r.name;
+  }
+}
+
+// Silence as this watcher observes it, pass by pass: each step reads one row (its updated_at,
+// or none when the database could not be read) at a monotonic millisecond, and shows the
+// observed silence and whether the server counts as writing.
+TEST(Decisions, ObservedSilence) {
+  struct Step {
+    int64_t ms;
+    int64_t updatedAt;  // -1: the database could not be read
+    int wrote;          // before this read, this watcher wrote the row: 1 a mark, 2 a status
+    int64_t silent, verdict;
+    bool writing;
+  };
+  const std::vector<std::pair<const char*, std::vector<Step>>> cases = {
+      {"first sight starts the count, a change ends it",
+       {{0, 100, 0, 0, 0, false}, {2000, 100, 0, 2000, 2000, false},
+        {4000, 102, 0, 0, 0, true}, {20000, 102, 0, 16000, 16000, false}}},
+      {"a stamp another clock made is never compared: a row from the future is silent alike",
+       {{0, 9999999, 0, 0, 0, false}, {16001, 9999999, 0, 16001, 16001, false}}},
+      {"this watcher's own stamps are no heartbeat",
+       {{0, 100, 0, 0, 0, false}, {2000, 101, 1, 2000, 2000, false},
+        {16000, 102, 2, 16000, 1, false}, {18000, 102, 0, 18000, 2001, false}}},
+      {"time unread is not silence; a long outage starts the count again",
+       {{0, 100, 0, 0, 0, false}, {10000, 100, 0, 10000, 10000, false},
+        {12000, -1, 0, 10000, 10000, false}, {14000, 100, 0, 10000, 10000, false},
+        {16000, -1, 0, 10000, 10000, false}, {40000, 100, 0, 0, 0, false}}},
+  };
+  for (const auto& [name, steps] : cases) {
+    Observations seen;
+    ClustRecord row = Row(A, 0);
+    row.hostname.set("m1");
+    ClustRecord* rows[] = {&row};
+    for (const Step& s : steps) {
+      if (s.wrote != 0) seen.Wrote(kMasterDb, "m1", s.ms - 1, s.wrote == 2 ? I : 0);
+      if (s.updatedAt < 0) {
+        seen.Unreadable(kMasterDb, s.ms);
+      } else {
+        row.updated_at = s.updatedAt;
+        seen.Read(kMasterDb, rows, 1, s.ms, true);
+      }
+      const RowWatch* w = seen.Find(kMasterDb, "m1");
+      ASSERT_NE(w, nullptr) << name;
+      EXPECT_EQ(w->silentMs, s.silent) << name << " at " << s.ms;
+      EXPECT_EQ(VerdictSilenceMs(*w), s.verdict) << name << " at " << s.ms;
+      EXPECT_EQ(seen.Writing("m1", s.ms), s.writing) << name << " at " << s.ms;
+    }
+  }
 }
 
 auto Fields(const MasterRowDecision& d) {

@@ -1,8 +1,7 @@
-// MonitorCluster and MonitorOnMaster: the master reads every row of its own database, marks the
-// servers that stopped writing, copies each new status to the slave's database under the id the
-// row has there, runs the take-over for servers that were active, and marks template copies that
-// are behind its own tree.
-#include <algorithm>
+// MonitorCluster and MonitorOnMaster: the master reads every row of its own database and of the
+// slave's, judges each server by what it observed of its row in both (membership/
+// monitor_decision.h), writes the verdict to both databases under the id the row has in each,
+// runs, holds or settles the take-overs, and marks template copies that are behind its own tree.
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -10,12 +9,11 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "config/qorconf.h"
-#include "membership/cutoff.h"
 #include "membership/heartbeat.h"
 #include "membership/monitor.h"
 #include "membership/monitor_decision.h"
 #include "membership/nodedown.h"
-#include "membership/silence.h"
+#include "membership/watch.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"
@@ -51,75 +49,114 @@ class SlaveReach {
   Reply reply_ = Reply::kNotAsked;
 };
 
-// The decided status, to the master's database by the row's id, then to the slave's database by
-// the id the same host has there: each database numbers its rows itself. Returns the status the
-// slave's copy had before, 0 when it was not read.
-int WriteStatus(const ClustRecord& row, int status, SlaveReach& slave) {
-  SetStatusClusterSql(cnf.clustmaster.c_str(), row.id, status);
-  if (!slave.answers()) return 0;
+// The status, to the slave's database by the id the same host has there: each database numbers
+// its rows itself.
+void WriteSlaveCopy(const ClustRecord& row, int status, int64_t nowMs) {
   ActInfo info;
   GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), row.hostname.c_str(),
                 &info, ClustsTemp, 1);
-  if (info.count != 1) return 0;
-  int before = ClustsTemp[0]->status;
+  if (info.count != 1 || info.side != kSlaveDb) return;
   SetStatusClusterSql(cnf.clustslave.c_str(), ClustsTemp[0]->id, status);
-  return before;
+  Detector().seen.Wrote(kSlaveDb, row.hostname.c_str(), nowMs, status);
 }
 
-// The host names the slave's database holds inactive, read only when a row of this pass looks
-// stale for an outage of the master's database: the slave may have judged it meanwhile.
-std::vector<std::string> InactiveOnSlave(const Silence& silence, SlaveReach& slave) {
-  std::vector<std::string> names;
-  bool held = false;
-  for (int i = 0; i < mactinfo.count && !held; ++i) held = silence.HeldBack(*ClustsOnMaster[i]);
-  if (!held || !slave.answers()) return names;
-  ActInfo info;
-  GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-inactive", &info,
-                ClustsTemp, 1);
-  for (int i = 0; i < info.count; ++i) names.emplace_back(ClustsTemp[i]->hostname.c_str());
-  return names;
+void WriteStatus(const ClustRecord& row, int status, bool slaveReadable, int64_t nowMs) {
+  SetStatusClusterSql(cnf.clustmaster.c_str(), row.id, status);
+  Detector().seen.Wrote(kMasterDb, row.hostname.c_str(), nowMs, status);
+  if (slaveReadable) WriteSlaveCopy(row, status, nowMs);
 }
 
-void CheckRow(ClustRecord& row, int64_t now, Silence& silence, SlaveReach& slave,
-              const std::vector<std::string>& inactiveOnSlave, PassTakeovers& takeovers) {
-  bool judged = std::find(inactiveOnSlave.begin(), inactiveOnSlave.end(), row.hostname.c_str()) !=
-                inactiveOnSlave.end();
-  int64_t silentFor = SilenceOnMaster(row, silence.Age(row), silence.For(row), judged);
-  Trace("_xmonitoronmaster(9): delta=%ld ldate1=%ld ldate2=%ld\n", static_cast<long>(silentFor),
-        static_cast<long>(now), static_cast<long>(row.updated_at));
-  MonitorVerdict v = DecideOnMaster(row, silentFor, MasterLastWriteMill);
-  if (v.silent) {
-    ++DetectedCount[0];
-    LogError(
-        "Detected_1 that %s(%s)<%ld> has not been updated for more than 15 seconds since the "
-        "current time<%ld>",
-        row.hostname.c_str(), row.ipaddress.c_str(), static_cast<long>(row.updated_at),
-        static_cast<long>(now));
-  }
-  if (v.old) {
+struct Pass {
+  int64_t now, nowMs;
+  PassGuard guard;
+  bool slaveReadable;
+  int held = 0;  // take-overs newly held in this pass
+};
+
+void CheckRow(ClustRecord& row, Pass& p) {
+  TakeoverQueue& queue = QordownRuns();
+  const char* host = row.hostname.c_str();
+  RowSeen seen = SeenOf(row, kMasterDb, queue.Holds(host), p.nowMs);
+  Trace("_xmonitoronmaster(9): delta=%ld ldate1=%ld ldate2=%ld\n",
+        static_cast<long>(seen.silentMs / 1000), static_cast<long>(p.now),
+        static_cast<long>(row.updated_at));
+  RowVerdict v = Judge(seen, p.guard, p.guard.writing > 0,
+                       [&](bool s) { return DecideOnMaster(row, s, MasterLastWriteMill); });
+  ReportOneDb("monitoronmaster(5)", row, v.takeover == Takeover::kOneDb);
+  if (v.logDetected) LogDetected(1, row, p.now);
+  if (v.decided.old) {
     LogNotice("monitoronmaster(1) lastwritemill -> %ld %ld", static_cast<long>(MasterLastWriteMill),
               static_cast<long>(row.last_writemill));
-    LogError("DB_OLD_STAT_4: %s(%s) is now DB_OLD_STAT(%s:%ld > %s:%ld)", row.hostname.c_str(),
+    LogError("DB_OLD_STAT_4: %s(%s) is now DB_OLD_STAT(%s:%ld > %s:%ld)", host,
              row.ipaddress.c_str(), cnf.clustmaster.c_str(), static_cast<long>(MasterLastWriteMill),
-             row.hostname.c_str(), static_cast<long>(row.last_writemill));
+             host, static_cast<long>(row.last_writemill));
     row.last_writemill = 0;
   }
-  int slaveCopy = v.changed ? WriteStatus(row, v.status, slave) : 0;
-  takeovers.Saw(row, v.silent);
-  // The take-over sees the row as read, but with the last write cleared for a slave made old.
-  if (TakeoverDue(v, row, slaveCopy)) {
-    takeovers.Due(row);
-  } else if (v.takeover) {
-    LogNotice("monitoronmaster(3) %s(%s) was taken over by the slave already", row.hostname.c_str(),
-              row.ipaddress.c_str());
+  if (v.write) WriteStatus(row, v.decided.status, p.slaveReadable, p.nowMs);
+  switch (v.takeover) {
+    case Takeover::kRun:
+      // The take-over sees the row as read, but with the last write cleared for a slave made old.
+      Qordown(row);
+      break;
+    case Takeover::kHold:
+      p.held += queue.Hold(host, row.ipaddress.c_str(), p.nowMs) ? 1 : 0;
+      break;
+    case Takeover::kPeerDone:
+      LogNotice("monitoronmaster(3) %s(%s) was taken over by the slave already", host,
+                row.ipaddress.c_str());
+      queue.Drop(host);
+      break;
+    case Takeover::kNone:
+    case Takeover::kOneDb:
+      if (seen.held && Detector().seen.Writing(host, p.nowMs)) {
+        LogNotice("monitoronmaster(4) %s(%s) writes again, its held take-over dropped", host,
+                  row.ipaddress.c_str());
+        queue.Drop(host);
+      }
+      break;
   }
 }
 
-void MarkTemplate(const ClustRecord& row, SlaveReach& slave) {
-  if (!TemplateMarkDue(row, MasterTplUpdateMill)) return;
-  UpdateTplsyncSql(cnf.clustmaster.c_str(), row.hostname.c_str(), row.tpl_syncmill, kTplOld);
-  if (slave.answers()) {
-    UpdateTplsyncSql(cnf.clustslave.c_str(), row.hostname.c_str(), row.tpl_syncmill, kTplOld);
+// A status the slave's database missed (its server did not answer when the verdict was
+// written) is copied there at the first pass that can, while the server stays silent there.
+void HealSlaveCopy(const ClustRecord& row, const Pass& p) {
+  if (!p.slaveReadable || (row.status != kStatusInactive && row.status != kStatusOld)) return;
+  const RowWatch* copy = Detector().seen.Find(kSlaveDb, row.hostname.c_str());
+  if (copy == nullptr || copy->status != kStatusActive || copy->silentMs <= kSilentMs) return;
+  LogNotice("monitoronmaster(7) %s(%s) status %d copied to the database on %s",
+            row.hostname.c_str(), row.ipaddress.c_str(), row.status, cnf.clustslave.c_str());
+  WriteSlaveCopy(row, row.status, p.nowMs);
+}
+
+// Each database's copy is marked by what that copy says, so a mark the slave's database missed
+// is made there at the first pass that can read it.
+void MarkTemplate(const ClustRecord& row, bool slaveReadable, int64_t nowMs) {
+  const char* host = row.hostname.c_str();
+  if (TemplateMarkDue(row, MasterTplUpdateMill)) {
+    UpdateTplsyncSql(cnf.clustmaster.c_str(), host, row.tpl_syncmill, kTplOld);
+    Detector().seen.Wrote(kMasterDb, host, nowMs, 0);
+  }
+  if (!slaveReadable) return;
+  for (int i = 0; i < sactinfo.count; ++i) {
+    const ClustRecord& copy = *ClustsOnSlave[i];
+    if (copy.hostname != host || !TemplateMarkDue(copy, MasterTplUpdateMill)) continue;
+    UpdateTplsyncSql(cnf.clustslave.c_str(), host, copy.tpl_syncmill, kTplOld);
+    Detector().seen.Wrote(kSlaveDb, host, nowMs, 0);
+  }
+}
+
+// Held take-overs whose rows are gone (removed by hand, swept) have nobody left to take over.
+void DropVanished(const ActInfo& info, ClustRecord* const* rows) {
+  TakeoverQueue& queue = QordownRuns();
+  std::vector<std::string> gone;
+  for (const TakeoverRun& h : queue.held()) {
+    bool found = false;
+    for (int i = 0; i < info.count && !found; ++i) found = h.hostname == rows[i]->hostname.c_str();
+    if (!found) gone.emplace_back(h.hostname.c_str());
+  }
+  for (const std::string& host : gone) {
+    LogNotice("monitoronmaster(4) %s has no row any more, its held take-over dropped", host.c_str());
+    queue.Drop(host.c_str());
   }
 }
 
@@ -127,31 +164,62 @@ void MarkTemplate(const ClustRecord& row, SlaveReach& slave) {
 
 int MonitorOnMaster(int) {
   char date[32];
-  int64_t now = mygetdate(date, sizeof date, kDateTime);
-  Trace("_xmonitoronmaster(1): starting at %s (%ld)\n", date, static_cast<long>(now));
+  Pass p{};
+  p.now = mygetdate(date, sizeof date, kDateTime);
+  p.nowMs = DetectorNowMs();
+  Trace("_xmonitoronmaster(1): starting at %s (%ld)\n", date, static_cast<long>(p.now));
   if (ClustRole != kRoleMaster) return kMonitorNotMine;
-  GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all", &mactinfo,
-                ClustsOnMaster, 0);
-  // Only the master's own database is judged here: while it does not answer, the read falls back
+  int read = GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all",
+                           &mactinfo, ClustsOnMaster, 0);
+  // The master judges from its own database only: while it does not answer, the read falls back
   // to the slave's, from which the slave keeps the watch; judged from both sides, a server that
   // died then would be taken over twice.
-  if (mactinfo.side != 0) return kMonitorDone;
-  Silence silence(0, now, "monitoronmaster(2)");
-  SlaveReach slave;
-  PassTakeovers takeovers("monitoronmaster(4)", now);
-  const std::vector<std::string> inactiveOnSlave = InactiveOnSlave(silence, slave);
+  bool own = read == kDbOk && mactinfo.side == kMasterDb;
+  if (!ObserveDb(kMasterDb, own, ClustsOnMaster, mactinfo.count, p.nowMs, true,
+                 "monitoronmaster(6)")) {
+    return kMonitorDone;
+  }
+  // The slave's copy of every row: a server silent here that still writes there lost its way to
+  // this database only, and a member the slave took over meanwhile is not taken over again.
+  bool slaveRead = spool != nullptr &&
+                   GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(),
+                                 "-all", &sactinfo, ClustsOnSlave, 1) == kDbOk &&
+                   sactinfo.side == kSlaveDb;
+  p.slaveReadable = ObserveDb(kSlaveDb, slaveRead, ClustsOnSlave, sactinfo.count, p.nowMs, true,
+                              "monitoronmaster(6)");
+  std::vector<GuardRow> guardRows;
   for (int i = 0; i < mactinfo.count; ++i) {
-    ClustRecord& row = *ClustsOnMaster[i];
+    const ClustRecord& row = *ClustsOnMaster[i];
     // Master rows come first by role_id; each one read sets the reference for the rows after it.
     if (row.role_id == kRoleIdMaster) {
       MasterLastWriteMill = row.last_writemill;
       MasterTplUpdateMill = row.tpl_updatemill;
-      continue;
+    } else {
+      guardRows.push_back(GuardRowOf(row, kMasterDb, p.nowMs));
     }
-    CheckRow(row, now, silence, slave, inactiveOnSlave, takeovers);
-    MarkTemplate(row, slave);
   }
-  takeovers.Finish([&] { return slave.answers(); }, cnf.clustslave.c_str());
+  SlaveReach slave;
+  p.guard = GuardOf(guardRows, [&] { return slave.answers(); });
+  for (int i = 0; i < mactinfo.count; ++i) {
+    ClustRecord& row = *ClustsOnMaster[i];
+    if (row.role_id == kRoleIdMaster) continue;
+    CheckRow(row, p);
+    HealSlaveCopy(row, p);
+    MarkTemplate(row, p.slaveReadable, p.nowMs);
+  }
+  DropVanished(mactinfo, ClustsOnMaster);
+  if (p.held > 0 && p.guard.cutOff) {
+    LogError(
+        "monitoronmaster(4) all %d other servers are silent and %s does not answer: this server "
+        "is probably the one cut off, %d take-overs held",
+        p.guard.others, cnf.clustslave.c_str(), p.held);
+  } else if (p.held > 0) {
+    LogError(
+        "monitoronmaster(4) %d of %d servers went silent at once and the database on %s cannot "
+        "confirm it: %d take-overs held, for up to %ld s while others write",
+        p.guard.silent, p.guard.others, cnf.clustslave.c_str(), p.held,
+        static_cast<long>(kBrakeReleaseMs / 1000));
+  }
   return kMonitorDone;
 }
 

@@ -2,14 +2,6 @@
 
 namespace qor {
 
-int64_t SilentFor(int64_t now, int64_t updatedAt, int64_t notAnswering) {
-  return now - updatedAt - notAnswering;
-}
-
-bool IsSilent(int64_t silentFor) {
-  return silentFor > kSilentSeconds;
-}
-
 namespace {
 
 // A silent server judged against the other database's side: behind means its database stopped
@@ -32,9 +24,8 @@ MonitorVerdict Fresh(int status) {
 
 }  // namespace
 
-MonitorVerdict DecideOnMaster(const ClustRecord& row, int64_t silentFor,
-                              int64_t masterLastWriteMill) {
-  if (!IsSilent(silentFor)) return Fresh(row.status);
+MonitorVerdict DecideOnMaster(const ClustRecord& row, bool silent, int64_t masterLastWriteMill) {
+  if (!silent) return Fresh(row.status);
   MonitorVerdict v = Fresh(row.status);
   v.silent = true;
   if (row.role_id == kRoleIdSlave) {
@@ -50,42 +41,32 @@ MonitorVerdict DecideOnMaster(const ClustRecord& row, int64_t silentFor,
   return v;
 }
 
+MonitorVerdict DecideMasterAnswering(const ClustRecord& M, const ClustRecord& S, bool silent) {
+  if (!silent) return Fresh(M.status);
+  return Judged(M.status, M.last_writemill < S.last_writemill);
+}
+
+MonitorVerdict DecideMasterSilent(const ClustRecord& R, bool silent, int64_t masterLastWriteMill,
+                                  int64_t slaveLastWriteMill) {
+  bool watched = R.status == kStatusActive || R.status == kStatusInactive;
+  if (!watched || !silent) return Fresh(R.status);
+  return Judged(R.status, masterLastWriteMill < slaveLastWriteMill);
+}
+
+MonitorVerdict DecideMemberFromSlave(const ClustRecord& row, bool silent) {
+  if (row.status != kStatusActive || !silent) return Fresh(row.status);
+  return Judged(row.status, false);
+}
+
 bool TemplateMarkDue(const ClustRecord& row, int64_t masterTplUpdateMill) {
   return row.tpl_syncmill < masterTplUpdateMill && row.tpl_syncstate != kTplOld;
 }
 
-int64_t SilenceOnMaster(const ClustRecord& row, int64_t age, int64_t silentFor,
-                        bool inactiveOnSlave) {
-  bool member = row.role_id != kRoleIdMaster && row.role_id != kRoleIdSlave;
-  return member && inactiveOnSlave && IsSilent(age) && !IsSilent(silentFor) ? age : silentFor;
-}
-
-bool CutOff(int others, int silentOthers, bool peerAnswers) {
-  return others >= 2 && silentOthers == others && !peerAnswers;
-}
-
-bool TakeoverDue(const MonitorVerdict& v, const ClustRecord& row, int slaveCopyStatus) {
-  if (!v.takeover) return false;
-  if (row.role_id == kRoleIdSlave) return true;
-  return slaveCopyStatus != kStatusInactive && slaveCopyStatus != kStatusOld;
-}
-
-MonitorVerdict DecideMasterAnswering(const ClustRecord& M, const ClustRecord& S,
-                                     int64_t silentFor) {
-  if (!IsSilent(silentFor)) return Fresh(M.status);
-  return Judged(M.status, M.last_writemill < S.last_writemill);
-}
-
-MonitorVerdict DecideMasterSilent(const ClustRecord& R, int64_t silentFor,
-                                  int64_t masterLastWriteMill, int64_t slaveLastWriteMill) {
-  bool watched = R.status == kStatusActive || R.status == kStatusInactive;
-  if (!watched || !IsSilent(silentFor)) return Fresh(R.status);
-  return Judged(R.status, masterLastWriteMill < slaveLastWriteMill);
-}
-
-MonitorVerdict DecideMemberFromSlave(const ClustRecord& row, int64_t silentFor) {
-  if (row.status != kStatusActive || !IsSilent(silentFor)) return Fresh(row.status);
-  return Judged(row.status, false);
+bool AdoptsPeerVerdict(const RowSeen& seen) {
+  bool peerJudged = seen.otherStatus == kStatusInactive || seen.otherStatus == kStatusOld;
+  bool quietThere = seen.otherSilentMs < 0 || seen.otherSilentMs > kWritingMs;
+  return seen.member && seen.status == kStatusActive && peerJudged &&
+         seen.rawSilentMs > kWritingMs && quietThere;
 }
 
 }  // namespace qor

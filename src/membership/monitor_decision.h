@@ -1,22 +1,24 @@
-// The monitors' decisions apart from their effects: pure functions of one row (or the master's
-// and the slave's rows) read in the current pass, saying whether the server is silent, what its
-// row becomes, whether the take-over runs and which line explains it. No process-wide state.
+// The monitors' verdict on one row, apart from its effects: a pure function of what this watcher
+// observed (the row's silence in each database it could read, the other watcher's verdict in the
+// other database, the pass's cut-off guard and mass-silence brake) returning what to write,
+// whether to take the server over, hold it or leave it, and which lines to log. No process-wide
+// state, no clock: every time is the caller's.
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
+#include "membership/observation.h"
 #include "store/clust_record.h"
 
 namespace qor {
 
-// A row unchanged for more seconds than this belongs to a silent server.
-constexpr int64_t kSilentSeconds = 15;
+// Held take-overs of a mass silence run without the peer's confirmation once the silence has
+// lasted this long while this watcher still sees some server writing: a rack that really failed
+// is taken over a minute late rather than never.
+constexpr int64_t kBrakeReleaseMs = 60 * 1000;
 
-// Seconds the row has been silent at now. notAnswering: the seconds since updatedAt in which the
-// database the row was read from did not answer; a database that did not answer could not take
-// anyone's heartbeat, so that time does not count against the row.
-int64_t SilentFor(int64_t now, int64_t updatedAt, int64_t notAnswering);
-bool IsSilent(int64_t silentFor);
+// --- The status a silent row gets, by who judges it from where (the Detected_ kind).
 
 struct MonitorVerdict {
   bool silent = false;    // the Detected_ line is due
@@ -26,47 +28,150 @@ struct MonitorVerdict {
   bool old = false;       // its database is declared old: DB_OLD_STAT_ and the notice
 };
 
-// --- On the master, for each row read from its own database that is not a master row.
-
-// row: a slave or any other row; masterLastWriteMill: the master row's last_writemill as last
-// read. A slave that stopped writing before the master did becomes old (300), others inactive.
-MonitorVerdict DecideOnMaster(const ClustRecord& row, int64_t silentFor,
-                              int64_t masterLastWriteMill);
+// The master, for each row of its own database that is not a master row: a slave that stopped
+// writing before the master did becomes old (300), others inactive.
+MonitorVerdict DecideOnMaster(const ClustRecord& row, bool silent, int64_t masterLastWriteMill);
+// The slave, on the master's row M (status 100 or 200) as the master's database holds it, with
+// the slave's row S from there. A stale M is rewritten even when it stays 200.
+MonitorVerdict DecideMasterAnswering(const ClustRecord& M, const ClustRecord& S, bool silent);
+// The slave, on the master's row R as its own database holds it, the master's host or database
+// silent; the two last_writemill values as the slave's database holds them.
+MonitorVerdict DecideMasterSilent(const ClustRecord& R, bool silent, int64_t masterLastWriteMill,
+                                  int64_t slaveLastWriteMill);
+// The slave, on a member's (or other) row from its own database: only active rows are judged.
+MonitorVerdict DecideMemberFromSlave(const ClustRecord& row, bool silent);
 
 // The row's template copy is older than the master's tree and not yet marked out of date. The mark
-// stamps the row's updated_at: made on every pass, it would keep a dead server's row fresh.
+// stamps the row's updated_at: made on every pass, it would hide a dead server from any reader
+// that judges by age.
 bool TemplateMarkDue(const ClustRecord& row, int64_t masterTplUpdateMill);
 
-// The silence to judge a member's row by on the master: its age when the row looks silent only
-// because the master's database did not answer (silentFor, the time it answered, says not yet)
-// and the slave's database already holds it inactive or old (inactiveOnSlave): the slave judged
-// it there meanwhile, and both databases agree at once instead of 15 s after the outage.
-int64_t SilenceOnMaster(const ClustRecord& row, int64_t age, int64_t silentFor,
-                        bool inactiveOnSlave);
+// --- The pass's guard and brake, from every row this watcher judges in the pass.
 
-// Whether a monitor is probably the server cut off from the network: every one of the others
-// (at least two: with one, a master and a slave have no third view) silent in its pass, and its
-// peer not answering ping. Its take-overs are then held.
-bool CutOff(int others, int silentOthers, bool peerAnswers);
+struct GuardRow {
+  bool everWriting = false;   // seen writing since this watcher started
+  bool writing = false;       // seen writing within kWritingMs
+  bool silent = false;        // silent past kSilentMs in the judged database
+  int status = 0;             // as read
+};
 
-// Whether the take-over the verdict asks for is still to run on the master: not for a member that
-// the slave's database already holds inactive or old (slaveCopyStatus; 0 when not read), which
-// the slave took over while the master's database did not answer it.
-bool TakeoverDue(const MonitorVerdict& v, const ClustRecord& row, int slaveCopyStatus);
+struct PassGuard {
+  int others = 0;      // servers that were writing: active rows once seen changing
+  int writing = 0;     // of those, still writing
+  int silent = 0;      // of those, silent now
+  bool cutOff = false;  // nobody writing and the peer silent: this watcher is the one cut off
+  bool brake = false;   // more than half of them silent at once
+};
 
-// --- On the slave.
+// peerAnswers is asked only when nobody is writing: a ping of a silent peer costs seconds.
+template <class PeerAnswers>
+PassGuard GuardOf(const std::vector<GuardRow>& rows, PeerAnswers peerAnswers);
 
-// The master's row as its own database holds it (M, status 100 or 200), with the slave's row S
-// from there: the master answers ping. A stale M is rewritten even when it stays 200.
-MonitorVerdict DecideMasterAnswering(const ClustRecord& M, const ClustRecord& S, int64_t silentFor);
+// --- The verdict.
 
-// The master's row R as the slave's database holds it, the master silent; the two last_writemill
-// values as the slave's database holds them.
-MonitorVerdict DecideMasterSilent(const ClustRecord& R, int64_t silentFor,
-                                  int64_t masterLastWriteMill, int64_t slaveLastWriteMill);
+enum class Takeover {
+  kNone,      // nothing to take over (fresh, or not active when found silent)
+  kRun,       // run the take-over now
+  kHold,      // hold it: cut off, or a mass silence the peer cannot confirm yet
+  kPeerDone,  // the other watcher took it over already: its status only
+  kOneDb,     // it still writes into another database: reported, not taken over
+};
 
-// A member's (or other) row from the slave's database, the master silent: only active rows are
-// judged.
-MonitorVerdict DecideMemberFromSlave(const ClustRecord& row, int64_t silentFor);
+struct RowSeen {
+  int64_t silentMs = 0;        // verdict silence in the judged database (VerdictSilenceMs)
+  int64_t rawSilentMs = 0;     // observed silence there, own writes not restarting it
+  int64_t otherSilentMs = -1;  // observed silence in the other database; -1: not read there
+  int otherStatus = 0;         // its status in the other database; 0: not read there
+  int status = 0;              // its status in the judged database
+  bool member = false;         // neither the master's nor the slave's row
+  bool held = false;           // its take-over is held already
+};
+
+struct RowVerdict {
+  MonitorVerdict decided;  // status, Detected_ and DB_OLD_STAT_ lines
+  bool logDetected = false;
+  bool write = false;  // write decided.status
+  Takeover takeover = Takeover::kNone;
+};
+
+// decide: one of the Decide* above, called with the row's silence.
+template <class Decide>
+RowVerdict Judge(const RowSeen& seen, const PassGuard& guard, bool someoneWriting, Decide decide);
+
+// A member whose silence this watcher has observed for a while, without a change, that the other
+// watcher already holds inactive or old in its database: judged before 15 s of observation (after
+// this watcher's start, or its database's return), its status only.
+bool AdoptsPeerVerdict(const RowSeen& seen);
+
+// ------------------------------------------------------------------------------------------------
+
+template <class PeerAnswers>
+PassGuard GuardOf(const std::vector<GuardRow>& rows, PeerAnswers peerAnswers) {
+  PassGuard g;
+  for (const GuardRow& r : rows) {
+    // Rows at 200 or 300, and rows never seen changing (left over, or not yet observed), are no
+    // evidence either way.
+    if (!r.everWriting || r.status != kStatusActive) continue;
+    ++g.others;
+    g.writing += r.writing ? 1 : 0;
+    g.silent += r.silent ? 1 : 0;
+  }
+  // With one other server (a master and a slave alone) there is no third view to tell a dead
+  // peer from a cut-off self.
+  g.cutOff = g.others >= 2 && g.writing == 0 && !peerAnswers();
+  g.brake = g.others >= 2 && 2 * g.silent > g.others;
+  return g;
+}
+
+// The whole rule, in the order it is applied:
+//
+//   observed                                   | Detected_ | status write | take-over
+//   -------------------------------------------+-----------+--------------+-----------
+//   fresh in the judged database               | no        | no           | -
+//   member fresh, peer's copy 200/300, quiet   | yes       | yes          | kPeerDone
+//   silent here, writing in the other database | no        | no           | kOneDb
+//   silent, not active when found              | yes       | as decided   | -
+//   member, peer's copy 200/300                | yes       | yes          | kPeerDone
+//   silent, this watcher cut off               | once      | no           | kHold
+//   silent, mass silence, peer's copy unread   | once      | no           | kHold
+//     ... someone writing and silent >= 60 s   | yes       | yes          | kRun
+//   silent otherwise                           | yes       | yes          | kRun
+template <class Decide>
+RowVerdict Judge(const RowSeen& seen, const PassGuard& guard, bool someoneWriting, Decide decide) {
+  RowVerdict v;
+  bool silentHere = seen.silentMs > kSilentMs;
+  if (!silentHere) {
+    if (!AdoptsPeerVerdict(seen)) return v;
+    v.decided = decide(true);
+    v.decided.takeover = false;
+    v.logDetected = v.write = true;
+    v.takeover = Takeover::kPeerDone;
+    return v;
+  }
+  if (seen.otherSilentMs >= 0 && seen.otherSilentMs <= kSilentMs) {
+    v.takeover = Takeover::kOneDb;
+    return v;
+  }
+  v.decided = decide(true);
+  v.logDetected = true;
+  v.write = v.decided.changed;
+  if (!v.decided.takeover) return v;
+  bool peerDone = seen.member && (seen.otherStatus == kStatusInactive ||
+                                  seen.otherStatus == kStatusOld);
+  bool confirmed = seen.otherSilentMs > kSilentMs;
+  bool released = someoneWriting && seen.rawSilentMs >= kBrakeReleaseMs;
+  if (peerDone) {
+    v.takeover = Takeover::kPeerDone;
+    v.write = true;
+  } else if (guard.cutOff || (guard.brake && !confirmed && !released)) {
+    // Held: no status either, so that the other watcher reads no verdict that was not carried out.
+    v.takeover = Takeover::kHold;
+    v.write = false;
+    v.logDetected = !seen.held;
+  } else {
+    v.takeover = Takeover::kRun;
+  }
+  return v;
+}
 
 }  // namespace qor

@@ -1,5 +1,9 @@
 #include "membership/nodedown.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
+
 #include "base/clock.h"
 #include "base/log.h"
 #include "base/paths.h"
@@ -34,6 +38,11 @@ void LogDown(const char* who, const ClustRecord& r) {
 }  // namespace
 
 void Qordown(const ClustRecord& r) {
+  int64_t now = MonotonicMill();
+  if (Takeovers().Knows(r.hostname.c_str()) && !Takeovers().Holds(r.hostname.c_str())) {
+    LogNotice("qordown.sh for %s(%s) queued already", r.hostname.c_str(), r.ipaddress.c_str());
+    return;
+  }
   // Browser containers move only from the peer: a dead member's sessions are the take-over
   // script's business.
   if (ClustRole == kRoleMaster) {
@@ -49,21 +58,27 @@ void Qordown(const ClustRecord& r) {
   }
   // The script learns nothing from us. It runs beside the cycle: one that took the cycle's time
   // would stop this server's heartbeat, and the peer would take a live server over. It is never
-  // killed, since cut halfway it would leave rows pointing at containers never started, and it
-  // runs in a session of its own, so a daemon stopped (-stop's SIGKILL) or restarted leaves it
-  // to finish; the new daemon knows nothing of it. The runs still waiting are lost with the
-  // process: the rows already carry their new status, so no monitor finds those servers newly
-  // down again.
-  int64_t now = MonotonicMill();
+  // killed for taking long, and it runs in a session of its own. The queue is recorded on disk,
+  // so a restarted daemon waits for a script still running, runs what was waiting, and runs
+  // again a script that its daemon's end cut.
   Takeovers().Add(r.hostname.c_str(), r.ipaddress.c_str(), now);
   Takeovers().Advance(now);
+}
+
+void UseQordownRecord() {
+  // The directory the package makes; made here too for a daemon installed by hand.
+  if (mkdir(kStateDir, 0755) != 0 && errno != EEXIST) {
+    LogError("takeover record: %s cannot be made, the queue is kept in memory", kStateDir);
+    return;
+  }
+  Takeovers().UseRecord(kTakeoverRecord, MonotonicMill());
 }
 
 void AdvanceQordown() {
   Takeovers().Advance(MonotonicMill());
 }
 
-const TakeoverQueue& QordownRuns() {
+TakeoverQueue& QordownRuns() {
   return Takeovers();
 }
 

@@ -1,16 +1,19 @@
 // MonitorOnSlave: the slave watches the master. While the master's host answers ping it judges
-// the master's row as the master's own database holds it and writes the verdict to both
-// databases; while it does not, it judges the master's and the members' rows from its own
-// database and writes there only.
+// the master's row as the master's own database holds it, beside the copy in its own database,
+// and writes the verdict to both; while it does not (or its database cannot be used), it judges
+// the master's and the members' rows from its own database and writes there only. Take-overs it
+// held while it looked cut off are settled against the master's verdict once the master answers.
+#include <string>
+#include <vector>
+
 #include "base/clock.h"
 #include "base/log.h"
 #include "config/qorconf.h"
-#include "membership/cutoff.h"
 #include "membership/heartbeat.h"
 #include "membership/monitor.h"
 #include "membership/monitor_decision.h"
 #include "membership/nodedown.h"
-#include "membership/silence.h"
+#include "membership/watch.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"
@@ -19,46 +22,85 @@ namespace qor {
 
 namespace {
 
-// kind: 2 to 4, the number of the Detected_ line.
-void LogSilent(int kind, const ClustRecord& row, int64_t now) {
-  ++DetectedCount[kind - 1];
-  LogError(
-      "Detected_%d that %s(%s)<%ld> has not been updated for more than 15 seconds since the "
-      "current time<%ld>",
-      kind, row.hostname.c_str(), row.ipaddress.c_str(), static_cast<long>(row.updated_at),
-      static_cast<long>(now));
-}
+struct Pass {
+  int64_t now, nowMs;
+  int idOnSlave;  // the id of the master's row in the slave's database
+};
 
-int64_t TraceAge(int step, int64_t now, const ClustRecord& row, int64_t silentFor) {
+void TraceAge(int step, const Pass& p, const ClustRecord& row, const RowSeen& seen) {
   Trace("_xmonitoronslave(%d): delta=%ld ldate1=%ld ldate2=%ld\n", step,
-        static_cast<long>(silentFor), static_cast<long>(now), static_cast<long>(row.updated_at));
-  return silentFor;
+        static_cast<long>(seen.silentMs / 1000), static_cast<long>(p.now),
+        static_cast<long>(row.updated_at));
 }
 
-int WatchFromSlave(int64_t now, bool masterAnswers);
+void WriteSlaveStatus(const ClustRecord& row, int id, int status, const Pass& p) {
+  SetStatusClusterSql(cnf.clustslave.c_str(), id, status);
+  Detector().seen.Wrote(kSlaveDb, row.hostname.c_str(), p.nowMs, status);
+}
 
-// idOnSlave: the id of the master's row in the slave's database.
-int WatchAnsweringMaster(int64_t now, int idOnSlave) {
+// The take-overs this slave held while the master was silent, now that the master's database
+// answers: the master judges the members from there. Those it took over, those that write again
+// and those without a row are settled; the others stay held until the master's verdict shows.
+void SettleHeld(const Pass& p) {
+  TakeoverQueue& queue = QordownRuns();
+  if (queue.held().empty()) return;
+  ActInfo info;
+  if (GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all", &info,
+                    ClustsTemp, 0) != kDbOk ||
+      info.side != kMasterDb) {
+    return;
+  }
+  std::vector<std::string> settled;
+  for (const TakeoverRun& h : queue.held()) {
+    const ClustRecord* row = nullptr;
+    for (int i = 0; i < info.count && row == nullptr; ++i) {
+      if (h.hostname == ClustsTemp[i]->hostname.c_str()) row = ClustsTemp[i];
+    }
+    const char* why = nullptr;
+    if (row == nullptr) {
+      why = "has no row any more";
+    } else if (row->status == kStatusInactive || row->status == kStatusOld) {
+      why = "was taken over by the master";
+    } else if (Detector().seen.Writing(h.hostname.c_str(), p.nowMs)) {
+      why = "writes again";
+    }
+    if (why == nullptr) continue;
+    LogNotice("monitoronslave(9) %s(%s) %s, its held take-over dropped", h.hostname.c_str(),
+              h.ipaddress.c_str(), why);
+    settled.emplace_back(h.hostname.c_str());
+  }
+  for (const std::string& host : settled) queue.Drop(host.c_str());
+}
+
+int WatchFromSlave(Pass& p, bool masterAnswers);
+
+int WatchAnsweringMaster(Pass& p) {
   int read = GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(),
                            "-master_slave", &mactinfo, ClustsOnMaster, 0);
   Trace("_xmonitoronslave(2): mactinfo.count=%d\n", mactinfo.count);
-  // The master's host answers but its database does not (stopped, hung): the master cannot judge
-  // anyone from there, so the slave keeps the watch from its own database, as when the host is
-  // silent.
-  if (read != kDbOk || mactinfo.side != 0) return WatchFromSlave(now, true);
-  DropHeldTakeovers("monitoronslave(9)");
+  // The master's host answers but its database cannot be used by this server (stopped, hung,
+  // refusing its heartbeat): the master cannot judge anyone from there either, so the slave
+  // keeps the watch from its own database, as when the host is silent.
+  bool readOk = read == kDbOk && mactinfo.side == kMasterDb;
+  if (!ObserveDb(kMasterDb, readOk, ClustsOnMaster, mactinfo.count, p.nowMs, false,
+                 "monitoronslave(8)")) {
+    return WatchFromSlave(p, true);
+  }
+  SettleHeld(p);
   if (mactinfo.count != 2) return kMonitorDone;
   ClustRecord& M = *ClustsOnMaster[0];
   const ClustRecord& S = *ClustsOnMaster[1];
   // Ordered by role text: anything but the master's and the slave's row is no pair to judge.
   if (!(M.role == "master" && S.role == "slave")) return kMonitorDone;
   if (M.status != kStatusActive && M.status != kStatusInactive) return kMonitorDone;
-  Silence silence(0, now, "monitoronslave(8)");
-  int64_t silentFor = TraceAge(3, now, M, silence.For(M));
-  MonitorVerdict v = DecideMasterAnswering(M, S, silentFor);
-  if (!v.silent) return kMonitorDone;
-  LogSilent(2, M, now);
-  if (v.old) {
+  RowSeen seen = SeenOf(M, kMasterDb, false, p.nowMs);
+  TraceAge(3, p, M, seen);
+  RowVerdict v = Judge(seen, PassGuard{}, true,
+                       [&](bool s) { return DecideMasterAnswering(M, S, s); });
+  ReportOneDb("monitoronslave(8)", M, v.takeover == Takeover::kOneDb);
+  if (!v.logDetected) return kMonitorDone;
+  LogDetected(2, M, p.now);
+  if (v.decided.old) {
     LogError("DB_OLD_STAT_5: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", M.hostname.c_str(),
              M.ipaddress.c_str(), M.hostname.c_str(), static_cast<long>(M.last_writemill),
              S.hostname.c_str(), static_cast<long>(S.last_writemill));
@@ -66,62 +108,78 @@ int WatchAnsweringMaster(int64_t now, int idOnSlave) {
               static_cast<long>(S.last_writemill));
     M.last_writemill = 0;
   }
-  SetStatusClusterSql(cnf.clustmaster.c_str(), M.id, v.status);
-  SetStatusClusterSql(cnf.clustslave.c_str(), idOnSlave, v.status);
-  if (v.takeover) Qordown(M);
+  SetStatusClusterSql(cnf.clustmaster.c_str(), M.id, v.decided.status);
+  Detector().seen.Wrote(kMasterDb, M.hostname.c_str(), p.nowMs, v.decided.status);
+  WriteSlaveStatus(M, p.idOnSlave, v.decided.status, p);
+  if (v.takeover == Takeover::kRun) Qordown(M);
   return kMonitorDone;
 }
 
-void JudgeMasterAlone(const ClustRecord& R, int64_t now, int64_t silentFor,
-                      PassTakeovers& takeovers) {
-  MasterLastWriteMill = R.last_writemill;
-  if (R.status != kStatusActive && R.status != kStatusInactive) return;
-  TraceAge(6, now, R, silentFor);
-  MonitorVerdict v = DecideMasterSilent(R, silentFor, MasterLastWriteMill, SlaveLastWriteMill);
-  if (!v.silent) return;
-  LogSilent(3, R, now);
-  if (v.old) {
-    LogError("DB_OLD_STAT_6: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", R.hostname.c_str(),
+// kind: 3 the master's row, 4 a member's. Returns whether the take-over was newly held.
+bool JudgeAlone(ClustRecord& R, int kind, const PassGuard& guard, Pass& p) {
+  TakeoverQueue& queue = QordownRuns();
+  const char* host = R.hostname.c_str();
+  RowSeen seen = SeenOf(R, kSlaveDb, queue.Holds(host), p.nowMs);
+  TraceAge(kind == 3 ? 6 : 7, p, R, seen);
+  RowVerdict v = Judge(seen, guard, guard.writing > 0, [&](bool s) {
+    return kind == 3 ? DecideMasterSilent(R, s, MasterLastWriteMill, SlaveLastWriteMill)
+                     : DecideMemberFromSlave(R, s);
+  });
+  if (v.logDetected) LogDetected(kind, R, p.now);
+  if (v.decided.old) {
+    LogError("DB_OLD_STAT_6: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", host,
              R.ipaddress.c_str(), cnf.clustmaster.c_str(), static_cast<long>(MasterLastWriteMill),
              cnf.clustslave.c_str(), static_cast<long>(SlaveLastWriteMill));
   }
-  SetStatusClusterSql(cnf.clustslave.c_str(), R.id, v.status);
-  if (v.takeover) takeovers.Due(R);
-}
-
-void JudgeMemberAlone(const ClustRecord& R, int64_t now, int64_t silentFor,
-                      PassTakeovers& takeovers) {
-  if (R.status != kStatusActive) return;
-  MonitorVerdict v = DecideMemberFromSlave(R, TraceAge(7, now, R, silentFor));
-  if (!v.silent) return;
-  LogSilent(4, R, now);
-  SetStatusClusterSql(cnf.clustslave.c_str(), R.id, v.status);
-  takeovers.Due(R);
+  if (v.write) WriteSlaveStatus(R, R.id, v.decided.status, p);
+  if (v.takeover == Takeover::kRun) Qordown(R);
+  if (v.takeover == Takeover::kHold) return queue.Hold(host, R.ipaddress.c_str(), p.nowMs);
+  if (seen.held && v.takeover == Takeover::kNone && Detector().seen.Writing(host, p.nowMs)) {
+    LogNotice("monitoronslave(9) %s(%s) writes again, its held take-over dropped", host,
+              R.ipaddress.c_str());
+    queue.Drop(host);
+  }
+  return false;
 }
 
 // The master's host is silent, or its database: the slave keeps the watch from its own database
 // alone. masterAnswers: the master's host answered ping in this pass.
-int WatchFromSlave(int64_t now, bool masterAnswers) {
+int WatchFromSlave(Pass& p, bool masterAnswers) {
   const char* slave = cnf.clustslave.c_str();
   GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-slave", &sactinfo, ClustsOnSlave,
                 1);
   SlaveLastWriteMill = sactinfo.count >= 1 ? ClustsOnSlave[0]->last_writemill : 0;
-  GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-not_slave", &sactinfo,
-                ClustsOnSlave, 1);
+  int read = GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-not_slave", &sactinfo,
+                           ClustsOnSlave, 1);
   Trace("_xmonitoronslave(5): sactinfo.count=%d\n", sactinfo.count);
-  Silence silence(sactinfo.side, now, "monitoronslave(8)");
-  PassTakeovers takeovers("monitoronslave(9)", now);
-  for (int i = 0; i < sactinfo.count; ++i) {
-    const ClustRecord& R = *ClustsOnSlave[i];
-    int64_t silentFor = silence.For(R);
-    takeovers.Saw(R, IsSilent(silentFor));
-    if (R.role == "master") {
-      JudgeMasterAlone(R, now, silentFor, takeovers);
-    } else {
-      JudgeMemberAlone(R, now, silentFor, takeovers);
-    }
+  if (!ObserveDb(kSlaveDb, read == kDbOk && sactinfo.side == kSlaveDb, ClustsOnSlave,
+                 sactinfo.count, p.nowMs, true, "monitoronslave(8)")) {
+    return kMonitorDone;
   }
-  takeovers.Finish([&] { return masterAnswers; }, cnf.clustmaster.c_str());
+  std::vector<GuardRow> rows;
+  for (int i = 0; i < sactinfo.count; ++i) rows.push_back(GuardRowOf(*ClustsOnSlave[i], kSlaveDb, p.nowMs));
+  PassGuard guard = GuardOf(rows, [&] { return masterAnswers; });
+  int held = 0;
+  for (int i = 0; i < sactinfo.count; ++i) {
+    ClustRecord& R = *ClustsOnSlave[i];
+    bool master = R.role == "master";
+    if (master) MasterLastWriteMill = R.last_writemill;
+    // The master's row is judged at 100 or 200 (rewritten), the members' at 100 only.
+    bool watched = R.status == kStatusActive || (master && R.status == kStatusInactive);
+    if (watched) held += JudgeAlone(R, master ? 3 : 4, guard, p) ? 1 : 0;
+  }
+  if (held > 0 && guard.cutOff) {
+    LogError(
+        "monitoronslave(9) all %d other servers are silent and %s does not answer: this server is "
+        "probably the one cut off, %d take-overs held",
+        guard.others, cnf.clustmaster.c_str(), held);
+  } else if (held > 0) {
+    LogError(
+        "monitoronslave(9) %d of %d servers went silent at once and the database on %s cannot "
+        "confirm it: %d take-overs held, for up to %ld s while others write",
+        guard.silent, guard.others, cnf.clustmaster.c_str(), held,
+        static_cast<long>(kBrakeReleaseMs / 1000));
+  }
   return kMonitorDone;
 }
 
@@ -129,17 +187,23 @@ int WatchFromSlave(int64_t now, bool masterAnswers) {
 
 int MonitorOnSlave(int) {
   char date[32];
-  int64_t now = mygetdate(date, sizeof date, kDateTime);
-  Trace("_xmonitoronslave(1): starting at %s (%ld)\n", date, static_cast<long>(now));
+  Pass p{};
+  p.now = mygetdate(date, sizeof date, kDateTime);
+  p.nowMs = DetectorNowMs();
+  Trace("_xmonitoronslave(1): starting at %s (%ld)\n", date, static_cast<long>(p.now));
   if (ClustRole != kRoleSlave) return kMonitorNotMine;
-  GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master", &sactinfo,
-                ClustsOnSlave, 1);
+  int read = GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master",
+                           &sactinfo, ClustsOnSlave, 1);
+  // The master's row in this database is watched beside its row in the master's: a master that
+  // still writes here is not taken over for a database of its own that stopped taking writes.
+  ObserveDb(kSlaveDb, read == kDbOk && sactinfo.side == kSlaveDb, ClustsOnSlave, sactinfo.count,
+            p.nowMs, false, "monitoronslave(8)");
   if (sactinfo.count != 1) return kMonitorDone;
   // A master that the slave's database already holds as old is not watched, nor are the members.
   if (ClustsOnSlave[0]->status == kStatusOld) return kMonitorDone;
-  int idOnSlave = ClustsOnSlave[0]->id;
-  if (Ping(cnf.clustmaster.c_str(), 1, 3) == 0) return WatchAnsweringMaster(now, idOnSlave);
-  return WatchFromSlave(now, false);
+  p.idOnSlave = ClustsOnSlave[0]->id;
+  if (Ping(cnf.clustmaster.c_str(), 1, 3) == 0) return WatchAnsweringMaster(p);
+  return WatchFromSlave(p, false);
 }
 
 }  // namespace qor

@@ -1,16 +1,20 @@
-// The take-over script's runs, one per server found down: queued in the order the servers were
-// found, started one at a time through the shell runner's Start, never waited for by the cycle
-// and never killed. Advance, called once per cycle and after each Add, collects the end of the
-// run in progress and starts the next without blocking; Drain blocks until every run has ended
-// and is for a one-shot command only. Each start and end, and every kTakeoverReportMs of a run
-// still going, is logged with the server the run is for. Single-threaded. The queue is held in
-// memory only: a process that ends loses the runs still waiting.
+// The take-over script's runs, one per server found down: held while the detector waits for
+// evidence, queued in the order the servers were found, started one at a time through the shell
+// runner's Start, never waited for by the cycle and never killed. Advance, called once per cycle
+// and after each Add, collects the end of the run in progress and starts the next without
+// blocking; Drain blocks until every run has ended and is for a one-shot command only. Each start
+// and end, and every kTakeoverReportMs of a run still going, is logged with the server the run is
+// for. The daemon keeps the queue in a record on disk, rewritten (by rename) before a script
+// starts and when it ends, so that a restarted daemon finds what its predecessor held, queued or
+// was running. Single-threaded.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "base/shell.h"
 #include "store/clust_record.h"
@@ -28,6 +32,8 @@ struct TakeoverRun {
   ClustText hostname, ipaddress;  // the server found down
   int64_t queuedMs = 0, startedMs = 0, reportedMs = 0, endedMs = 0;
   BackgroundShell shell;
+  int64_t processStart = 0;  // the shell's start in /proc's clock ticks, to know it again
+  bool adopted = false;      // started by a predecessor: its end is seen, its status is not
   int status = kShellRunning;  // once ended: the exit status, or kShellNoStatus
 };
 
@@ -42,9 +48,23 @@ class TakeoverQueue {
  public:
   // command: what runs for every server, the same text each time.
   explicit TakeoverQueue(const char* command) : command_(command) {}
-  // Queues a run for the server found down at nowMs; false (logged) when kTakeoverWaitMax runs
-  // wait already.
+  // Keeps the queue in the file at path from now on, after taking over what it holds: held and
+  // waiting runs as they were, a run whose script still runs as the one in progress, a run whose
+  // script is gone without its end recorded (cut by a restart) queued again first. Logged.
+  void UseRecord(const char* path, int64_t nowMs);
+
+  // Queues a run for the server found down at nowMs (released from the held ones when held);
+  // false (logged) when the server is queued or running already, or kTakeoverWaitMax runs wait.
   bool Add(const char* hostname, const char* ipaddress, int64_t nowMs);
+  // Holds the server's take-over; false when it is held, queued or running already.
+  bool Hold(const char* hostname, const char* ipaddress, int64_t nowMs);
+  // Forgets a held take-over (settled without a run).
+  void Drop(const char* hostname);
+  bool Holds(const char* hostname) const;
+  // Queued, running or held: nothing more is to be done for it.
+  bool Knows(const char* hostname) const;
+  const std::vector<TakeoverRun>& held() const { return held_; }
+
   // Never blocks. Returns the run in progress once it has ended (logged), then starts the next
   // waiting run; a run that cannot be started is logged and dropped.
   std::optional<TakeoverRun> Advance(int64_t nowMs);
@@ -57,10 +77,17 @@ class TakeoverQueue {
   const TakeoverTally& tally() const { return tally_; }
 
  private:
+  void Save() const;
+
   const char* command_;
+  std::string record_;  // empty: kept in memory only
   std::optional<TakeoverRun> running_;
   std::deque<TakeoverRun> waiting_;
+  std::vector<TakeoverRun> held_;
   TakeoverTally tally_;
 };
+
+// The start time of process pid in clock ticks since boot (/proc/PID/stat), 0 when it is gone.
+int64_t ProcessStartTicks(int pid);
 
 }  // namespace qor

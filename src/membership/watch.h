@@ -1,0 +1,51 @@
+// The detector's memory across passes, owned by this process's monitors: what they observed of
+// every row, which outages and one-database writers they reported already, and the take-over
+// queue they feed (membership/nodedown.h). Helpers the two monitors share. Single-threaded.
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+
+#include "membership/monitor_decision.h"
+#include "membership/observation.h"
+#include "store/clust_record.h"
+
+namespace qor {
+
+struct DetectorMemory {
+  Observations seen;
+  int64_t writeFailures[kDbCount] = {-1, -1};  // the heartbeat's failed writes at the last pass
+  int64_t writeFailedMs[kDbCount] = {-1, -1};  // the pass that last found a write failed
+  bool writeOutage[kDbCount] = {};       // reported: this server's heartbeat did not get there
+  std::set<std::string> oneDb;           // reported: writes into one database only
+  int64_t oneDbReports = 0;              // servers so reported, for the metrics
+};
+DetectorMemory& Detector();
+
+// The monotonic milliseconds the monitors judge by: MonotonicMill unless a test set another clock
+// (nullptr puts the real one back). The one place where the detector reads the time.
+int64_t DetectorNowMs();
+void SetDetectorClock(int64_t (*clock)());
+
+// Reads db's rows for a monitor: the read, then this watcher's own heartbeat write there in this
+// cycle. When either failed, nothing of db is judged in this pass: its silence stops counting,
+// and a failed write is reported once per outage. True when db's rows may be judged.
+// complete: rows holds every row of db.
+bool ObserveDb(int db, bool readOk, ClustRecord* const* rows, int count, int64_t nowMs,
+               bool complete, const char* step);
+
+// What this watcher observed of row for a verdict judged in db at nowMs (the other database as
+// read in the same pass, when it was).
+RowSeen SeenOf(const ClustRecord& row, int db, bool held, int64_t nowMs);
+GuardRow GuardRowOf(const ClustRecord& row, int db, int64_t nowMs);
+
+// The one-database report, once per episode: row's server still writes into the other database.
+void ReportOneDb(const char* step, const ClustRecord& row, bool oneDb);
+// The Detected_ line of kind 1 to 4.
+void LogDetected(int kind, const ClustRecord& row, int64_t now);
+
+// Database names for lines: the configured address of db's server.
+const char* DbServer(int db);
+
+}  // namespace qor
