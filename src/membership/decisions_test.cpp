@@ -198,14 +198,14 @@ TEST(Decisions, ObservedSilence) {
     row.hostname.set("m1");
     ClustRecord* rows[] = {&row};
     for (const Step& s : steps) {
-      if (s.wrote != 0) seen.Wrote(kMasterDb, "m1", s.ms - 1, s.wrote == 2 ? I : 0);
+      if (s.wrote != 0) seen.Wrote(Db::kMaster, "m1", s.ms - 1, s.wrote == 2 ? I : 0);
       if (s.updatedAt < 0) {
-        seen.Unreadable(kMasterDb, s.ms);
+        seen.Unreadable(Db::kMaster, s.ms);
       } else {
         row.updated_at = s.updatedAt;
-        seen.Read(kMasterDb, rows, 1, s.ms, true);
+        seen.Read(Db::kMaster, rows, 1, s.ms, true);
       }
-      const RowWatch* w = seen.Find(kMasterDb, "m1");
+      const RowWatch* w = seen.Find(Db::kMaster, "m1");
       ASSERT_NE(w, nullptr) << name;
       EXPECT_EQ(w->silentMs, s.silent) << name << " at " << s.ms;
       EXPECT_EQ(VerdictSilenceMs(*w), s.verdict) << name << " at " << s.ms;

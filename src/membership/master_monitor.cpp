@@ -55,14 +55,14 @@ void WriteSlaveCopy(const ClustRecord& row, int status, int64_t nowMs) {
   ActInfo info;
   GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), row.hostname.c_str(),
                 &info, ClustsTemp, 1);
-  if (info.count != 1 || info.side != kSlaveDb) return;
-  SetStatusClusterSql(cnf.clustslave.c_str(), ClustsTemp[0]->id, status);
-  Detector().seen.Wrote(kSlaveDb, row.hostname.c_str(), nowMs, status);
+  if (info.count != 1 || info.side != Index(Db::kSlave)) return;
+  SetStatusClusterSql(Db::kSlave, ClustsTemp[0]->id, status);
+  Detector().seen.Wrote(Db::kSlave, row.hostname.c_str(), nowMs, status);
 }
 
 void WriteStatus(const ClustRecord& row, int status, bool slaveReadable, int64_t nowMs) {
-  SetStatusClusterSql(cnf.clustmaster.c_str(), row.id, status);
-  Detector().seen.Wrote(kMasterDb, row.hostname.c_str(), nowMs, status);
+  SetStatusClusterSql(Db::kMaster, row.id, status);
+  Detector().seen.Wrote(Db::kMaster, row.hostname.c_str(), nowMs, status);
   if (slaveReadable) WriteSlaveCopy(row, status, nowMs);
 }
 
@@ -76,7 +76,7 @@ struct Pass {
 void CheckRow(ClustRecord& row, Pass& p) {
   TakeoverQueue& queue = QordownRuns();
   const char* host = row.hostname.c_str();
-  RowSeen seen = SeenOf(row, kMasterDb, queue.Holds(host), p.nowMs);
+  RowSeen seen = SeenOf(row, Db::kMaster, queue.Holds(host), p.nowMs);
   Trace("_xmonitoronmaster(9): delta=%ld ldate1=%ld ldate2=%ld\n",
         static_cast<long>(seen.silentMs / 1000), static_cast<long>(p.now),
         static_cast<long>(row.updated_at));
@@ -121,7 +121,7 @@ void CheckRow(ClustRecord& row, Pass& p) {
 // written) is copied there at the first pass that can, while the server stays silent there.
 void HealSlaveCopy(const ClustRecord& row, const Pass& p) {
   if (!p.slaveReadable || (row.status != kStatusInactive && row.status != kStatusOld)) return;
-  const RowWatch* copy = Detector().seen.Find(kSlaveDb, row.hostname.c_str());
+  const RowWatch* copy = Detector().seen.Find(Db::kSlave, row.hostname.c_str());
   if (copy == nullptr || copy->status != kStatusActive || copy->silentMs <= kSilentMs) return;
   LogNotice("monitoronmaster(7) %s(%s) status %d copied to the database on %s",
             row.hostname.c_str(), row.ipaddress.c_str(), row.status, cnf.clustslave.c_str());
@@ -133,15 +133,15 @@ void HealSlaveCopy(const ClustRecord& row, const Pass& p) {
 void MarkTemplate(const ClustRecord& row, bool slaveReadable, int64_t nowMs) {
   const char* host = row.hostname.c_str();
   if (TemplateMarkDue(row, MasterTplUpdateMill)) {
-    UpdateTplsyncSql(cnf.clustmaster.c_str(), host, row.tpl_syncmill, kTplOld);
-    Detector().seen.Wrote(kMasterDb, host, nowMs, 0);
+    UpdateTplsyncSql(Db::kMaster, host, row.tpl_syncmill, kTplOld);
+    Detector().seen.Wrote(Db::kMaster, host, nowMs, 0);
   }
   if (!slaveReadable) return;
   for (int i = 0; i < sactinfo.count; ++i) {
     const ClustRecord& copy = *ClustsOnSlave[i];
     if (copy.hostname != host || !TemplateMarkDue(copy, MasterTplUpdateMill)) continue;
-    UpdateTplsyncSql(cnf.clustslave.c_str(), host, copy.tpl_syncmill, kTplOld);
-    Detector().seen.Wrote(kSlaveDb, host, nowMs, 0);
+    UpdateTplsyncSql(Db::kSlave, host, copy.tpl_syncmill, kTplOld);
+    Detector().seen.Wrote(Db::kSlave, host, nowMs, 0);
   }
 }
 
@@ -174,8 +174,8 @@ int MonitorOnMaster(int) {
   // The master judges from its own database only: while it does not answer, the read falls back
   // to the slave's, from which the slave keeps the watch; judged from both sides, a server that
   // died then would be taken over twice.
-  bool own = read == kDbOk && mactinfo.side == kMasterDb;
-  if (!ObserveDb(kMasterDb, own, ClustsOnMaster, mactinfo.count, p.nowMs, true,
+  bool own = read == kDbOk && mactinfo.side == Index(Db::kMaster);
+  if (!ObserveDb(Db::kMaster, own, ClustsOnMaster, mactinfo.count, p.nowMs, true,
                  "monitoronmaster(6)")) {
     return kMonitorDone;
   }
@@ -184,8 +184,8 @@ int MonitorOnMaster(int) {
   bool slaveRead = spool != nullptr &&
                    GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(),
                                  "-all", &sactinfo, ClustsOnSlave, 1) == kDbOk &&
-                   sactinfo.side == kSlaveDb;
-  p.slaveReadable = ObserveDb(kSlaveDb, slaveRead, ClustsOnSlave, sactinfo.count, p.nowMs, true,
+                   sactinfo.side == Index(Db::kSlave);
+  p.slaveReadable = ObserveDb(Db::kSlave, slaveRead, ClustsOnSlave, sactinfo.count, p.nowMs, true,
                               "monitoronmaster(6)");
   std::vector<GuardRow> guardRows;
   for (int i = 0; i < mactinfo.count; ++i) {
@@ -195,7 +195,7 @@ int MonitorOnMaster(int) {
       MasterLastWriteMill = row.last_writemill;
       MasterTplUpdateMill = row.tpl_updatemill;
     } else {
-      guardRows.push_back(GuardRowOf(row, kMasterDb, p.nowMs));
+      guardRows.push_back(GuardRowOf(row, Db::kMaster, p.nowMs));
     }
   }
   SlaveReach slave;

@@ -4,9 +4,9 @@
 
 namespace qor {
 
-void Observations::Read(int db, ClustRecord* const* rows, int count, int64_t nowMs,
+void Observations::Read(Db db, ClustRecord* const* rows, int count, int64_t nowMs,
                         bool complete) {
-  std::map<std::string, RowWatch>& seen = rows_[db];
+  std::map<std::string, RowWatch>& seen = rows_[Index(db)];
   std::map<std::string, RowWatch> kept;
   for (int i = 0; i < count; ++i) {
     const ClustRecord& r = *rows[i];
@@ -19,7 +19,7 @@ void Observations::Read(int db, ClustRecord* const* rows, int count, int64_t now
     } else {
       w = it->second;
       int64_t gap = nowMs - w.observedMs;
-      bool interrupted = unreadableMs_[db] >= w.observedMs;
+      bool interrupted = unreadableMs_[Index(db)] >= w.observedMs;
       // Time in which this watcher could not read the database, or could not write there itself,
       // is no evidence of anyone's silence. After a long outage the servers' own connections come
       // back one by one: the watcher observes afresh for 15 s before it judges.
@@ -44,24 +44,24 @@ void Observations::Read(int db, ClustRecord* const* rows, int count, int64_t now
     if (!complete) seen[host] = w;
   }
   if (complete) seen.swap(kept);
-  readMs_[db] = nowMs;
+  readMs_[Index(db)] = nowMs;
 }
 
-void Observations::Unreadable(int db, int64_t nowMs) {
-  unreadableMs_[db] = nowMs;
-  readMs_[db] = -1;
+void Observations::Unreadable(Db db, int64_t nowMs) {
+  unreadableMs_[Index(db)] = nowMs;
+  readMs_[Index(db)] = -1;
 }
 
-void Observations::Wrote(int db, const char* host, int64_t nowMs, int status) {
-  auto it = rows_[db].find(host);
-  if (it == rows_[db].end()) return;
+void Observations::Wrote(Db db, const char* host, int64_t nowMs, int status) {
+  auto it = rows_[Index(db)].find(host);
+  if (it == rows_[Index(db)].end()) return;
   it->second.ownStamp = true;
   if (status != 0) it->second.judgedMs = nowMs;
 }
 
-const RowWatch* Observations::Find(int db, const char* host) const {
-  auto it = rows_[db].find(host);
-  return it == rows_[db].end() ? nullptr : &it->second;
+const RowWatch* Observations::Find(Db db, const char* host) const {
+  auto it = rows_[Index(db)].find(host);
+  return it == rows_[Index(db)].end() ? nullptr : &it->second;
 }
 
 bool Observations::Writing(const char* host, int64_t nowMs) const {
@@ -82,9 +82,9 @@ bool Observations::EverWriting(const char* host) const {
 
 void Observations::Clear() {
   for (auto& seen : rows_) seen.clear();
-  for (int db = 0; db < kDbCount; ++db) {
-    unreadableMs_[db] = -1;
-    readMs_[db] = -1;
+  for (Db db : kDbs) {
+    unreadableMs_[Index(db)] = -1;
+    readMs_[Index(db)] = -1;
   }
 }
 

@@ -14,11 +14,6 @@
 
 namespace qor {
 
-// The two databases, as the store numbers them: the master's and the slave's.
-constexpr int kMasterDb = 0;
-constexpr int kSlaveDb = 1;
-constexpr int kDbCount = 2;
-
 // A row unchanged for more seconds than this belongs to a silent server.
 constexpr int64_t kSilentSeconds = 15;
 constexpr int64_t kSilentMs = kSilentSeconds * 1000;
@@ -41,22 +36,22 @@ class Observations {
  public:
   // A read of db at nowMs returned rows[0 .. count-1]. complete: the read was of every row, so a
   // host missing from it has no row any more.
-  void Read(int db, ClustRecord* const* rows, int count, int64_t nowMs, bool complete);
+  void Read(Db db, ClustRecord* const* rows, int count, int64_t nowMs, bool complete);
   // This watcher could not read db, or its own heartbeat write there failed, at nowMs: silence
   // stops counting there until the next read.
-  void Unreadable(int db, int64_t nowMs);
+  void Unreadable(Db db, int64_t nowMs);
   // This watcher wrote host's row in db (a status, a template mark): the next change of the row
   // is its own stamp, never the server writing. status: a status write, which also restarts the
   // row's judgement (a silent row is judged again 15 s later, not every pass); 0 for a mark.
-  void Wrote(int db, const char* host, int64_t nowMs, int status);
+  void Wrote(Db db, const char* host, int64_t nowMs, int status);
 
-  const RowWatch* Find(int db, const char* host) const;
+  const RowWatch* Find(Db db, const char* host) const;
   // Whether host's row changed by its server within kWritingMs of nowMs, in any database.
   bool Writing(const char* host, int64_t nowMs) const;
   // Whether host was ever seen writing since this watcher started, in any database.
   bool EverWriting(const char* host) const;
   // Whether db was read at nowMs: another database's view counts only when read in the same pass.
-  bool ReadAt(int db, int64_t nowMs) const { return readMs_[db] == nowMs; }
+  bool ReadAt(Db db, int64_t nowMs) const { return readMs_[Index(db)] == nowMs; }
   // Forgets everything, as a watcher that just started.
   void Clear();
 

@@ -34,8 +34,8 @@ void TraceAge(int step, const Pass& p, const ClustRecord& row, const RowSeen& se
 }
 
 void WriteSlaveStatus(const ClustRecord& row, int id, int status, const Pass& p) {
-  SetStatusClusterSql(cnf.clustslave.c_str(), id, status);
-  Detector().seen.Wrote(kSlaveDb, row.hostname.c_str(), p.nowMs, status);
+  SetStatusClusterSql(Db::kSlave, id, status);
+  Detector().seen.Wrote(Db::kSlave, row.hostname.c_str(), p.nowMs, status);
 }
 
 // The take-overs this slave held while the master was silent, now that the master's database
@@ -47,7 +47,7 @@ void SettleHeld(const Pass& p) {
   ActInfo info;
   if (GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all", &info,
                     ClustsTemp, 0) != kDbOk ||
-      info.side != kMasterDb) {
+      info.side != Index(Db::kMaster)) {
     return;
   }
   std::vector<std::string> settled;
@@ -81,8 +81,8 @@ int WatchAnsweringMaster(Pass& p) {
   // The master's host answers but its database cannot be used by this server (stopped, hung,
   // refusing its heartbeat): the master cannot judge anyone from there either, so the slave
   // keeps the watch from its own database, as when the host is silent.
-  bool readOk = read == kDbOk && mactinfo.side == kMasterDb;
-  if (!ObserveDb(kMasterDb, readOk, ClustsOnMaster, mactinfo.count, p.nowMs, false,
+  bool readOk = read == kDbOk && mactinfo.side == Index(Db::kMaster);
+  if (!ObserveDb(Db::kMaster, readOk, ClustsOnMaster, mactinfo.count, p.nowMs, false,
                  "monitoronslave(8)")) {
     return WatchFromSlave(p, true);
   }
@@ -93,7 +93,7 @@ int WatchAnsweringMaster(Pass& p) {
   // Ordered by role text: anything but the master's and the slave's row is no pair to judge.
   if (!(M.role == "master" && S.role == "slave")) return kMonitorDone;
   if (M.status != kStatusActive && M.status != kStatusInactive) return kMonitorDone;
-  RowSeen seen = SeenOf(M, kMasterDb, false, p.nowMs);
+  RowSeen seen = SeenOf(M, Db::kMaster, false, p.nowMs);
   TraceAge(3, p, M, seen);
   RowVerdict v = Judge(seen, PassGuard{}, true,
                        [&](bool s) { return DecideMasterAnswering(M, S, s); });
@@ -108,8 +108,8 @@ int WatchAnsweringMaster(Pass& p) {
               static_cast<long>(S.last_writemill));
     M.last_writemill = 0;
   }
-  SetStatusClusterSql(cnf.clustmaster.c_str(), M.id, v.decided.status);
-  Detector().seen.Wrote(kMasterDb, M.hostname.c_str(), p.nowMs, v.decided.status);
+  SetStatusClusterSql(Db::kMaster, M.id, v.decided.status);
+  Detector().seen.Wrote(Db::kMaster, M.hostname.c_str(), p.nowMs, v.decided.status);
   WriteSlaveStatus(M, p.idOnSlave, v.decided.status, p);
   if (v.takeover == Takeover::kRun) Qordown(M);
   return kMonitorDone;
@@ -119,7 +119,7 @@ int WatchAnsweringMaster(Pass& p) {
 bool JudgeAlone(ClustRecord& R, int kind, const PassGuard& guard, Pass& p) {
   TakeoverQueue& queue = QordownRuns();
   const char* host = R.hostname.c_str();
-  RowSeen seen = SeenOf(R, kSlaveDb, queue.Holds(host), p.nowMs);
+  RowSeen seen = SeenOf(R, Db::kSlave, queue.Holds(host), p.nowMs);
   TraceAge(kind == 3 ? 6 : 7, p, R, seen);
   RowVerdict v = Judge(seen, guard, guard.writing > 0, [&](bool s) {
     return kind == 3 ? DecideMasterSilent(R, s, MasterLastWriteMill, SlaveLastWriteMill)
@@ -152,12 +152,12 @@ int WatchFromSlave(Pass& p, bool masterAnswers) {
   int read = GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-not_slave", &sactinfo,
                            ClustsOnSlave, 1);
   Trace("_xmonitoronslave(5): sactinfo.count=%d\n", sactinfo.count);
-  if (!ObserveDb(kSlaveDb, read == kDbOk && sactinfo.side == kSlaveDb, ClustsOnSlave,
+  if (!ObserveDb(Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave), ClustsOnSlave,
                  sactinfo.count, p.nowMs, true, "monitoronslave(8)")) {
     return kMonitorDone;
   }
   std::vector<GuardRow> rows;
-  for (int i = 0; i < sactinfo.count; ++i) rows.push_back(GuardRowOf(*ClustsOnSlave[i], kSlaveDb, p.nowMs));
+  for (int i = 0; i < sactinfo.count; ++i) rows.push_back(GuardRowOf(*ClustsOnSlave[i], Db::kSlave, p.nowMs));
   PassGuard guard = GuardOf(rows, [&] { return masterAnswers; });
   int held = 0;
   for (int i = 0; i < sactinfo.count; ++i) {
@@ -196,7 +196,7 @@ int MonitorOnSlave(int) {
                            &sactinfo, ClustsOnSlave, 1);
   // The master's row in this database is watched beside its row in the master's: a master that
   // still writes here is not taken over for a database of its own that stopped taking writes.
-  ObserveDb(kSlaveDb, read == kDbOk && sactinfo.side == kSlaveDb, ClustsOnSlave, sactinfo.count,
+  ObserveDb(Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave), ClustsOnSlave, sactinfo.count,
             p.nowMs, false, "monitoronslave(8)");
   if (sactinfo.count != 1) return kMonitorDone;
   // A master that the slave's database already holds as old is not watched, nor are the members.

@@ -5,6 +5,7 @@
 #include "config/qorconf.h"
 #include "membership/monitor.h"
 #include "store/cluster_writes.h"
+#include "store/pools.h"
 
 namespace qor {
 
@@ -25,31 +26,28 @@ void SetDetectorClock(int64_t (*clock)()) {
   detectorClock = clock;
 }
 
-const char* DbServer(int db) {
-  return db == kMasterDb ? cnf.clustmaster.c_str() : cnf.clustslave.c_str();
-}
 
-bool ObserveDb(int db, bool readOk, ClustRecord* const* rows, int count, int64_t nowMs,
+bool ObserveDb(Db db, bool readOk, ClustRecord* const* rows, int count, int64_t nowMs,
                bool complete, const char* step) {
   DetectorMemory& d = Detector();
   // A watcher whose own heartbeat a database refused (read only, full, out of connections) sees
   // every row there go stale at once: no evidence of anyone's silence.
-  int64_t failures = HeartbeatWrites[db].failed;
+  int64_t failures = HeartbeatWrites[Index(db)].failed;
   // Asked more than once in a pass (the slave reads its database twice), the answer stays.
   // The first pass knows no count to compare with; it judges nothing anyway.
-  if (d.writeFailures[db] >= 0 && failures != d.writeFailures[db]) d.writeFailedMs[db] = nowMs;
-  bool writeFailed = d.writeFailedMs[db] == nowMs;
-  d.writeFailures[db] = failures;
-  if (writeFailed && !d.writeOutage[db]) {
+  if (d.writeFailures[Index(db)] >= 0 && failures != d.writeFailures[Index(db)]) d.writeFailedMs[Index(db)] = nowMs;
+  bool writeFailed = d.writeFailedMs[Index(db)] == nowMs;
+  d.writeFailures[Index(db)] = failures;
+  if (writeFailed && !d.writeOutage[Index(db)]) {
     LogError("%s the heartbeat of this server did not reach the database on %s: no row there is "
              "judged until it does",
-             step, DbServer(db));
-  } else if (!writeFailed && d.writeOutage[db] && HeartbeatWrites[db].lastOk) {
+             step, AddressOf(db));
+  } else if (!writeFailed && d.writeOutage[Index(db)] && HeartbeatWrites[Index(db)].lastOk) {
     LogNotice("%s the heartbeat of this server reaches the database on %s again", step,
-              DbServer(db));
+              AddressOf(db));
   }
-  if (writeFailed) d.writeOutage[db] = true;
-  if (HeartbeatWrites[db].lastOk && !writeFailed) d.writeOutage[db] = false;
+  if (writeFailed) d.writeOutage[Index(db)] = true;
+  if (HeartbeatWrites[Index(db)].lastOk && !writeFailed) d.writeOutage[Index(db)] = false;
   if (!readOk || writeFailed) {
     d.seen.Unreadable(db, nowMs);
     return false;
@@ -58,7 +56,7 @@ bool ObserveDb(int db, bool readOk, ClustRecord* const* rows, int count, int64_t
   return true;
 }
 
-RowSeen SeenOf(const ClustRecord& row, int db, bool held, int64_t nowMs) {
+RowSeen SeenOf(const ClustRecord& row, Db db, bool held, int64_t nowMs) {
   const Observations& seen = Detector().seen;
   RowSeen s;
   s.status = row.status;
@@ -68,7 +66,7 @@ RowSeen SeenOf(const ClustRecord& row, int db, bool held, int64_t nowMs) {
     s.silentMs = VerdictSilenceMs(*w);
     s.rawSilentMs = w->silentMs;
   }
-  int other = db == kMasterDb ? kSlaveDb : kMasterDb;
+  Db other = Other(db);
   const RowWatch* o = seen.ReadAt(other, nowMs) ? seen.Find(other, row.hostname.c_str()) : nullptr;
   if (o != nullptr) {
     s.otherSilentMs = o->silentMs;
@@ -77,7 +75,7 @@ RowSeen SeenOf(const ClustRecord& row, int db, bool held, int64_t nowMs) {
   return s;
 }
 
-GuardRow GuardRowOf(const ClustRecord& row, int db, int64_t nowMs) {
+GuardRow GuardRowOf(const ClustRecord& row, Db db, int64_t nowMs) {
   const Observations& seen = Detector().seen;
   const RowWatch* w = seen.Find(db, row.hostname.c_str());
   return {.everWriting = seen.EverWriting(row.hostname.c_str()),

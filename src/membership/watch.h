@@ -32,20 +32,17 @@ void SetDetectorClock(int64_t (*clock)());
 // cycle. When either failed, nothing of db is judged in this pass: its silence stops counting,
 // and a failed write is reported once per outage. True when db's rows may be judged.
 // complete: rows holds every row of db.
-bool ObserveDb(int db, bool readOk, ClustRecord* const* rows, int count, int64_t nowMs,
+bool ObserveDb(Db db, bool readOk, ClustRecord* const* rows, int count, int64_t nowMs,
                bool complete, const char* step);
 
 // What this watcher observed of row for a verdict judged in db at nowMs (the other database as
 // read in the same pass, when it was).
-RowSeen SeenOf(const ClustRecord& row, int db, bool held, int64_t nowMs);
-GuardRow GuardRowOf(const ClustRecord& row, int db, int64_t nowMs);
+RowSeen SeenOf(const ClustRecord& row, Db db, bool held, int64_t nowMs);
+GuardRow GuardRowOf(const ClustRecord& row, Db db, int64_t nowMs);
 
 // The one-database report, once per episode: row's server still writes into the other database.
 void ReportOneDb(const char* step, const ClustRecord& row, bool oneDb);
 // The Detected_ line of kind 1 to 4.
 void LogDetected(int kind, const ClustRecord& row, int64_t now);
-
-// Database names for lines: the configured address of db's server.
-const char* DbServer(int db);
 
 }  // namespace qor

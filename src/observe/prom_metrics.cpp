@@ -17,6 +17,7 @@
 #include "membership/heartbeat.h"
 #include "membership/monitor_decision.h"
 #include "membership/nodedown.h"
+#include "membership/watch.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
 
@@ -108,7 +109,7 @@ void CollectRows(const MetricsView& v, ShownRows& shown) {
   }
 }
 
-// A gauge with one sample per row shown, valued by of(row).
+// A gauge with one sample per row shown, valued by of(side, row).
 template <class F>
 void PerRow(std::string& out, const ShownRows& shown, const char* name, const char* help, F&& of) {
   Family(out, name, "gauge", help);
@@ -119,7 +120,7 @@ void PerRow(std::string& out, const ShownRows& shown, const char* name, const ch
              {{"database", kDatabases[side]},
               {"server", r.ipaddress.c_str()},
               {"hostname", r.hostname.c_str()}},
-             of(r));
+             of(side, r));
     }
   }
 }
@@ -142,17 +143,17 @@ void RenderRows(const MetricsView& v, std::string& out) {
   const int64_t nowSec = v.nowMill / 1000;
   PerRow(out, shown, "qorclustd_row_age_seconds",
          "Seconds since the server's row was last written, as last read.",
-         [&](const ClustRecord& r) { return nowSec - r.updated_at; });
+         [&](int, const ClustRecord& r) { return nowSec - r.updated_at; });
   PerRow(out, shown, "qorclustd_row_last_change_timestamp_seconds",
          "When this view last saw the server's row change, in seconds since the epoch.",
-         [](const ClustRecord& r) { return RowChangedAtSeconds(r); });
+         [&](int side, const ClustRecord& r) { return RowChangedAtSeconds(v, side, r); });
   // The detector's own verdict beside the age: its status write renews updated_at, so a server
   // taken for dead shows a young row again; the status keeps saying what became of it.
   PerRow(out, shown, "qorclustd_row_status", "The row's status: 100 active, 200 inactive, 300 old.",
-         [](const ClustRecord& r) { return static_cast<int64_t>(r.status); });
+         [](int, const ClustRecord& r) { return static_cast<int64_t>(r.status); });
   PerRow(out, shown, "qorclustd_row_template_syncstate",
          "The row's template state: 0 never pulled, 100 in step, 300 behind.",
-         [](const ClustRecord& r) { return static_cast<int64_t>(r.tpl_syncstate); });
+         [](int, const ClustRecord& r) { return static_cast<int64_t>(r.tpl_syncstate); });
 }
 
 int64_t FailedTakeovers(const TakeoverTally& t) {
@@ -194,6 +195,12 @@ void RenderWatch(const MetricsView& v, std::string& out) {
   Seconds(out, "qorclustd_takeover_running_seconds", {}, v.takeoverRunningMs / 1e3);
   Family(out, "qorclustd_takeovers_waiting", "gauge", "Take-over scripts queued behind it.");
   Sample(out, "qorclustd_takeovers_waiting", {}, static_cast<int64_t>(v.takeoversWaiting));
+  Family(out, "qorclustd_takeovers_held", "gauge",
+         "Take-overs held: this server looked cut off, or a mass silence awaits confirmation.");
+  Sample(out, "qorclustd_takeovers_held", {}, static_cast<int64_t>(v.takeoversHeld));
+  Family(out, "qorclustd_one_database_writers_total", "counter",
+         "Servers found silent in one database that still wrote into the other: not taken over.");
+  Sample(out, "qorclustd_one_database_writers_total", {}, v.oneDbReports);
 }
 
 void RenderPull(const MetricsView& v, std::string& out) {
@@ -235,14 +242,17 @@ struct Digest {
   }
 };
 
-bool Silent(const ClustRecord& r, int64_t nowSec) {
-  return nowSec - RowChangedAtSeconds(r) > kSilentSeconds;
+bool Silent(const MetricsView& v, int side, const ClustRecord& r) {
+  return v.nowMill / 1000 - RowChangedAtSeconds(v, side, r) > kSilentSeconds;
 }
 
 }  // namespace
 
-int64_t RowChangedAtSeconds(const ClustRecord& r) {
-  return r.updated_at;
+int64_t RowChangedAtSeconds(const MetricsView& v, int side, const ClustRecord& r) {
+  const RowWatch* w = v.seen != nullptr ? v.seen->Find(kDbs[side], r.hostname.c_str()) : nullptr;
+  if (w == nullptr) return r.updated_at;
+  // The silence this watcher observed, up to its last read, and the time since that read.
+  return (v.nowMill - w->silentMs - (v.monoMill - w->observedMs)) / 1000;
 }
 
 uint64_t AlertDigest(const MetricsView& v) {
@@ -262,7 +272,7 @@ uint64_t AlertDigest(const MetricsView& v) {
       d.add(r.hostname.c_str());
       d.add(r.status);
       d.add(r.tpl_syncstate);
-      d.add(Silent(r, v.nowMill / 1000));
+      d.add(Silent(v, read.side, r));
     }
   }
   if (v.detected != nullptr) {
@@ -311,7 +321,13 @@ MetricsView CycleView(int64_t cycleMicros, int64_t cycles) {
   v.takeovers = &runs.tally();
   if (runs.running()) v.takeoverRunningMs = MonotonicMill() - runs.running()->startedMs;
   v.takeoversWaiting = runs.waiting();
+  v.takeoversHeld = runs.held().size();
   v.pull = LastTemplatePull;
+  if (ClustRole == kRoleMaster || ClustRole == kRoleSlave) {
+    v.seen = &Detector().seen;
+    v.monoMill = DetectorNowMs();
+    v.oneDbReports = Detector().oneDbReports;
+  }
   return v;
 }
 

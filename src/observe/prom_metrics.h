@@ -30,6 +30,7 @@
 #include <string>
 
 #include "membership/monitor.h"
+#include "membership/observation.h"
 #include "membership/takeover_queue.h"
 #include "replication/replication.h"
 #include "store/clust_record.h"
@@ -65,15 +66,20 @@ struct MetricsView {
   int64_t takeoverRunningMs = 0;  // 0 when none runs
   size_t takeoversWaiting = 0;
   TemplatePull pull;
+  // What the detector observed of the rows, at monoMill of its clock; nullptr on a member.
+  const Observations* seen = nullptr;
+  int64_t monoMill = 0;
+  int64_t oneDbReports = 0;  // servers reported as writing into one database only
+  size_t takeoversHeld = 0;
   int64_t slowWorkMs = 0;  // how long the slow pass beside the cycle runs; 0 when none runs
 };
 
 constexpr int64_t kMetricsRefreshSeconds = 30;
 
 // When the view saw the row last change, in seconds since the epoch: what the silent-server alert
-// judges. Taken from the row's updated_at, which the detector's own status write renews too; the
-// status says then what became of the server.
-int64_t RowChangedAtSeconds(const ClustRecord& r);
+// judges. On the master and the slave, the detector's own observation (its status writes and marks
+// are no change); elsewhere, or for a row it has not observed, the row's updated_at.
+int64_t RowChangedAtSeconds(const MetricsView& v, int side, const ClustRecord& r);
 
 // What the last write of the file was made of.
 struct MetricsPace {

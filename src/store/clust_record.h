@@ -9,6 +9,15 @@
 
 namespace qor {
 
+// The two databases of a cluster, by the server that holds each. Outside a cluster the one
+// configured database server counts as the master's.
+enum class Db { kMaster, kSlave };
+// Both, for what is kept per database (Index gives its slot).
+constexpr Db kDbs[] = {Db::kMaster, Db::kSlave};
+constexpr int kDbCount = 2;
+constexpr int Index(Db db) { return db == Db::kMaster ? 0 : 1; }
+constexpr Db Other(Db db) { return db == Db::kMaster ? Db::kSlave : Db::kMaster; }
+
 using ClustText = FixedText<128>;
 
 // Row status codes.

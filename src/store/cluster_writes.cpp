@@ -239,24 +239,4 @@ int SweepClustersql(Db db) {
                    "deleteclusterssql db delete error");
 }
 
-// The address wrappers name a database only by the configured addresses; for anything else no
-// database is written, as no pool would serve it.
-int SetStatusClusterSql(const char* dbsvr, int id, int status) {
-  Db db;
-  if (!DbOfAddress(dbsvr, &db)) {
-    LogError("setstatusclustersql db connection error");
-    return kDbNoConnection;
-  }
-  return SetStatusClusterSql(db, id, status);
-}
-
-int UpdateTplsyncSql(const char* dbsvr, const char* host, int64_t syncmill, int state) {
-  Db db;
-  if (!DbOfAddress(dbsvr, &db)) {
-    LogError("updatetplsyncsql db connection error");
-    return kDbNoConnection;
-  }
-  return UpdateTplsyncSql(db, host, syncmill, state);
-}
-
 }  // namespace qor

@@ -47,9 +47,4 @@ int ClearClusterSql(Db db);
 // Deletes member rows unchanged for cnf.clustsweep minutes.
 int SweepClustersql(Db db);
 
-// Kept for the monitors, which name the database by the configured master's or slave's address
-// (DbOfAddress); any other address reaches no database: the connection error and 500.
-int SetStatusClusterSql(const char* dbsvr, int id, int status);
-int UpdateTplsyncSql(const char* dbsvr, const char* host, int64_t syncmill, int state);
-
 }  // namespace qor

@@ -8,6 +8,7 @@
 
 #include "base/clock.h"
 #include "base/fixed_text.h"
+#include "store/clust_record.h"
 #include "store/outages.h"
 #include "store/zdb_boundary.h"
 
@@ -56,9 +57,6 @@ bool url_encode(char* out, size_t size, const char* text);
 // Lower-case hexadecimal digit of the low four bits of value.
 char to_hex(int value);
 
-// The two databases of a cluster, by the server that holds each. Outside a cluster the one
-// configured database server counts as the master's.
-enum class Db { kMaster, kSlave };
 
 // The one rule from a database to its pool: mpool for the master's, spool for the slave's;
 // standalone always mpool. nullptr while that pool does not exist: a write then fails, it never
