@@ -311,7 +311,7 @@ MetricsView CycleView(int64_t cycleMicros, int64_t cycles) {
   QzPool* pools[2] = {mpool, spool};
   for (int side = 0; side < 2; ++side) {
     v.db[side].address = addresses[side];
-    v.db[side].up = pools[side] != nullptr && !DbOutages(side).failing;
+    v.db[side].up = pools[side] != nullptr && DbAnswers(side);
     v.db[side].writes = HeartbeatWrites[side];
   }
   v.reads[0] = {ClustsOnMaster, mactinfo.count, mactinfo.side};

@@ -6,7 +6,7 @@
 // nothing of Prometheus.
 //
 // Reachable: a database is up when its pool exists after the cycle's reconnect and no outage of
-// it is open at the cycle's end (store/pools.h DbOutages), that is, it answered this process's
+// it is open at the cycle's end (store/pools.h DbAnswers), that is, it answered this process's
 // last call on it. Only the rows of a database that is up are shown: those of one that did not
 // answer are an earlier cycle's.
 //

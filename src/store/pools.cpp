@@ -18,13 +18,12 @@ int ConnectionPool = 1;
 
 namespace {
 
-// When the database behind mpool (0) and spool (1) did not answer this process: the monitors
-// count no silence in those times. Grows by one span per outage, up to Outages::kSpans each.
-Outages answering[2];
+// Whether the database behind mpool (0) and spool (1) answered this process's last call on it.
+bool answering[2] = {false, false};
 
-// side: 0 mpool, 1 spool, -1 neither (nothing to note); since: when the call began.
-void NoteAnswer(int side, bool answered, int64_t since) {
-  if (side >= 0) answering[side].Note(answered, getqortimemill(), since);
+// side: 0 mpool, 1 spool, -1 neither (nothing to note).
+void NoteAnswer(int side, bool answered) {
+  if (side >= 0) answering[side] = answered;
 }
 
 // A pool whose server kept a call of this round waiting in vain counts as absent, as while its
@@ -59,9 +58,8 @@ void BuildPool(const PoolSlot& side, const char* address) {
   FixedText<512> url;
   url.format("mysql://%s/qor?user=qordirect&password=%s", address, password);
   qz_set_fatal_handler(LibraryFatal);
-  int64_t since = getqortimemill();
   *side.pool = qz_pool_start(url.c_str(), ConnectionPool);
-  NoteAnswer(side.index(), *side.pool != nullptr, since);
+  NoteAnswer(side.index(), *side.pool != nullptr);
   if (*side.pool == nullptr) LogError("Connection Failure %s to %s", side.name, address);
   if (ConnectionPool == 5) {
     LogNotice("reconnect_mysql(%d) starting cluster=%d mpool=%p spool=%p toadr=%s(%d)",
@@ -71,9 +69,8 @@ void BuildPool(const PoolSlot& side, const char* address) {
 }
 
 void Reconnect(const PoolSlot& side, const char* role, const char* address) {
-  int64_t since = getqortimemill();
   if (Ping(address, 1, 3) != 0) {
-    NoteAnswer(side.index(), false, since);
+    NoteAnswer(side.index(), false);
     if (*side.pool != nullptr) {
       qz_pool_free(*side.pool);
       *side.pool = nullptr;
@@ -143,7 +140,7 @@ int SideOf(const QzPool* pool) {
   return pool == nullptr ? -1 : pool == mpool ? 0 : pool == spool ? 1 : -1;
 }
 
-const Outages& DbOutages(int side) {
+bool DbAnswers(int side) {
   return answering[side == 1 ? 1 : 0];
 }
 
@@ -241,10 +238,9 @@ QzPool* FirstOpenPool() {
 
 DbConn::DbConn(QzPool* pool) : pool_(pool) {
   if (pool == nullptr) return;
-  int64_t since = getqortimemill();
   conn_ = qz_get(pool);
   usable_ = conn_ != nullptr && qz_ping(conn_) == 1;
-  NoteAnswer(SideOf(pool), usable_, since);
+  NoteAnswer(SideOf(pool), usable_);
 }
 
 DbConn::~DbConn() {
@@ -252,14 +248,13 @@ DbConn::~DbConn() {
 }
 
 bool DbConn::Execute(const char* sql) {
-  int64_t since = getqortimemill();
   bool done = qz_execute(conn_, sql) == 0;
-  NoteStatement(since);
+  NoteStatement();
   return done;
 }
 
-void DbConn::NoteStatement(int64_t since) const {
-  NoteAnswer(SideOf(pool_), !qz_pool_timed_out(pool_), since);
+void DbConn::NoteStatement() const {
+  NoteAnswer(SideOf(pool_), !qz_pool_timed_out(pool_));
 }
 
 int ExecuteOn(QzPool* pool, const char* sql, const char* connErr, const char* stmtErr,

@@ -9,7 +9,6 @@
 #include "base/clock.h"
 #include "base/fixed_text.h"
 #include "store/clust_record.h"
-#include "store/outages.h"
 #include "store/zdb_boundary.h"
 
 namespace qor {
@@ -40,11 +39,10 @@ void CloseConnectionPool();
 
 // Which database a pool reaches: 0 mpool, 1 spool, -1 none.
 int SideOf(const QzPool* pool);
-// When the database of side (0 mpool, also standalone; 1 spool) did not answer this process.
-// Failures are a pool dropped or not built, no usable connection, and a call that ran out of time
-// (a statement the server refused counts as answered). A database that did not answer could not
-// take anyone's heartbeat: the monitors count no silence in those times.
-const Outages& DbOutages(int side);
+// Whether the database of side (0 mpool, also standalone; 1 spool) answered this process's last
+// call. Failures are a pool dropped or not built, no usable connection, and a call that ran out of
+// time (a statement the server refused counts as answered).
+bool DbAnswers(int side);
 
 // 0 when address answered one echo request within attempts tries of deadline seconds each.
 // The requests leave from this process (store/icmp_echo.h); /bin/ping runs instead for host names
@@ -105,8 +103,8 @@ class DbConn {
   int Query(const char* sql, F&& f);
 
  private:
-  // Notes for DbOutages whether the statement just run, begun at since, ran out of time.
-  void NoteStatement(int64_t since) const;
+  // Notes for DbAnswers whether the statement just run ran out of time.
+  void NoteStatement() const;
 
   QzPool* pool_ = nullptr;
   QzConn* conn_ = nullptr;
@@ -120,9 +118,8 @@ int DbConn::Query(const char* sql, F&& f) {
   QzRowFn fn = [](void* ctx, int ncols, const char* const* values) noexcept {
     (*static_cast<decltype(&f)>(ctx))(ncols, values);
   };
-  int64_t since = getqortimemill();
   int rc = qz_query(conn_, sql, fn, &f);
-  NoteStatement(since);
+  NoteStatement();
   return rc == 0 ? kDbOk : kDbQueryFailed;
 }
 

@@ -1,5 +1,6 @@
 // A running cluster when a member dies and the take-over script takes 40 s: the master's heartbeat
-// goes on beside it. Then the master goes silent: its link pulled, after which the slave watches
+// goes on beside it, and a daemon restarted meanwhile neither starts a second script nor loses
+// the one queued behind. Then the master goes silent: its link pulled, after which the slave watches
 // alone and finds its own database behind (members that die meanwhile are the detector test's).
 // Seen as the platform sees it: the rows of both databases, the detection lines and the runs of the
 // take-over script (where the containers go is the store suite's).
@@ -19,20 +20,30 @@ using LabFailover = LabCluster;
 
 TEST_F(LabFailover, LongTakeoverAndThenSlaveTakesOverFromAMasterCutOff) {
   ASSERT_TRUE(StartAndJoin());
-  const LabHost &master = lab_.Info(kMaster), &slave = lab_.Info(kSlave), &m1 = lab_.Info(kMember1);
+  const LabHost &master = lab_.Info(kMaster), &slave = lab_.Info(kSlave), &m1 = lab_.Info(kMember1),
+                &m2 = lab_.Info(kMember2);
   std::ofstream(lab_.Host(kMaster).dir() + "/qor/qorbin/qordown.sh", std::ios::app)
       << "sleep 40\nexit 3\n";
   ASSERT_EQ(lab_.Run(kMember1, {"-stop"}).status, 0);
   ASSERT_TRUE(WaitFor(25, [&] { return Takeovers(lab_, kMaster) == 1; }));
-  const std::string ended = "qordown.sh for " + m1.name + "(" + m1.address + ") ended status=3";
+  // A second death queues behind the script; then the master's daemon restarts: the new one
+  // waits for the script its predecessor started, and runs the queued one after it, once each.
+  ASSERT_EQ(lab_.Run(kMember2, {"-stop"}).status, 0);
+  ASSERT_TRUE(WaitFor(25, [&] { return Logged(lab_, kMaster, "qordown.sh for " + m2.name); }));
+  ASSERT_EQ(lab_.Run(kMaster, {"-stop"}).status, 0);
+  ASSERT_EQ(lab_.StartDaemon(kMaster, false).status, 0);
+  const std::string ended = "qordown.sh for " + m1.name + "(" + m1.address +
+                            ") started by the previous daemon ended";
   for (int i = 0; i < 200 && !Logged(lab_, kMaster, ended); ++i) {
     for (int db : {kMaster, kSlave}) {
       ClusterRow r = RowOf(lab_, db, master.name);
       EXPECT_LE(r.now - r.updated_at, 8) << "the master's row in " << lab_.Info(db).name;
     }
+    EXPECT_EQ(Takeovers(lab_, kMaster), 1) << "a second script beside the running one";
     std::this_thread::sleep_for(std::chrono::milliseconds(250));
   }
   EXPECT_TRUE(Logged(lab_, kMaster, ended));
+  EXPECT_TRUE(WaitFor(5, [&] { return Takeovers(lab_, kMaster) == 2; }));
   EXPECT_EQ(CountLogged(lab_, kSlave, "Detected_"), 0);
   ASSERT_TRUE(lab_.Cut(kMaster));
   // A query under way fails first, then the slave's cycles take about 11 s, most of it pinging

@@ -150,6 +150,28 @@ TEST_F(StoreMonitor, SlaveJudgesAnAnsweringMasterFromTheMastersDatabase) {
                 Line({"lumodt_1", "127.0.0.2"}) + Line({"lumobr_3", "10.0.0.9"}));
 }
 
+// A take-over the slave held while it looked cut off is settled once the master answers: kept
+// while the master's database shows the member active and silent, dropped once it shows the
+// master's verdict.
+TEST_F(StoreMonitor, SlaveSettlesItsHeldTakeoversAgainstTheMastersVerdict) {
+  Become("slave");
+  for (const char* side : {"master", "slave"}) {
+    Put(side, {{"mhost", "127.0.0.1", "master", 100, 0, "0", 0, 0},
+               {host, "127.0.0.2", "slave", 100, 0, "0", 0, 0},
+               {"gone", "10.0.0.9", "member", 100, 0, "0", 0, 30}});
+  }
+  Connect();
+  qor::QordownRuns().Hold("gone", "10.0.0.9", 0);
+  for (int status : {100, 200}) {
+    Sql("master", "update clusters set status = " + std::to_string(status) +
+                      " where hostname = 'gone';");
+    qor::MonitorOnSlave(0);
+    EXPECT_EQ(qor::QordownRuns().Holds("gone"), status == 100) << status;
+  }
+  EXPECT_EQ(Logged(Logs(), "monitoronslave(9) gone(10.0.0.9) was taken over by the master"), 1);
+  EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 0);
+}
+
 // Member rows unchanged for more than clustsweep minutes by the database clock go, never the
 // master's or the slave's. The master sweeps both databases; the slave, cut off from the master,
 // leaves the sweep to a master its database shows active, and sweeps its database only without
