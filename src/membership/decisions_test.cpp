@@ -174,7 +174,7 @@ TEST(Decisions, ObservedSilence) {
   struct Step {
     int64_t ms;
     int64_t updatedAt;  // -1: the database could not be read
-    int wrote;          // before this read, this watcher wrote the row: 1 a mark, 2 a status
+    int wrote;          // this watcher wrote the row: 1 a mark, 2 a status, 3 a mark 10 s before
     int64_t silent, verdict;
     bool writing;
   };
@@ -186,7 +186,8 @@ TEST(Decisions, ObservedSilence) {
        {{0, 9999999, 0, 0, 0, false}, {16001, 9999999, 0, 16001, 16001, false}}},
       {"this watcher's own stamps are no heartbeat",
        {{0, 100, 0, 0, 0, false}, {2000, 101, 1, 2000, 2000, false},
-        {16000, 102, 2, 16000, 1, false}, {18000, 102, 0, 18000, 2001, false}}},
+        {16000, 102, 2, 16000, 1, false}, {18000, 102, 0, 18000, 2001, false},
+        {30000, 103, 3, 0, 0, true}}},
       {"time unread is not silence; a long outage starts the count again",
        {{0, 100, 0, 0, 0, false}, {10000, 100, 0, 10000, 10000, false},
         {12000, -1, 0, 10000, 10000, false}, {14000, 100, 0, 10000, 10000, false},
@@ -198,7 +199,9 @@ TEST(Decisions, ObservedSilence) {
     row.hostname.set("m1");
     ClustRecord* rows[] = {&row};
     for (const Step& s : steps) {
-      if (s.wrote != 0) seen.Wrote(Db::kMaster, "m1", s.ms - 1, s.wrote == 2 ? I : 0);
+      if (s.wrote != 0) {
+        seen.Wrote(Db::kMaster, "m1", s.ms - (s.wrote == 3 ? 10000 : 1), s.wrote == 2 ? I : 0);
+      }
       if (s.updatedAt < 0) {
         seen.Unreadable(Db::kMaster, s.ms);
       } else {

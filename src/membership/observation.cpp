@@ -26,11 +26,12 @@ void Observations::Read(Db db, ClustRecord* const* rows, int count, int64_t nowM
       if (interrupted && gap > kSilentMs) w.silentMs = 0;
       if (!interrupted) w.silentMs += gap;
       bool changed = r.updated_at != w.updatedAt;
-      if (changed && !w.ownStamp) {
+      bool ownStamp = w.ownStampMs >= 0 && nowMs - w.ownStampMs <= kWritingMs;
+      if (changed && !ownStamp) {
         w.silentMs = 0;
         w.changedMs = nowMs;
       }
-      w.ownStamp = false;
+      w.ownStampMs = -1;
       w.observedMs = nowMs;
     }
     w.updatedAt = r.updated_at;
@@ -55,7 +56,7 @@ void Observations::Unreadable(Db db, int64_t nowMs) {
 void Observations::Wrote(Db db, const char* host, int64_t nowMs, int status) {
   auto it = rows_[Index(db)].find(host);
   if (it == rows_[Index(db)].end()) return;
-  it->second.ownStamp = true;
+  it->second.ownStampMs = nowMs;
   if (status != 0) it->second.judgedMs = nowMs;
 }
 

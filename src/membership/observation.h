@@ -29,7 +29,7 @@ struct RowWatch {
   int64_t changedMs = -1;    // when a change by the server was last seen; -1: never
   int64_t silentSinceMs = -1;  // when silentMs last crossed kSilentMs; -1 while not silent
   int64_t judgedMs = -1;     // when this watcher last wrote a status into the row
-  bool ownStamp = false;     // this watcher wrote the row since the last read
+  int64_t ownStampMs = -1;   // when this watcher last wrote the row; -1: not since the last read
 };
 
 class Observations {
@@ -40,8 +40,9 @@ class Observations {
   // This watcher could not read db, or its own heartbeat write there failed, at nowMs: silence
   // stops counting there until the next read.
   void Unreadable(Db db, int64_t nowMs);
-  // This watcher wrote host's row in db (a status, a template mark): the next change of the row
-  // is its own stamp, never the server writing. status: a status write, which also restarts the
+  // This watcher wrote host's row in db (a status, a template mark): a change seen by the next
+  // read, if that read comes within kWritingMs, is its own stamp, never the server writing; a
+  // read much later may see the server's own writes since, and takes them as such. status: a status write, which also restarts the
   // row's judgement (a silent row is judged again 15 s later, not every pass); 0 for a mark.
   void Wrote(Db db, const char* host, int64_t nowMs, int status);
 

@@ -70,11 +70,12 @@ TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
   // member is found 15 s after its last write (up to a cycle before the kill) and the line names
   // the second it last wrote.
   int64_t death = Kill(kMember2);
+  // The member going silent is news for the alerts: the file is written anew, by rename.
   const char* replaced =
-      "f=/var/lib/prometheus/node-exporter/qorclustd.prom; i=$(stat -c %i $f)"
-      " && sleep 3 && [ \"$(stat -c %i $f)\" != \"$i\" ]";
-  EXPECT_EQ(lab_.Shell(kMaster, replaced).status, 0)
-      << "each cycle's file replaces the last, never rewrites it in place";
+      "f=/var/lib/prometheus/node-exporter/qorclustd.prom; i=$(stat -c %i $f); for n in $(seq 40);"
+      " do sleep 1; [ \"$(stat -c %i $f)\" != \"$i\" ] && exit 0; done; exit 1";
+  EXPECT_EQ(lab_.Shell(kMaster, replaced, 45).status, 0)
+      << "a new file replaces the last, never rewrites it in place";
   // The exporter sorts the labels. The cycle that finds the member shows its row as read, the
   // last to: the status written then renews the row's time.
   const std::string age = "qorclustd_row_age_seconds{database=\"master\",hostname=\"" + m2.name +
