@@ -406,6 +406,23 @@ RunResult Lab::StartDaemon(int i, bool fast) {
       RunOptions{});
 }
 
+void Lab::SetClock(int i, const std::string& offset) {
+  std::ofstream(Host(i).dir() + "/faketime") << offset << "\n";
+}
+
+RunResult Lab::StartDaemonWithClock(int i, const std::string& offset) {
+  SetClock(i, offset);
+  // Debian keeps the library under the architecture's directory.
+  RunResult lib = Shell(i, "ls /usr/lib/*/faketime/libfaketime.so.1 | head -n 1");
+  if (lib.status != 0 || lib.out.empty()) return RunResult{1, "", "libfaketime not found", {}, {}};
+  lib.out.pop_back();
+  return Host(i).Enter({"/usr/bin/env", "LD_PRELOAD=" + lib.out,
+                        "FAKETIME_TIMESTAMP_FILE=" + InHost(info_[i].name + "/faketime"),
+                        "FAKETIME_NO_CACHE=1", "FAKETIME_DONT_FAKE_MONOTONIC=1",
+                        "ASAN_OPTIONS=verify_asan_link_order=0", kInstalledQorclustd, "-start_boot"},
+                       RunOptions{});
+}
+
 // The daemon raises its own priority to the highest once it runs in a session of its own; after
 // that its niceness is set to the lab's, which what it runs inherits. Where the kernel groups
 // each session's processes for scheduling (autogroup), niceness counts only inside the session,

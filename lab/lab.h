@@ -113,6 +113,11 @@ class Lab {
   // sweeps, profile synchronisations, every 150 cycles) after about half a minute.
   // A member's daemon runs at the lab's member_nice.
   RunResult StartDaemon(int i, bool fast);
+  // Starts host i's daemon with its wall clock off by offset (libfaketime's form: "+30s", "-30s");
+  // SetClock changes the offset of that running daemon at once, as an NTP step would. The
+  // monotonic clock stays true, as on a server.
+  RunResult StartDaemonWithClock(int i, const std::string& offset);
+  void SetClock(int i, const std::string& offset);
 
   // Host i's syslog: the file, and the message texts it holds so far.
   std::string SyslogPath(int i) const;

@@ -18,8 +18,9 @@ PACKAGES=(
   procps iproute2 util-linux coreutils grep sed
   # useradd, for the replication account the cluster lab creates
   passwd
-  # nft, with which the lab drops a database's packets
-  nftables
+  # nft, with which the lab drops a database's packets; libfaketime, with which it skews and
+  # steps one daemon's clock
+  nftables libfaketime
   # the Debian package (debhelper and dpkg-buildpackage, lintian to check it), the manual
   # page's rendering, and the systemd that its test boots in a container to run the unit
   dpkg-dev debhelper lintian file man-db systemd systemd-container

@@ -1,9 +1,10 @@
 // A running cluster in which members die in the situations a production cluster meets every year,
 // in turn on one lab: in a time zone whose daylight saving time is in force today; with its
 // template copy behind the master's; while the master's database server is down and its host
-// up; while the master's database stalls for a few seconds at a time. Each dead member is found
-// in bounded time, taken over exactly once in the whole cluster, and no live server is taken
-// for dead. The master's metrics, read through a node exporter, show the first one.
+// up; while the master's database stalls for a few seconds at a time; with daemons' clocks
+// skewed and stepped. Each dead member is found in bounded time, taken over exactly once in the
+// whole cluster, and no live server is taken for dead, a database hung or refusing writes and
+// clocks that lie included. The master's metrics, read through a node exporter, show the first one.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -161,8 +162,31 @@ TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
   }
   ASSERT_EQ(lab_.Shell(kMaster, "kill -CONT " + pid).status, 0);
   EXPECT_TRUE(WaitFor(10, [&] { return AllActive(lab_, kMaster) && AllActive(lab_, kSlave); }));
-  std::this_thread::sleep_for(std::chrono::seconds(6));
+
+  // The master's database refusing every write for a minute (read only): its rows go stale
+  // while it answers, and nobody is taken for dead.
+  lab_.Sql(kMaster, "set global read_only = 1;");
+  std::this_thread::sleep_for(std::chrono::seconds(60));
+  lab_.Sql(kMaster, "set global read_only = 0;");
+  EXPECT_TRUE(WaitFor(10, [&] { return AllActive(lab_, kMaster) && AllActive(lab_, kSlave); }));
+  std::this_thread::sleep_for(std::chrono::seconds(20));
   EXPECT_EQ(ClusterTakeovers(lab_), 4);
+
+  // Clocks that lie: the slave's daemon 30 s behind, member2's 30 s ahead, then the master's
+  // stepped 20 s forward while it runs. Nobody is taken for dead, and a killed member is found
+  // in its usual time.
+  for (auto [i, offset] : {std::pair{kSlave, "-30s"}, {kMember2, "+30s"}, {kMaster, "+0"}}) {
+    ASSERT_EQ(lab_.Run(i, {"-stop"}).status, 0);
+    ASSERT_EQ(lab_.StartDaemonWithClock(i, offset).status, 0) << lab_.Info(i).name;
+  }
+  std::this_thread::sleep_for(std::chrono::seconds(20));
+  lab_.SetClock(kMaster, "+20s");
+  std::this_thread::sleep_for(std::chrono::seconds(20));
+  EXPECT_EQ(ClusterTakeovers(lab_), 4);
+  death = Kill(kMember1);
+  after = FoundAfter(kMember1, kMaster, death, 30);
+  EXPECT_TRUE(after > 0 && after <= 19) << after << " s";
+  EXPECT_TRUE(WaitFor(10, [&] { return ClusterTakeovers(lab_) == 5; }));
   EXPECT_EQ(DetectedOtherThan(lab_, dead), 0);
 }
 
