@@ -265,6 +265,7 @@ CommandLine ParseCommandLine(int argc, char** argv) {
 }
 
 int QorMain(int argc, char** argv) {
+  KeepArguments(argc, argv);
   if (argc < 2) {
     Usage();
     return 0;

@@ -14,6 +14,7 @@
 
 #include "base/fatal.h"
 #include "base/log.h"
+#include "base/process.h"
 #include "config/qorconf.h"
 #include "housekeeping/container_rows.h"
 #include "membership/heartbeat.h"
@@ -84,6 +85,7 @@ void LogStart(const SlowPass& p, const LoopCounters& c, int64_t sequence) {
   // A daemon that dies (killed by -stop, restarted by systemd) takes its pass with it.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != daemon) LeaveAfterFork();
+  SetProcessTitle("qorclustd pass");
   // The pull's result is rsync's exit status, which only a process that collects its children
   // can see.
   signal(SIGCHLD, SIG_DFL);
