@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdio>
 #include <string>
 #include <thread>
 
@@ -36,8 +37,8 @@ TEST_F(LabPartition, MasterDeclaresItsRowOldWhenItsDatabaseIsBehind) {
   }
 }
 
-// A master or a slave cut off for 45 s finds everyone else silent: it marks them, but takes
-// nobody over; its peer takes it over, once. The members keep the other database current and
+// A master or a slave cut off for 45 s finds everyone else silent: it takes nobody over; its
+// peer takes it over, once. The members keep the other database current and
 // bring the cut one's up to date when the link is back.
 TEST_F(LabPartition, ServersCutOffTakeNobodyOverAndCatchUp) {
   ASSERT_TRUE(StartAndJoin());
@@ -74,6 +75,22 @@ TEST_F(LabPartition, ServersCutOffTakeNobodyOverAndCatchUp) {
     EXPECT_EQ(Takeovers(lab_, cut) - beforeCut, 0) << h.name;
     EXPECT_EQ(Takeovers(lab_, peer) - before, 1) << lab_.Info(peer).name;
   }
+  // A member that dies while the slave is cut off: the master takes it over, once; the slave's
+  // copy, out of reach then, is brought to 200 when the link is back, and the slave settles what
+  // it held against the master's verdict.
+  const int before = ClusterTakeovers(lab_), beforeSlave = Takeovers(lab_, kSlave);
+  ASSERT_TRUE(lab_.Cut(kSlave));
+  ASSERT_EQ(lab_.Run(kMember1, {"-stop"}).status, 0);
+  std::this_thread::sleep_for(std::chrono::seconds(40));
+  ASSERT_TRUE(lab_.Restore(kSlave));
+  auto back = std::chrono::steady_clock::now();
+  EXPECT_TRUE(WaitFor(30, [&] { return RowOf(lab_, kSlave, members[0]).status == 200; }));
+  std::printf("slave's copy agrees %.1f s after the link's return\n",
+              std::chrono::duration<double>(std::chrono::steady_clock::now() - back).count());
+  EXPECT_EQ(RowOf(lab_, kMaster, members[0]).status, 200);
+  std::this_thread::sleep_for(std::chrono::seconds(6));
+  EXPECT_EQ(ClusterTakeovers(lab_) - before, 2) << "the slave and the member, once each";
+  EXPECT_EQ(Takeovers(lab_, kSlave) - beforeSlave, 0);
 }
 
 }  // namespace

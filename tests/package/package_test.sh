@@ -28,8 +28,6 @@ mount -t tmpfs tmpfs "$1/o"
 mkdir "$1/o/upper" "$1/o/work" "$1/o/root"
 mount -t overlay overlay -o "lowerdir=/,upperdir=$1/o/upper,workdir=$1/o/work" "$1/o/root"
 r=$1/o/root
-mount -t proc proc "$r/proc"
-mount --rbind /dev "$r/dev"
 cp "$2" "$r/qorclustd.deb"
 cp "$3" "$r/prev.deb"
 # The unit under a systemd of its own: this root booted in a container with a network of its own
