@@ -49,3 +49,13 @@ CREATE TABLE IF NOT EXISTS containers (
   PRIMARY KEY (id),
   KEY containers_hostname (hostname)
 ) ENGINE=InnoDB DEFAULT CHARSET=utf8mb4;
+
+-- Maintenance marks, qorclustd's own table: a marked server is not taken over until the mark
+-- expires (by the database's clock). qorclustd creates it when missing.
+CREATE TABLE IF NOT EXISTS qorclustd_maintenance (
+  hostname  VARCHAR(255) NOT NULL PRIMARY KEY,
+  reason    VARCHAR(255) NOT NULL DEFAULT '',
+  marked_by VARCHAR(255) NOT NULL DEFAULT '',
+  since     DATETIME NOT NULL,
+  until     DATETIME NOT NULL
+);

@@ -15,6 +15,9 @@ constexpr const char* kTemplateTree = "/var/www/html/qor/qortemplates";
 // The daemon's own state: the take-over record survives restarts of the daemon.
 constexpr const char* kStateDir = "/var/lib/qorclustd";
 constexpr const char* kTakeoverRecord = "/var/lib/qorclustd/takeovers";
+// What the detector observed, rewritten each cycle for -explain; lost with /run at a reboot.
+constexpr const char* kRunDir = "/run/qorclustd";
+constexpr const char* kObservedFile = "/run/qorclustd/observed";
 constexpr const char* kProcCpuinfo = "/proc/cpuinfo";
 constexpr const char* kProcLoadavg = "/proc/loadavg";
 constexpr const char* kProcMeminfo = "/proc/meminfo";

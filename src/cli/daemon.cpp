@@ -15,6 +15,7 @@
 #include "base/clock.h"
 #include "base/fatal.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/process.h"
 #include "base/shell.h"
 #include "cli/progname.h"
@@ -26,6 +27,7 @@
 #include "membership/heartbeat.h"
 #include "membership/monitor.h"
 #include "membership/nodedown.h"
+#include "membership/watch.h"
 #include "metrics/utilisation.h"
 #include "observe/prom_metrics.h"
 #include "observe/systemd_notify.h"
@@ -119,7 +121,7 @@ int DaemonCycle(DaemonState& s) {
   UpdateCluster(s.counters.full);
   NotifyHeartbeatDone();
   s.counters.full = 0;
-  MonitorCluster(0);
+  if (MonitorCluster(0) == kMonitorDone) PublishObservations(kRunDir, kObservedFile);
   AdvanceQordown();
   CyclePlan plan = PlanCycle(s.counters, SlowRequest(Tplsync, s.slow, MonotonicMill()));
   if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) {

@@ -12,6 +12,8 @@
 #include "base/log.h"
 #include "base/process.h"
 #include "cli/admin.h"
+#include "cli/explain.h"
+#include "cli/maintenance_cmd.h"
 #include "cli/daemon.h"
 #include "cli/progname.h"
 #include "cli/schedule.h"
@@ -166,6 +168,15 @@ int Monitor(const CommandArgs&) {
   return ShowTwoDatabases(0);
 }
 
+template <bool json>
+int ExplainCommand(const CommandArgs&) {
+  return Explain(json);
+}
+
+int Maintenance(const CommandArgs& a) {
+  return MaintenanceCommand(a.line.operandCount, a.line.operands, a.hostname);
+}
+
 int DbListen(const CommandArgs&) {
   return ShowThisMysqlListen();
 }
@@ -214,6 +225,8 @@ const Command kCommands[] = {
     {"-lf", Listing<1>},
     {"-lj", ListingJson},
     {"-monitor", Monitor},
+    {"-explain", ExplainCommand<false>},
+    {"-explainj", ExplainCommand<true>},
     {"-target", Target},
     {"-chown", AsRoot<Chown>},
     {"-synctpl", AsRoot<SyncTpl>},
@@ -228,6 +241,7 @@ const Command kCommands[] = {
     {"-all", Conf<kShowAll>},
     {"-all_not_master", Conf<kShowAllNotMaster>},
     {"-clear", Clear},
+    {"-maintenance", Maintenance},
 };
 
 int Dispatch(const CommandArgs& args) {
@@ -260,6 +274,8 @@ CommandLine ParseCommandLine(int argc, char** argv) {
     }
   }
   if (argc >= 3 && argv[2][0] != '\0') line.host = argv[2];
+  line.operands = argv + 2;
+  line.operandCount = argc - 2;
   line.tries = argc == 3 ? 3 : argc == 4 ? std::atoi(argv[3]) : 0;
   return line;
 }

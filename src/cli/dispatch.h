@@ -24,6 +24,8 @@ struct CommandLine {
   int command = -1;            // the word's entry in the command table; -1 gets the usage text
   const char* host = nullptr;  // the first operand, when given and not empty
   int tries = 0;               // -ping's tries: 3 with one operand, the second's value with two
+  char* const* operands = nullptr;  // every operand, in order
+  int operandCount = 0;
 };
 CommandLine ParseCommandLine(int argc, char** argv);
 

@@ -78,6 +78,7 @@ const Key kKeys[] = {
     IntKey("qor_clustcontrol", &Cnf::clustcontrol),
     IntKey("qor_clusthandler", &Cnf::clusthandler),
     IntKey("qor_clustsweep", &Cnf::clustsweep),
+    IntKey("qor_clustmaintmax", &Cnf::clustmaintmax),
     TextKey("qor_xpraproxymaster", &Cnf::xpraproxymaster),
     TextKey("qor_xpraproxyslave", &Cnf::xpraproxyslave),
     TextKey("qor_fwsvr", &Cnf::fwsvr),

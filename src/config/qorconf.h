@@ -23,6 +23,9 @@ constexpr int kRoleOther = 103;
 
 // Every setting of the configuration file; fields are named after their keys without "qor_".
 // Keys this program never reads are kept as text (values lower-cased unless their case is kept).
+// The longest maintenance mark when the configuration names none (or none above 0): a working day.
+constexpr int kMaintenanceMinutesDefault = 480;
+
 struct Cnf {
   CnfText match_clientnet, authentication, else_authentication, default_org;
   CnfText cluster = "0";
@@ -34,6 +37,9 @@ struct Cnf {
   int clustcontrol = 0;
   int clusthandler = 0;
   int clustsweep = 0;
+  // The longest maintenance mark allowed, in minutes: a forgotten mark must not switch the
+  // detector off for a server for ever.
+  int clustmaintmax = kMaintenanceMinutesDefault;
   int maxlimit = 0;    // processor cores x 4
   int maxlimitlo = 0;  // 80 % of maxlimit
   int maxlimithi = 0;  // limitend x maxlimit, rounded
@@ -92,6 +98,6 @@ int CheckClustConf(const char* own, FixedText<128>& clusterid, FixedText<128>& r
 void cnfcore();
 
 // Number of keys the reader knows.
-constexpr int kCnfKeyCount = 113;
+constexpr int kCnfKeyCount = 114;
 
 }  // namespace qor

@@ -77,7 +77,7 @@ TEST(Decisions, Monitors) {
 // The verdict on an active member, as "detected write takeover" words, from what the watcher
 // observed and the pass's guard.
 TEST(Decisions, Verdicts) {
-  const char* names[] = {"none", "run", "hold", "peer", "onedb"};
+  const char* names[] = {"none", "run", "hold", "peer", "onedb", "maintenance"};
   auto words = [&](const RowVerdict& v) {
     return std::string(v.logDetected ? "detected " : "") + (v.write ? "write " : "") +
            names[static_cast<int>(v.takeover)];
@@ -108,6 +108,8 @@ TEST(Decisions, Verdicts) {
        "detected write peer"},
       {"just started, too soon to adopt", {.silentMs = 4000, .rawSilentMs = 4000,
        .otherStatus = I, .status = A, .member = true}, calm, "none"},
+      {"marked for maintenance", {.silentMs = 16000, .rawSilentMs = 16000, .status = A,
+       .member = true, .maintenance = true}, calm, "detected write maintenance"},
       {"cut off", {.silentMs = 40000, .rawSilentMs = 40000, .status = A, .member = true}, cut,
        "detected hold"},
       {"cut off, held already", {.silentMs = 40000, .rawSilentMs = 40000, .status = A,

@@ -71,12 +71,13 @@ struct Pass {
   PassGuard guard;
   bool slaveReadable;
   int held = 0;  // take-overs newly held in this pass
+  PassMarks marks;
 };
 
 void CheckRow(ClustRecord& row, Pass& p) {
   TakeoverQueue& queue = QordownRuns();
   const char* host = row.hostname.c_str();
-  RowSeen seen = SeenOf(row, Db::kMaster, queue.Holds(host), p.nowMs);
+  RowSeen seen = SeenOf(row, Db::kMaster, queue.Holds(host), p.nowMs, p.marks);
   Trace("_xmonitoronmaster(9): delta=%ld ldate1=%ld ldate2=%ld\n",
         static_cast<long>(seen.silentMs / 1000), static_cast<long>(p.now),
         static_cast<long>(row.updated_at));
@@ -106,6 +107,9 @@ void CheckRow(ClustRecord& row, Pass& p) {
                 row.ipaddress.c_str());
       queue.Drop(host);
       break;
+    case Takeover::kMaintenance:
+      SkipForMaintenance("monitoronmaster(10)", row, p.marks, p.nowMs);
+      break;
     case Takeover::kNone:
     case Takeover::kOneDb:
       if (seen.held && Detector().seen.Writing(host, p.nowMs)) {
@@ -115,6 +119,7 @@ void CheckRow(ClustRecord& row, Pass& p) {
       }
       break;
   }
+  SettleMaintenance("monitoronmaster(10)", row, seen, p.marks, p.nowMs);
 }
 
 // A status the slave's database missed (its server did not answer when the verdict was
@@ -164,7 +169,7 @@ void DropVanished(const ActInfo& info, ClustRecord* const* rows) {
 
 int MonitorOnMaster(int) {
   char date[32];
-  Pass p{};
+  Pass p;
   p.now = mygetdate(date, sizeof date, kDateTime);
   p.nowMs = DetectorNowMs();
   Trace("_xmonitoronmaster(1): starting at %s (%ld)\n", date, static_cast<long>(p.now));

@@ -75,6 +75,7 @@ enum class Takeover {
   kHold,      // hold it: cut off, or a mass silence the peer cannot confirm yet
   kPeerDone,  // the other watcher took it over already: its status only
   kOneDb,     // it still writes into another database: reported, not taken over
+  kMaintenance,  // marked for maintenance: its status as the rules say, no take-over
 };
 
 struct RowSeen {
@@ -85,6 +86,7 @@ struct RowSeen {
   int status = 0;              // its status in the judged database
   bool member = false;         // neither the master's nor the slave's row
   bool held = false;           // its take-over is held already
+  bool maintenance = false;    // marked for maintenance, the mark not expired
 };
 
 struct RowVerdict {
@@ -132,6 +134,7 @@ PassGuard GuardOf(const std::vector<GuardRow>& rows, PeerAnswers peerAnswers) {
 //   silent here, writing in the other database | no        | no           | kOneDb
 //   silent, not active when found              | yes       | as decided   | -
 //   member, peer's copy 200/300                | yes       | yes          | kPeerDone
+//   marked for maintenance                     | yes       | as decided   | kMaintenance
 //   silent, this watcher cut off               | once      | no           | kHold
 //   silent, mass silence, peer's copy unread   | once      | no           | kHold
 //     ... someone writing and silent >= 60 s   | yes       | yes          | kRun
@@ -163,6 +166,8 @@ RowVerdict Judge(const RowSeen& seen, const PassGuard& guard, bool someoneWritin
   if (peerDone) {
     v.takeover = Takeover::kPeerDone;
     v.write = true;
+  } else if (seen.maintenance) {
+    v.takeover = Takeover::kMaintenance;
   } else if (guard.cutOff || (guard.brake && !confirmed && !released)) {
     // Held: no status either, so that the other watcher reads no verdict that was not carried out.
     v.takeover = Takeover::kHold;

@@ -55,6 +55,14 @@ class Observations {
   bool ReadAt(Db db, int64_t nowMs) const { return readMs_[Index(db)] == nowMs; }
   // Forgets everything, as a watcher that just started.
   void Clear();
+  // Every row watched, for a record of them; Put takes one back.
+  template <class F>
+  void ForEach(F&& f) const {
+    for (Db db : kDbs) {
+      for (const auto& [host, w] : rows_[Index(db)]) f(db, host, w);
+    }
+  }
+  void Put(Db db, const std::string& host, const RowWatch& w) { rows_[Index(db)][host] = w; }
 
  private:
   std::map<std::string, RowWatch> rows_[kDbCount];

@@ -23,8 +23,9 @@ namespace qor {
 namespace {
 
 struct Pass {
-  int64_t now, nowMs;
-  int idOnSlave;  // the id of the master's row in the slave's database
+  int64_t now = 0, nowMs = 0;
+  int idOnSlave = 0;  // the id of the master's row in the slave's database
+  PassMarks marks;
 };
 
 void TraceAge(int step, const Pass& p, const ClustRecord& row, const RowSeen& seen) {
@@ -93,11 +94,12 @@ int WatchAnsweringMaster(Pass& p) {
   // Ordered by role text: anything but the master's and the slave's row is no pair to judge.
   if (!(M.role == "master" && S.role == "slave")) return kMonitorDone;
   if (M.status != kStatusActive && M.status != kStatusInactive) return kMonitorDone;
-  RowSeen seen = SeenOf(M, Db::kMaster, false, p.nowMs);
+  RowSeen seen = SeenOf(M, Db::kMaster, QordownRuns().Holds(M.hostname.c_str()), p.nowMs, p.marks);
   TraceAge(3, p, M, seen);
   RowVerdict v = Judge(seen, PassGuard{}, true,
                        [&](bool s) { return DecideMasterAnswering(M, S, s); });
   ReportOneDb("monitoronslave(8)", M, v.takeover == Takeover::kOneDb);
+  SettleMaintenance("monitoronslave(10)", M, seen, p.marks, p.nowMs);
   if (!v.logDetected) return kMonitorDone;
   LogDetected(2, M, p.now);
   if (v.decided.old) {
@@ -112,6 +114,9 @@ int WatchAnsweringMaster(Pass& p) {
   Detector().seen.Wrote(Db::kMaster, M.hostname.c_str(), p.nowMs, v.decided.status);
   WriteSlaveStatus(M, p.idOnSlave, v.decided.status, p);
   if (v.takeover == Takeover::kRun) Qordown(M);
+  if (v.takeover == Takeover::kMaintenance) {
+    SkipForMaintenance("monitoronslave(10)", M, p.marks, p.nowMs);
+  }
   return kMonitorDone;
 }
 
@@ -119,7 +124,7 @@ int WatchAnsweringMaster(Pass& p) {
 bool JudgeAlone(ClustRecord& R, int kind, const PassGuard& guard, Pass& p) {
   TakeoverQueue& queue = QordownRuns();
   const char* host = R.hostname.c_str();
-  RowSeen seen = SeenOf(R, Db::kSlave, queue.Holds(host), p.nowMs);
+  RowSeen seen = SeenOf(R, Db::kSlave, queue.Holds(host), p.nowMs, p.marks);
   TraceAge(kind == 3 ? 6 : 7, p, R, seen);
   RowVerdict v = Judge(seen, guard, guard.writing > 0, [&](bool s) {
     return kind == 3 ? DecideMasterSilent(R, s, MasterLastWriteMill, SlaveLastWriteMill)
@@ -133,6 +138,8 @@ bool JudgeAlone(ClustRecord& R, int kind, const PassGuard& guard, Pass& p) {
   }
   if (v.write) WriteSlaveStatus(R, R.id, v.decided.status, p);
   if (v.takeover == Takeover::kRun) Qordown(R);
+  if (v.takeover == Takeover::kMaintenance) SkipForMaintenance("monitoronslave(10)", R, p.marks, p.nowMs);
+  SettleMaintenance("monitoronslave(10)", R, seen, p.marks, p.nowMs);
   if (v.takeover == Takeover::kHold) return queue.Hold(host, R.ipaddress.c_str(), p.nowMs);
   if (seen.held && v.takeover == Takeover::kNone && Detector().seen.Writing(host, p.nowMs)) {
     LogNotice("monitoronslave(9) %s(%s) writes again, its held take-over dropped", host,
@@ -166,7 +173,13 @@ int WatchFromSlave(Pass& p, bool masterAnswers) {
     if (master) MasterLastWriteMill = R.last_writemill;
     // The master's row is judged at 100 or 200 (rewritten), the members' at 100 only.
     bool watched = R.status == kStatusActive || (master && R.status == kStatusInactive);
-    if (watched) held += JudgeAlone(R, master ? 3 : 4, guard, p) ? 1 : 0;
+    if (watched) {
+      held += JudgeAlone(R, master ? 3 : 4, guard, p) ? 1 : 0;
+    } else {
+      const char* host = R.hostname.c_str();
+      RowSeen seen = SeenOf(R, Db::kSlave, QordownRuns().Holds(host), p.nowMs, p.marks);
+      SettleMaintenance("monitoronslave(10)", R, seen, p.marks, p.nowMs);
+    }
   }
   if (held > 0 && guard.cutOff) {
     LogError(
@@ -187,7 +200,7 @@ int WatchFromSlave(Pass& p, bool masterAnswers) {
 
 int MonitorOnSlave(int) {
   char date[32];
-  Pass p{};
+  Pass p;
   p.now = mygetdate(date, sizeof date, kDateTime);
   p.nowMs = DetectorNowMs();
   Trace("_xmonitoronslave(1): starting at %s (%ld)\n", date, static_cast<long>(p.now));

@@ -77,44 +77,53 @@ int64_t ProcessStartTicks(int pid) {
   return std::atoll(field.c_str());
 }
 
-void TakeoverQueue::UseRecord(const char* path, int64_t nowMs) {
-  record_ = path;
-  std::ifstream in(record_);
+std::vector<TakeoverQueue::Recorded> TakeoverQueue::ReadRecord(const char* path) {
+  std::vector<Recorded> out;
+  std::ifstream in(path);
   std::string line;
-  std::deque<TakeoverRun> cut;
   while (std::getline(in, line)) {
     std::istringstream f(line);
     std::string state, host, ip;
-    int pid = 0;
-    int64_t start = 0;
     if (!std::getline(f, state, '\t') || !std::getline(f, host, '\t') ||
         !std::getline(f, ip, '\t')) {
       continue;
     }
-    f >> pid >> start;
-    TakeoverRun run = NewRun(host.c_str(), ip.c_str(), nowMs);
-    if (Knows(run.hostname.c_str())) continue;
-    if (state == "held") {
-      LogNotice("qordown.sh for %s(%s) held by the previous daemon: held until settled",
-                host.c_str(), ip.c_str());
+    Recorded r{state, NewRun(host.c_str(), ip.c_str(), 0)};
+    f >> r.run.shell.pid >> r.run.processStart;
+    r.run.maintenance = state == "maintenance";
+    out.push_back(r);
+  }
+  return out;
+}
+
+void TakeoverQueue::UseRecord(const char* path, int64_t nowMs) {
+  record_ = path;
+  std::deque<TakeoverRun> cut;
+  for (Recorded& r : ReadRecord(path)) {
+    TakeoverRun run = r.run;
+    const char* host = run.hostname.c_str();
+    const char* ip = run.ipaddress.c_str();
+    run.queuedMs = nowMs;
+    if (Knows(host)) continue;
+    if (r.state == "held" || r.state == "maintenance") {
+      LogNotice("qordown.sh for %s(%s) held by the previous daemon: held until settled", host, ip);
       held_.push_back(run);
-    } else if (state == "waiting") {
-      LogNotice("qordown.sh for %s(%s) queued by the previous daemon: queued again", host.c_str(),
-                ip.c_str());
+    } else if (r.state == "waiting") {
+      LogNotice("qordown.sh for %s(%s) queued by the previous daemon: queued again", host, ip);
       waiting_.push_back(run);
-    } else if (state == "running" && start != 0 && ProcessStartTicks(pid) == start &&
-               !running_) {
+    } else if (r.state == "running" && run.processStart != 0 &&
+               ProcessStartTicks(run.shell.pid) == run.processStart && !running_) {
       LogNotice("qordown.sh for %s(%s) started by the previous daemon still runs pid=%d: waited for",
-                host.c_str(), ip.c_str(), pid);
-      run.shell.pid = pid;
-      run.processStart = start;
+                host, ip, run.shell.pid);
       run.adopted = true;
       run.startedMs = run.reportedMs = nowMs;
       running_ = run;
-    } else if (state == "running") {
+    } else if (r.state == "running") {
       // Cut halfway by the end of its daemon's unit: the take-over is not done, so it runs again.
-      LogError("qordown.sh for %s(%s) started by the previous daemon did not end: run again",
-               host.c_str(), ip.c_str());
+      LogError("qordown.sh for %s(%s) started by the previous daemon did not end: run again", host,
+               ip);
+      run.shell = BackgroundShell{};
+      run.processStart = 0;
       cut.push_back(run);
     }
   }
@@ -130,7 +139,7 @@ void TakeoverQueue::Save() const {
     text += std::string(state) + "\t" + r.hostname.c_str() + "\t" + r.ipaddress.c_str() + "\t" +
             std::to_string(r.shell.pid) + "\t" + std::to_string(r.processStart) + "\n";
   };
-  for (const TakeoverRun& r : held_) put("held", r);
+  for (const TakeoverRun& r : held_) put(r.maintenance ? "maintenance" : "held", r);
   if (running_) put("running", *running_);
   for (const TakeoverRun& r : waiting_) put("waiting", r);
   // Written whole and renamed over the old one: a daemon killed while writing leaves either.
@@ -155,11 +164,19 @@ bool TakeoverQueue::Holds(const char* hostname) const {
                      [&](const TakeoverRun& r) { return Named(r, hostname); });
 }
 
-bool TakeoverQueue::Hold(const char* hostname, const char* ipaddress, int64_t nowMs) {
+bool TakeoverQueue::Hold(const char* hostname, const char* ipaddress, int64_t nowMs,
+                         bool maintenance) {
   if (Knows(hostname) || held_.size() >= kTakeoverWaitMax) return false;
   held_.push_back(NewRun(hostname, ipaddress, nowMs));
+  held_.back().maintenance = maintenance;
   Save();
   return true;
+}
+
+bool TakeoverQueue::HoldsForMaintenance(const char* hostname) const {
+  return std::any_of(held_.begin(), held_.end(), [&](const TakeoverRun& r) {
+    return r.maintenance && Named(r, hostname);
+  });
 }
 
 void TakeoverQueue::Drop(const char* hostname) {

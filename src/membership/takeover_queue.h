@@ -34,6 +34,7 @@ struct TakeoverRun {
   BackgroundShell shell;
   int64_t processStart = 0;  // the shell's start in /proc's clock ticks, to know it again
   bool adopted = false;      // started by a predecessor: its end is seen, its status is not
+  bool maintenance = false;  // held: its server is marked for maintenance
   int status = kShellRunning;  // once ended: the exit status, or kShellNoStatus
 };
 
@@ -52,15 +53,25 @@ class TakeoverQueue {
   // waiting runs as they were, a run whose script still runs as the one in progress, a run whose
   // script is gone without its end recorded (cut by a restart) queued again first. Logged.
   void UseRecord(const char* path, int64_t nowMs);
+  // What the record at path holds, each run with its state ("held", "maintenance", "waiting",
+  // "running"), without taking it over: for a reader that changes nothing.
+  struct Recorded {
+    std::string state;
+    TakeoverRun run;
+  };
+  static std::vector<Recorded> ReadRecord(const char* path);
 
   // Queues a run for the server found down at nowMs (released from the held ones when held);
   // false (logged) when the server is queued or running already, or kTakeoverWaitMax runs wait.
   bool Add(const char* hostname, const char* ipaddress, int64_t nowMs);
-  // Holds the server's take-over; false when it is held, queued or running already.
-  bool Hold(const char* hostname, const char* ipaddress, int64_t nowMs);
+  // Holds the server's take-over (maintenance: for its maintenance mark); false when it is held,
+  // queued or running already.
+  bool Hold(const char* hostname, const char* ipaddress, int64_t nowMs, bool maintenance = false);
   // Forgets a held take-over (settled without a run).
   void Drop(const char* hostname);
   bool Holds(const char* hostname) const;
+  // Held for a maintenance mark: run once the mark is gone and the server still silent.
+  bool HoldsForMaintenance(const char* hostname) const;
   // Queued, running or held: nothing more is to be done for it.
   bool Knows(const char* hostname) const;
   const std::vector<TakeoverRun>& held() const { return held_; }

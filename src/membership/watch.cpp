@@ -1,9 +1,14 @@
 #include "membership/watch.h"
 
+#include <sys/stat.h>
+
+#include <cstdio>
+
 #include "base/clock.h"
 #include "base/log.h"
 #include "config/qorconf.h"
 #include "membership/monitor.h"
+#include "membership/nodedown.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"
 
@@ -56,7 +61,15 @@ bool ObserveDb(Db db, bool readOk, ClustRecord* const* rows, int count, int64_t 
   return true;
 }
 
-RowSeen SeenOf(const ClustRecord& row, Db db, bool held, int64_t nowMs) {
+const MaintenanceMark* PassMarks::Of(const char* host) {
+  if (!read_) {
+    read_ = true;
+    for (Db db : kDbs) ReadMaintenanceSql(db, &marks_);
+  }
+  return MarkOf(marks_, host);
+}
+
+RowSeen SeenOf(const ClustRecord& row, Db db, bool held, int64_t nowMs, PassMarks& marks) {
   const Observations& seen = Detector().seen;
   RowSeen s;
   s.status = row.status;
@@ -66,6 +79,7 @@ RowSeen SeenOf(const ClustRecord& row, Db db, bool held, int64_t nowMs) {
     s.silentMs = VerdictSilenceMs(*w);
     s.rawSilentMs = w->silentMs;
   }
+  if (s.rawSilentMs > kSilentMs) s.maintenance = marks.Of(row.hostname.c_str()) != nullptr;
   Db other = Other(db);
   const RowWatch* o = seen.ReadAt(other, nowMs) ? seen.Find(other, row.hostname.c_str()) : nullptr;
   if (o != nullptr) {
@@ -82,6 +96,75 @@ GuardRow GuardRowOf(const ClustRecord& row, Db db, int64_t nowMs) {
           .writing = seen.Writing(row.hostname.c_str(), nowMs),
           .silent = w != nullptr && w->silentMs > kSilentMs,
           .status = row.status};
+}
+
+void SkipForMaintenance(const char* step, const ClustRecord& row, PassMarks& marks, int64_t nowMs) {
+  const MaintenanceMark* m = marks.Of(row.hostname.c_str());
+  if (m == nullptr) return;
+  char until[32];
+  FormatQorDate(until, sizeof until, static_cast<time_t>(m->until), kDateTime);
+  LogError("%s take-over of %s(%s) skipped for maintenance until %s by %s: %s", step,
+           row.hostname.c_str(), row.ipaddress.c_str(), until, m->markedBy.c_str(),
+           m->reason.c_str());
+  QordownRuns().Hold(row.hostname.c_str(), row.ipaddress.c_str(), nowMs, true);
+}
+
+void SettleMaintenance(const char* step, const ClustRecord& row, const RowSeen& seen,
+                       PassMarks& marks, int64_t nowMs) {
+  TakeoverQueue& queue = QordownRuns();
+  const char* host = row.hostname.c_str();
+  if (!queue.HoldsForMaintenance(host)) return;
+  if (Detector().seen.Writing(host, nowMs)) {
+    LogNotice("%s %s(%s) writes again, its held take-over dropped", step, host,
+              row.ipaddress.c_str());
+    queue.Drop(host);
+    return;
+  }
+  bool silentEverywhere = seen.rawSilentMs > kSilentMs &&
+                          (seen.otherSilentMs < 0 || seen.otherSilentMs > kSilentMs);
+  if (!silentEverywhere || marks.Of(host) != nullptr) return;
+  LogNotice("%s maintenance of %s(%s) ended while it is silent: taken over", step, host,
+            row.ipaddress.c_str());
+  Qordown(row);
+}
+
+void PublishObservations(const char* dir, const char* path) {
+  std::string text;
+  Detector().seen.ForEach([&](Db db, const std::string& host, const RowWatch& w) {
+    char line[512];
+    std::snprintf(line, sizeof line, "%d\t%s\t%lld\t%d\t%lld\t%lld\t%lld\t%lld\n", Index(db),
+                  host.c_str(), static_cast<long long>(w.updatedAt), w.status,
+                  static_cast<long long>(w.observedMs), static_cast<long long>(w.silentMs),
+                  static_cast<long long>(w.changedMs), static_cast<long long>(w.judgedMs));
+    text += line;
+  });
+  mkdir(dir, 0755);
+  std::string tmp = std::string(path) + ".new";
+  FILE* f = std::fopen(tmp.c_str(), "w");
+  if (f == nullptr) return;
+  bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
+  if (std::fclose(f) == 0 && ok) std::rename(tmp.c_str(), path);
+}
+
+bool LoadObservations(const char* path) {
+  FILE* f = std::fopen(path, "r");
+  if (f == nullptr) return false;
+  char host[256];
+  int db = 0, status = 0;
+  long long updatedAt = 0, observedMs = 0, silentMs = 0, changedMs = 0, judgedMs = 0;
+  while (std::fscanf(f, "%d\t%255[^\t]\t%lld\t%d\t%lld\t%lld\t%lld\t%lld\n", &db, host,
+                     &updatedAt, &status, &observedMs, &silentMs, &changedMs, &judgedMs) == 8) {
+    RowWatch w;
+    w.updatedAt = updatedAt;
+    w.status = status;
+    w.observedMs = observedMs;
+    w.silentMs = silentMs;
+    w.changedMs = changedMs;
+    w.judgedMs = judgedMs;
+    Detector().seen.Put(db == 0 ? Db::kMaster : Db::kSlave, host, w);
+  }
+  std::fclose(f);
+  return true;
 }
 
 void ReportOneDb(const char* step, const ClustRecord& row, bool oneDb) {

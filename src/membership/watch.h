@@ -6,10 +6,12 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "membership/monitor_decision.h"
 #include "membership/observation.h"
 #include "store/clust_record.h"
+#include "store/maintenance.h"
 
 namespace qor {
 
@@ -35,10 +37,35 @@ void SetDetectorClock(int64_t (*clock)());
 bool ObserveDb(Db db, bool readOk, ClustRecord* const* rows, int count, int64_t nowMs,
                bool complete, const char* step);
 
+// The maintenance marks of the databases this pass can reach, read once, when first asked for:
+// only a silent row needs them.
+class PassMarks {
+ public:
+  const MaintenanceMark* Of(const char* host);
+
+ private:
+  bool read_ = false;
+  std::vector<MaintenanceMark> marks_;
+};
+
 // What this watcher observed of row for a verdict judged in db at nowMs (the other database as
 // read in the same pass, when it was).
-RowSeen SeenOf(const ClustRecord& row, Db db, bool held, int64_t nowMs);
+RowSeen SeenOf(const ClustRecord& row, Db db, bool held, int64_t nowMs, PassMarks& marks);
+
+// The take-over of row skipped for its maintenance mark: logged after the Detected_ line, and
+// held until the mark is gone.
+void SkipForMaintenance(const char* step, const ClustRecord& row, PassMarks& marks, int64_t nowMs);
+// A take-over held for a maintenance mark, settled: dropped once the server writes again, run once
+// the mark is gone (expired, or taken off) while the server is still silent everywhere.
+void SettleMaintenance(const char* step, const ClustRecord& row, const RowSeen& seen,
+                       PassMarks& marks, int64_t nowMs);
 GuardRow GuardRowOf(const ClustRecord& row, Db db, int64_t nowMs);
+
+// The detector's observations, published by the daemon after each pass (written whole, renamed
+// over the last) for -explain, which loads them: the monotonic clock is the machine's, so a
+// reader extends each silence to its own now.
+void PublishObservations(const char* dir, const char* path);
+bool LoadObservations(const char* path);
 
 // The one-database report, once per episode: row's server still writes into the other database.
 void ReportOneDb(const char* step, const ClustRecord& row, bool oneDb);

@@ -44,6 +44,9 @@ TEST_F(LabFailover, LongTakeoverAndThenSlaveTakesOverFromAMasterCutOff) {
   }
   EXPECT_TRUE(Logged(lab_, kMaster, ended));
   EXPECT_TRUE(WaitFor(5, [&] { return Takeovers(lab_, kMaster) == 2; }));
+  // The second member back: the master cut off below still sees two others go silent.
+  ASSERT_EQ(lab_.StartDaemon(kMember2, false).status, 0);
+  EXPECT_TRUE(WaitFor(15, [&] { return RowOf(lab_, kMaster, m2.name).status == 100; }));
   EXPECT_EQ(CountLogged(lab_, kSlave, "Detected_"), 0);
   ASSERT_TRUE(lab_.Cut(kMaster));
   // A query under way fails first, then the slave's cycles take about 11 s, most of it pinging

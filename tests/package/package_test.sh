@@ -28,6 +28,9 @@ mount -t tmpfs tmpfs "$1/o"
 mkdir "$1/o/upper" "$1/o/work" "$1/o/root"
 mount -t overlay overlay -o "lowerdir=/,upperdir=$1/o/upper,workdir=$1/o/work" "$1/o/root"
 r=$1/o/root
+# A machine built from a container image forbids service starts to its package scripts
+# (policy-rc.d); a server does not, and the overlay drops it without touching this machine.
+rm -f "$r/usr/sbin/policy-rc.d"
 cp "$2" "$r/qorclustd.deb"
 cp "$3" "$r/prev.deb"
 # The unit under a systemd of its own: this root booted in a container with a network of its own

@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "base/paths.h"
 #include "config/qorconf.h"
 #include "membership/nodedown.h"
 #include "membership/watch.h"
+#include "store/maintenance.h"
 #include "store_fixture.h"
 
 namespace qortest {
@@ -170,6 +172,35 @@ TEST_F(StoreMonitor, SlaveSettlesItsHeldTakeoversAgainstTheMastersVerdict) {
   }
   EXPECT_EQ(Logged(Logs(), "monitoronslave(9) gone(10.0.0.9) was taken over by the master"), 1);
   EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 0);
+}
+
+// A member marked for maintenance that goes silent: its row is marked as any other's, but no
+// take-over runs until the mark expires while it is still silent. The mark reaches every
+// database that answers, and expires by the database's clock.
+TEST_F(StoreMonitor, AMarkedMemberIsMarkedButNotTakenOverUntilItsMarkExpires) {
+  for (const char* side : {"master", "slave"}) {
+    Put(side, {{host, "127.0.0.1", "master", 100, 0, "0", 0, 0},
+               {"gone", "10.0.0.9", "member", 100, 0, "0", 0, 30}});
+  }
+  Connect({kSlaveAddr});
+  EXPECT_EQ(qor::SetMaintenanceSql(qor::Db::kMaster, "gone", 30, "kernel update", "ops@h"), 0);
+  EXPECT_EQ(qor::SetMaintenanceSql(qor::Db::kSlave, "gone", 30, "kernel update", "ops@h"), 500);
+  Connect();
+  std::vector<qor::MaintenanceMark> marks;
+  qor::ReadMaintenanceSql(qor::Db::kSlave, &marks);
+  EXPECT_TRUE(marks.empty()) << "the slave's database did not answer: no mark there";
+  Watch(qor::MonitorOnMaster);
+  EXPECT_EQ(Sql("master", "select status from clusters where hostname = 'gone';"), "200\n");
+  EXPECT_EQ(Logged(Logs(), "monitoronmaster(10) take-over of gone(10.0.0.9) skipped for "
+                           "maintenance until "), 1);
+  EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 0);
+  Sql("master", "update qorclustd_maintenance set until = now() - interval 1 second;");
+  watcherMs += 2000;
+  qor::MonitorOnMaster(0);
+  qor::WaitQordown();
+  EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 1);
+  qor::ReadMaintenanceSql(qor::Db::kMaster, &marks);
+  EXPECT_TRUE(marks.empty()) << "an expired mark is no mark";
 }
 
 // Member rows unchanged for more than clustsweep minutes by the database clock go, never the

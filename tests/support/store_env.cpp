@@ -21,7 +21,8 @@ std::string Sql(const std::string& side, const std::string& statements) {
 void ResetTables() {
   for (const char* side : {"master", "slave"}) {
     Sql(side,
-        "delete from clusters; alter table clusters auto_increment=1; delete from containers;");
+        "delete from clusters; alter table clusters auto_increment=1; delete from containers; "
+        "delete from qorclustd_maintenance;");
   }
 }
 
