@@ -205,6 +205,7 @@ int MonitorOnMaster(int) {
   }
   SlaveReach slave;
   p.guard = GuardOf(guardRows, [&] { return slave.answers(); });
+  Detector().marks = p.marks.All();
   for (int i = 0; i < mactinfo.count; ++i) {
     ClustRecord& row = *ClustsOnMaster[i];
     if (row.role_id == kRoleIdMaster) continue;

@@ -215,6 +215,7 @@ int MonitorOnSlave(int) {
   // A master that the slave's database already holds as old is not watched, nor are the members.
   if (ClustsOnSlave[0]->status == kStatusOld) return kMonitorDone;
   p.idOnSlave = ClustsOnSlave[0]->id;
+  Detector().marks = p.marks.All();
   if (Ping(cnf.clustmaster.c_str(), 1, 3) == 0) return WatchAnsweringMaster(p);
   return WatchFromSlave(p, false);
 }

@@ -22,6 +22,7 @@ struct DetectorMemory {
   bool writeOutage[kDbCount] = {};       // reported: this server's heartbeat did not get there
   std::set<std::string> oneDb;           // reported: writes into one database only
   int64_t oneDbReports = 0;              // servers so reported, for the metrics
+  std::vector<MaintenanceMark> marks;    // as the last pass read them, for the metrics
 };
 DetectorMemory& Detector();
 
@@ -42,6 +43,10 @@ bool ObserveDb(Db db, bool readOk, ClustRecord* const* rows, int count, int64_t 
 class PassMarks {
  public:
   const MaintenanceMark* Of(const char* host);
+  const std::vector<MaintenanceMark>& All() {
+    Of("");
+    return marks_;
+  }
 
  private:
   bool read_ = false;

@@ -198,6 +198,14 @@ void RenderWatch(const MetricsView& v, std::string& out) {
   Family(out, "qorclustd_takeovers_held", "gauge",
          "Take-overs held: this server looked cut off, or a mass silence awaits confirmation.");
   Sample(out, "qorclustd_takeovers_held", {}, static_cast<int64_t>(v.takeoversHeld));
+  Family(out, "qorclustd_maintenance", "gauge",
+         "Servers marked for maintenance: when the mark expires, in seconds since the epoch.");
+  if (v.marks != nullptr) {
+    for (const MaintenanceMark& m : *v.marks) {
+      Sample(out, "qorclustd_maintenance",
+             {{"hostname", m.hostname.c_str()}, {"reason", m.reason.c_str()}}, m.until);
+    }
+  }
   Family(out, "qorclustd_one_database_writers_total", "counter",
          "Servers found silent in one database that still wrote into the other: not taken over.");
   Sample(out, "qorclustd_one_database_writers_total", {}, v.oneDbReports);
@@ -278,6 +286,12 @@ uint64_t AlertDigest(const MetricsView& v) {
   if (v.detected != nullptr) {
     for (int kind = 0; kind < kDetectedKinds; ++kind) d.add(v.detected[kind]);
   }
+  if (v.marks != nullptr) {
+    for (const MaintenanceMark& m : *v.marks) {
+      d.add(m.hostname.c_str());
+      d.add(m.until);
+    }
+  }
   if (v.takeovers != nullptr) {
     d.add(v.takeovers->started);
     d.add(v.takeovers->endedWith[0]);
@@ -327,6 +341,7 @@ MetricsView CycleView(int64_t cycleMicros, int64_t cycles) {
     v.seen = &Detector().seen;
     v.monoMill = DetectorNowMs();
     v.oneDbReports = Detector().oneDbReports;
+    v.marks = &Detector().marks;
   }
   return v;
 }

@@ -28,6 +28,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "membership/monitor.h"
 #include "membership/observation.h"
@@ -35,6 +36,7 @@
 #include "replication/replication.h"
 #include "store/clust_record.h"
 #include "store/cluster_writes.h"
+#include "store/maintenance.h"
 
 namespace qor {
 
@@ -71,6 +73,7 @@ struct MetricsView {
   int64_t monoMill = 0;
   int64_t oneDbReports = 0;  // servers reported as writing into one database only
   size_t takeoversHeld = 0;
+  const std::vector<MaintenanceMark>* marks = nullptr;  // on the master and the slave
   int64_t slowWorkMs = 0;  // how long the slow pass beside the cycle runs; 0 when none runs
 };
 

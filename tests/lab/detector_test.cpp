@@ -96,6 +96,24 @@ TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
   ASSERT_TRUE(Revive(kMember2));
   EXPECT_EQ(Value(Scrape().out, detected), before + 1);
 
+  // Marked for maintenance and stopped: -explain names it and its silence while it is judged,
+  // its row is marked when found, nobody takes it over; started again, it is active as before.
+  const std::vector<std::string> mark = {"-maintenance", m2.name, "on", "30", "kernel", "update"};
+  ASSERT_EQ(lab_.Run(kSlave, mark).status, 0);
+  death = Kill(kMember2);
+  std::this_thread::sleep_for(std::chrono::seconds(9));
+  const std::string explained = lab_.Run(kMaster, {"-explain"}).out;
+  size_t at = explained.find(m2.name + "(" + m2.address + ") status 100, silent ");
+  ASSERT_NE(at, std::string::npos) << explained;
+  double silent = std::stod(explained.substr(explained.find("silent ", at) + 7));
+  EXPECT_TRUE(silent >= 5 && silent <= 12) << explained;
+  EXPECT_GT(FoundAfter(kMember2, kMaster, death, 30), 0);
+  EXPECT_TRUE(WaitFor(5, [&] { return Logged(lab_, kMaster, "monitoronmaster(10) take-over of " +
+                                                              m2.name); }));
+  EXPECT_TRUE(Started(kMaster, 1)) << "no take-over of a server marked for maintenance";
+  ASSERT_TRUE(Revive(kMember2));
+  EXPECT_EQ(lab_.Run(kMaster, {"-maintenance", m2.name, "off"}).status, 0);
+
   // Its template copy behind: marked once, the row still goes silent.
   death = Kill(kMember1);
   ASSERT_GT(MarkTemplates(lab_), 0);

@@ -58,6 +58,7 @@ TEST_F(LabPartition, ServersCutOffTakeNobodyOverAndCatchUp) {
         " all 3 other servers are silent";
     EXPECT_TRUE(WaitFor(45, [&] { return Logged(lab_, cut, alone); }))
         << h.name << " did not see itself cut off";
+    EXPECT_THAT(lab_.Run(cut, {"-explain"}).out, ::testing::HasSubstr("cut-off guard"));
     std::this_thread::sleep_until(restore);
     ASSERT_TRUE(lab_.Restore(cut));
     int64_t back = ReadRows(lab_, peer).at(0).now;
