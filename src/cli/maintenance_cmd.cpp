@@ -36,7 +36,7 @@ int List() {
 
 int Refuse(const char* why) {
   std::printf("maintenance: %s\n", why);
-  std::puts("usage: qorclustd -maintenance [host on minutes reason | host off]");
+  std::puts("usage: qorclustd -maintenance [host on minutes reason or host off]");
   return 1;
 }
 

@@ -41,7 +41,7 @@ const char* const kUsageLines[] = {
     "     : qorclustd -set_old_on_slave  host    #set a cluster old on slave",
     "     : qorclustd -set_tplold_on_master host #set a cluster tplold on master",
     "     : qorclustd -set_tplold_on_slave  host #set a cluster tplold on slave",
-    "     : qorclustd -maintenance [host on minutes reason|host off] #list or set maintenance",
+    "     : qorclustd -maintenance [host on minutes reason or host off] #maintenance marks",
     "     : qorclustd -timesec            #show current time (s)",
     "     : qorclustd -timemill           #show current time (ms)",
     "     : qorclustd -clear              #clear clusters table (for standalone)",

@@ -51,10 +51,11 @@ TEST(TakeoverQueue, OneScriptAtATimeInTheOrderServersWereFoundDown) {
     // Beside this process, in a session of its own.
     EXPECT_TRUE(r == nullptr || getsid(r->shell.pid) == r->shell.pid);
   }
-  for (size_t i = 0; i < kTakeoverWaitMax; ++i) {
+  for (size_t i = 1; i < kTakeoverWaitMax; ++i) {
     EXPECT_TRUE(queue.Add(("m" + std::to_string(i)).c_str(), "10.0.0.8", 0));
   }
   EXPECT_FALSE(queue.Add("m1", "10.0.0.8", 0)) << "one server is never queued twice";
+  EXPECT_TRUE(queue.Add("m0", "10.0.0.8", 0));
   EXPECT_FALSE(queue.Add("full", "10.0.0.8", 0));
   signal(SIGCHLD, saved);
 }

@@ -115,6 +115,17 @@ TEST(CliWords, EachWordAnswersAndChangesWhatItShould) {
       {"-set_tplold_on_slave node-a", kMasterConf, 0,
        kPrompt + "set node-a tpl old on 127.0.0.2...OK\n", "y\n"},
       {"-clear", kMasterConf, 1, "_not standalone. cluster!\n", "y\n"},
+      // The detector's view, read only: no row changes.
+      {"-explain", kMasterConf, 0,
+       "no observations of the daemon here (is it running?): silences from now\n"
+       "judging from the master's database, 0 servers writing, 0 silent\n"
+       "node-a(10.0.0.5) status 100, silent 0.0 s: nothing\n"},
+      {"-explain", "member", 0, "this server is a member: it judges nobody\n"},
+      {"-maintenance node-a on 30 kernel update", kMasterConf, 0,
+       "maintenance of node-a on on 127.0.0.1...OK\nmaintenance of node-a on on 127.0.0.2...OK\n"},
+      {"-maintenance node-a on 9999 x", kMasterConf, 1,
+       "maintenance: minutes must be 1 to 480 (qor_clustmaintmax)\nusage: qorclustd -maintenance "
+       "[host on minutes reason or host off]\n"},
       {"-stop", kMasterConf, 0, "Please sudo this!\n", "", 65534},
       {"-start_boot", kMasterConf, 1, "Please sudo this!\n", "", 65534},
   };
