@@ -5,6 +5,7 @@
 #include <climits>
 #include <functional>
 #include <string>
+#include <tuple>
 
 #include "config/cpuset.h"
 #include "config/processors.h"
@@ -110,12 +111,10 @@ TEST_F(Config, LimitsAndProcessorSetsDeriveFromTheCores) {
                {8, 32, "qor_cpuset=[0,1][2,3]\n", 32, 25, 35, 8, "0,1", "2,3"}};
   for (const auto& c : cases) {
     ASSERT_EQ(Read(c.file, c.cores, c.procs), 0);
-    EXPECT_EQ(cnf.maxlimit, c.maxlimit) << c.file;
-    EXPECT_EQ(cnf.maxlimitlo, c.lo) << c.file;
-    EXPECT_EQ(cnf.maxlimithi, c.hi) << c.file;
-    EXPECT_EQ(Cpu.cores, c.cores_after) << c.file;
-    EXPECT_STREQ(Cpusets[0].c_str(), c.set0) << c.file;
-    EXPECT_STREQ(Cpusets[1].c_str(), c.set1) << c.file;
+    EXPECT_EQ(std::tuple(cnf.maxlimit, cnf.maxlimitlo, cnf.maxlimithi, Cpu.cores,
+                         std::string(Cpusets[0].c_str()), std::string(Cpusets[1].c_str())),
+              std::tuple(c.maxlimit, c.lo, c.hi, c.cores_after, c.set0, c.set1))
+        << c.file;
   }
 }
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <limits>
 #include <string>
+#include <tuple>
 
 #include "base/shell.h"
 #include "config/processors.h"
@@ -46,11 +47,9 @@ TEST(Metrics, ProcessorCountsFromCpuinfoTakenAgainOnlyWhenItsLinesChange) {
     // A clock that moved changes none of the lines the facts come from: nothing runs again.
     sample.Write(c.content + "cpu MHz\t\t: 2400.7\n");
     qor::RefreshCpuinfo(sample.path.c_str());
-    EXPECT_EQ(shell.commands.size(), 4u);
-    EXPECT_EQ(qor::Cpu.cpus, c.cpus);
-    EXPECT_EQ(qor::Cpu.cores, c.cores);
-    EXPECT_EQ(qor::Cpu.phycores, c.phycores);
-    EXPECT_EQ(qor::Cpu.procs, c.procs);
+    EXPECT_EQ(std::tuple(shell.commands.size(), qor::Cpu.cpus, qor::Cpu.cores, qor::Cpu.phycores,
+                         qor::Cpu.procs),
+              std::tuple(4u, c.cpus, c.cores, c.phycores, c.procs));
   }
   qor::Cpu = saved;
 }

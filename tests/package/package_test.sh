@@ -66,11 +66,8 @@ SECONDS=0
 inside dpkg -i /prev.deb >/dev/null || fail "dpkg -i of the previous build"
 inside systemctl is-enabled -q qorclustd && inside systemctl is-active -q qorclustd ||
   fail "not enabled and started on install: $(inside systemctl status qorclustd)"
-[ "$(inside qorclustd -v)" = 4.0.16 ] || fail "qorclustd -v: $(inside qorclustd -v)"
-[ "$(inside qorclustd | head -n 1)" = "qorclustd 4.0.16 2022/10/03" ] || fail "no usage text"
-for f in schema.sql qorclustd-alerts.yml qorclustd-dashboard.json; do
-  inside test -s "/usr/share/qorclustd/$f" || fail "no /usr/share/qorclustd/$f"
-done
+inside sh -c 'cd /usr/share/qorclustd && test -s schema.sql -a -s qorclustd-alerts.yml -a -s qorclustd-dashboard.json' ||
+  fail "schema, alert rules or dashboard missing from /usr/share/qorclustd"
 page=$(LANG=C MANWIDTH=500 inside man -l /usr/share/man/man8/qorclustd.8.gz 2>"$1/man.err")
 [ ! -s "$1/man.err" ] || fail "man warns: $(cat "$1/man.err")"
 # The manual page names every word of the usage text: each alias after a "|" and each operand.
@@ -97,12 +94,8 @@ sleep 3
 [ "$(show WatchdogTimestampMonotonic)" -gt "$pinged" ] || fail "no watchdog ping in 3 s"
 inside systemctl status qorclustd | grep -qF 'Status: "member: 1 server in the table, cycle 0.' ||
   fail "no status line: $(inside systemctl status qorclustd)"
-first=$(main)
-inside kill -ABRT "$first"
 # systemd learns the new daemon's pid a moment after it runs.
 restarted() { [ -n "$(daemons)" ] && [ "$(daemons)" = "$(main)" ] && [ "$(main)" != "$first" ]; }
-for _ in $(seq 30); do restarted && break; sleep 1; done
-restarted || fail "not restarted: $(daemons) (systemd's: $(main))"
 # A frozen daemon: the watchdog ends it after 30 s, and systemd starts another 10 s later.
 first=$(main)
 inside kill -STOP "$first"
@@ -110,7 +103,7 @@ SECONDS=0
 for _ in $(seq 60); do restarted && break; sleep 1; done
 restarted && [ "$SECONDS" -ge 30 ] && [ "$SECONDS" -le 55 ] ||
   { inside kill -CONT "$first"; fail "frozen daemon not restarted in 30 to 55 s: $SECONDS s, $(main)"; }
-# An OOM kill (SIGKILL) restarts it like any crash.
+# A crash, here an OOM kill (SIGKILL), restarts it.
 first=$(main)
 inside kill -KILL "$first"
 for _ in $(seq 30); do restarted && break; sleep 1; done

@@ -1,14 +1,18 @@
-// GetClusterSql against the master's real database: which rows each selector returns and in what
-// order, how the columns land in the records, and what happens to values that do not fit.
+// The reads against the real databases: which rows each selector returns and in what order, how
+// the columns land in the records, what happens to values that do not fit, and which database
+// each read and the cycle loop's count reach.
 #include "store/cluster_query.h"
 
 #include <time.h>
 
 #include <cstdlib>
+#include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "cli/json_listing.h"
+#include "config/qorconf.h"
 #include "store/pools.h"
 #include "store_fixture.h"
 
@@ -70,9 +74,8 @@ TEST_F(StoreClusterQuery, SelectorsReturnRowsInOrder) {
     SCOPED_TRACE(c.cond);
     ActInfo info{7, 7, 7};
     ASSERT_EQ(Select(c.cond, &info), qor::kDbOk);
-    EXPECT_EQ(Hosts(info, ClustsTemp), c.hosts);
-    EXPECT_EQ(info.servers, c.servers);
-    EXPECT_EQ(info.cores, c.cores);
+    EXPECT_EQ(std::tuple(Hosts(info, ClustsTemp), info.servers, info.cores),
+              std::tuple(c.hosts, c.servers, c.cores));
     EXPECT_TRUE(Logs().empty());
   }
 }
@@ -123,11 +126,85 @@ TEST_F(StoreClusterQuery, OnlySixtyFourRowsAreStoredAndCountedFromOneFetch) {
   ActInfo info;
   ASSERT_EQ(Select("-all", &info), qor::kDbOk);
   EXPECT_EQ(std::stoi(fetches().substr(15)) - std::stoi(before.substr(15)), 1);
-  EXPECT_EQ(info.count, 64);
-  EXPECT_EQ(info.servers, 64);
-  EXPECT_EQ(info.cores, 64);
+  EXPECT_EQ(std::tuple(info.count, info.servers, info.cores), std::tuple(64, 64, 64));
   EXPECT_STREQ(ClustsTemp[63]->hostname.c_str(), "h163");
   EXPECT_EQ(Logs(), std::vector<std::string>{"getclustersql more than 64 rows on 127.0.0.1"});
+}
+
+// Which database each target of a read reaches, pool or no pool, and what a read without one
+// logs.
+TEST_F(StoreClusterQuery, TargetPicksTheDatabase) {
+  const std::set<std::string> none, m = {kMasterAddr}, s = {kSlaveAddr},
+                                    both = {kMasterAddr, kSlaveAddr};
+  struct Case {
+    const char* name;
+    bool standalone;
+    std::set<std::string> down;  // addresses silent while the pools are built
+    int target;
+    int rc;
+    std::vector<std::string> hosts;
+    int side;  // the database the rows came from
+  } cases[] = {{"target 0 with both pools", false, none, 0, 0, {"on-master"}, 0},
+               {"target 0 without mpool", false, m, 0, 0, {"on-slave"}, 1},
+               {"target 1 with both pools", false, none, 1, 0, {"on-slave"}, 1},
+               {"target 1 without spool", false, s, 1, 500, {}, -1},
+               {"target 0 without pools", false, both, 0, 500, {}, -1},
+               {"target 2 in a cluster", false, none, 2, 0, {}, -1},
+               {"standalone target 2", true, none, 2, 0, {"on-master"}, 0}};
+  Sql("master", InsertRows({{"on-master", "127.0.0.1", "master", 100, 1, "0"}}));
+  Sql("slave", InsertRows({{"on-slave", "127.0.0.2", "slave", 100, 1, "0"}}));
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    qor::Cluster = c.standalone ? 0 : 1;
+    qor::cnf.cluster = c.standalone ? "0" : "1";
+    qor::CloseConnectionPool();
+    Connect(c.down);
+    qor::ActInfo info{7, 7, 7};
+    EXPECT_EQ(Select("-all", &info, c.target), c.rc);
+    EXPECT_EQ(Hosts(info, qor::ClustsTemp), c.hosts);
+    EXPECT_EQ(info.side, c.side);
+    EXPECT_EQ(Logs(),
+              c.rc == qor::kDbNoConnection
+                  ? std::vector<std::string>{"getclustersql db connection error to 127.0.0.1"}
+                  : std::vector<std::string>{});
+  }
+}
+
+// The row count of the cycle loop: which database it reaches for each role and reachability. Three
+// rows on the master's database, two on the slave's.
+TEST_F(StoreClusterQuery, CountsOnTheDatabaseTheRoleReaches) {
+  const std::string M = kMasterAddr, S = kSlaveAddr;
+  struct Case {
+    const char* name;
+    const char* role;
+    std::set<std::string> downAtConnect;  // silent while the pools are built
+    std::set<std::string> downAtCount;    // silent while counting
+    int count;
+    std::vector<std::string> pinged;
+  } cases[] = {
+      {"master counts without ping", "master", {}, {M, S}, 3, {}},
+      {"slave with its master", "slave", {}, {}, 3, {M}},
+      {"slave whose master is gone", "slave", {M}, {M}, 2, {M, M, M}},
+      // The address only decides whether to count: the first open pool is still mpool.
+      {"slave whose master went silent", "slave", {}, {M}, 3, {M, M, M}},
+      {"member with the master", "member", {}, {}, 3, {M}},
+      {"member with the slave only", "member", {M}, {M}, 2, {M, M, M, S}},
+      {"member whose servers went silent", "member", {}, {M, S}, 0, {M, M, M, S, S, S}},
+  };
+  Sql("master", "insert into clusters (hostname) values ('a'), ('b'), ('c');");
+  Sql("slave", "insert into clusters (hostname) values ('a'), ('b');");
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    UseTestCluster(c.role, c.role == std::string("slave") ? kSlaveAddr : "127.0.0.7");
+    qor::CloseConnectionPool();
+    Connect(c.downAtConnect);
+    seam.blocked = c.downAtCount;
+    int count = 77;
+    EXPECT_EQ(qor::GetClustCount(&count), 0);
+    EXPECT_EQ(count, c.count);
+    EXPECT_EQ(Pinged(seam.commands), c.pinged);
+    EXPECT_TRUE(Logs().empty());
+  }
 }
 
 }  // namespace

@@ -39,15 +39,6 @@ void StoreTest::Connect(const std::set<std::string>& down) {
   Logs();
 }
 
-void StoreTest::Fill(const std::vector<Row>& master, const std::vector<Row>& slave,
-                     const std::set<std::string>& down) {
-  ResetTables();
-  if (!master.empty()) Sql("master", InsertRows(master));
-  if (!slave.empty()) Sql("slave", InsertRows(slave));
-  qor::CloseConnectionPool();
-  Connect(down);
-}
-
 int StoreTest::Select(const char* cond, qor::ActInfo* info, int target) {
   return qor::GetClusterSql(kMasterAddr, "qordirect", QOR_TESTDB_PASSWORD, cond, info,
                             qor::ClustsTemp, target);

@@ -47,9 +47,6 @@ class StoreTest : public ::testing::Test {
   // Builds the pools as ReconnectCluster does while the addresses in down do not answer ping;
   // the seam keeps them blocked afterwards; its command record and the log start empty.
   void Connect(const std::set<std::string>& down = {});
-  // Empty tables, then these rows on each side, then pools built as Connect(down) does.
-  void Fill(const std::vector<Row>& master, const std::vector<Row>& slave = {},
-            const std::set<std::string>& down = {});
   // GetClusterSql as the program calls it, naming the master's address.
   int Select(const char* cond, qor::ActInfo* info, int target = 0);
   // Runs body under each sql_mode the statements must be safe in, set as the master's global

@@ -1,11 +1,12 @@
-#include "observe/prom_metrics.h"
-
+// What the daemon shows of itself: the metrics file and its pace, and the status line.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "config/qorconf.h"
+#include "observe/prom_metrics.h"
+#include "observe/systemd_notify.h"
 
 namespace qor {
 namespace {
@@ -28,37 +29,35 @@ TEST(PromMetrics, RendersWhatTheRoleKnows) {
   const ClustRecord *again[] = {&read[2]}, *odd[] = {&read[4]};
   int64_t detected[kDetectedKinds] = {3, 0, 0, 0};
   TakeoverTally tally{.started = 4, .endedWith = {2}, .killed = 1};
-  auto view = [&](int role) {
-    return MetricsView{
-        .role = role,
-        .version = "4.1",
-        .address = "10.0.0.1",
-        .nowMill = now * 1000 + 500,
-        .cycleMicros = 1250,
-        .db = {{"10.0.0.1", true, {true, 1250, 7, 1}}, {"10.0.0.2", false, {false, 0, 0, 2}}},
-        .reads = {},
-        .detected = detected,
-        .takeovers = &tally,
-        .pull = {}};
-  };
-  struct Case {
-    const char* name;
-    MetricsView v;
-    std::vector<std::string> lines, absent;
-  };
-  MetricsView member = view(kRoleMember);
-  member.pull = {now * 1000 - 60500, true};
-  MetricsView master = view(kRoleMaster);
+  MetricsView member{
+      .role = kRoleMember,
+      .version = "4.1",
+      .address = "10.0.0.1",
+      .nowMill = now * 1000 + 500,
+      .cycleMicros = 1250,
+      .db = {{"10.0.0.1", true, {true, 1250, 7, 1}}, {"10.0.0.2", false, {false, 0, 0, 2}}},
+      .reads = {},
+      .detected = detected,
+      .takeovers = &tally,
+      .pull = {now * 1000 - 60500, true}};
+  MetricsView master = member, escaped = member;
+  master.role = kRoleMaster;
+  master.pull = {};
   master.reads[0] = {all, 4, 0};
   master.reads[1] = {again, 1, 0};
   master.takeoverRunningMs = 1500;
-  MetricsView escaped = view(kRoleSlave);
+  escaped.role = kRoleSlave;
+  escaped.pull = {};
   escaped.version = "4.1\"beta\\";
   escaped.reads[0] = {odd, 1, 0};
   escaped.reads[1] = {all, 4, 1};  // from a database that did not answer: an older cycle's
   const TakeoverTally none;
   escaped.takeovers = &none;
-  const Case cases[] = {
+  const struct {
+    const char* name;
+    MetricsView v;
+    std::vector<std::string> lines, absent;
+  } cases[] = {
       {.name = "member: writes and its pull, no rows, no detections",
        .v = member,
        .lines = {"qorclustd_info{role=\"member\",version=\"4.1\",address=\"10.0.0.1\"} 1",
@@ -104,7 +103,7 @@ TEST(PromMetrics, RendersWhatTheRoleKnows) {
             "qorclustd_template_pull_success 0"},
        .absent = {"kind=\"Detected_1\"", "database=\"slave\",status", "hostname=\"s\""}},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     std::string text;
     RenderMetrics(c.v, text);
     for (const std::string& line : c.lines) {
@@ -120,28 +119,23 @@ TEST(PromMetrics, RendersWhatTheRoleKnows) {
 TEST(PromMetrics, WritesOnChangeOtherwiseAtItsPace) {
   const int64_t now = 1700000040;
   int64_t detected[kDetectedKinds] = {};
-  struct Case {
+  struct {
     const char* name;
     int64_t later, renewed;  // seconds after the last write; the row written that much later
-    void (*change)(MetricsView&, ClustRecord&, TakeoverTally&);
+    int status, killed;      // the row's status and the take-overs killed by then
+    int64_t runningMs;       // how long the take-over has run by then
     bool due;
+  } cases[] = {
+      {"a cycle later, the row renewed", 2, 2, 100, 0, 1000, false},
+      {"29 s later, the row renewed", 29, 29, 100, 0, 1000, false},
+      {"30 s later", 30, 30, 100, 0, 1000, true},
+      {"a row silent 15 s", 14, 0, 100, 0, 1000, false},
+      {"a row silent 16 s", 15, 0, 100, 0, 1000, true},
+      {"a row marked", 2, 2, 200, 0, 1000, true},
+      {"a take-over killed", 2, 2, 100, 1, 1000, true},
+      {"a take-over past 5 minutes", 2, 2, 100, 0, 300001, true},
   };
-  const Case cases[] = {
-      {"a cycle later, the row renewed", 2, 2, [](MetricsView&, ClustRecord&, TakeoverTally&) {},
-       false},
-      {"29 s later, the row renewed", 29, 29, [](MetricsView&, ClustRecord&, TakeoverTally&) {},
-       false},
-      {"30 s later", 30, 30, [](MetricsView&, ClustRecord&, TakeoverTally&) {}, true},
-      {"a row silent 15 s", 14, 0, [](MetricsView&, ClustRecord&, TakeoverTally&) {}, false},
-      {"a row silent 16 s", 15, 0, [](MetricsView&, ClustRecord&, TakeoverTally&) {}, true},
-      {"a row marked", 2, 2, [](MetricsView&, ClustRecord& r, TakeoverTally&) { r.status = 200; },
-       true},
-      {"a take-over killed", 2, 2,
-       [](MetricsView&, ClustRecord&, TakeoverTally& t) { t.killed = 1; }, true},
-      {"a take-over past 5 minutes", 2, 2,
-       [](MetricsView& v, ClustRecord&, TakeoverTally&) { v.takeoverRunningMs = 300001; }, true},
-  };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     ClustRecord row = Row("m", "10.0.0.1", 100, now - 1);
     const ClustRecord* read[] = {&row};
     TakeoverTally tally;
@@ -156,9 +150,37 @@ TEST(PromMetrics, WritesOnChangeOtherwiseAtItsPace) {
     const MetricsPace written{AlertDigest(v), v.nowMill};
     v.nowMill += c.later * 1000;
     v.cycleMicros += 999;
+    v.takeoverRunningMs = c.runningMs;
     row.updated_at += c.renewed;
-    c.change(v, row, tally);
+    row.status = c.status;
+    tally.killed = c.killed;
     EXPECT_EQ(MetricsDue(v, written), c.due) << c.name;
+  }
+}
+
+TEST(SystemdStatus, OneLineOfRoleRowsCycleAndTakeover) {
+  struct {
+    DaemonStatus status;
+    std::string line;
+  } rows[] = {
+      {{.role = kRoleMember, .servers = 4, .cycleMs = 40},
+       "member: 4 servers in the table, cycle 0.04 s"},
+      {{.role = kRoleSlave, .servers = 1, .cycleMs = 10050},
+       "slave: 1 server in the table, cycle 10.05 s"},
+      {{.role = kRoleMaster,
+        .servers = 12,
+        .cycleMs = 1234,
+        .takeoverHost = "web3",
+        .takeoverAddress = "10.0.0.13",
+        .takeoverMs = 12999,
+        .takeoversWaiting = 2,
+        .slowWhat = "pull of qortemplates",
+        .slowMs = 140500},
+       "master: 12 servers in the table, cycle 1.23 s, take-over of web3(10.0.0.13) running 12 s, "
+       "2 more waiting, slow work: pull of qortemplates running 140 s"},
+  };
+  for (const auto& r : rows) {
+    EXPECT_EQ(FormatDaemonStatus(r.status).c_str(), r.line);
   }
 }
 
