@@ -413,7 +413,7 @@ void Lab::SetClock(int i, const std::string& offset) {
 RunResult Lab::StartDaemonWithClock(int i, const std::string& offset) {
   SetClock(i, offset);
   // Debian keeps the library under the architecture's directory.
-  RunResult lib = Shell(i, "ls /usr/lib/*/faketime/libfaketime.so.1 | head -n 1");
+  RunResult lib = Shell(i, "find /usr/lib -name libfaketime.so.1 | head -n 1");
   if (lib.status != 0 || lib.out.empty()) return RunResult{1, "", "libfaketime not found", {}, {}};
   lib.out.pop_back();
   return Host(i).Enter({"/usr/bin/env", "LD_PRELOAD=" + lib.out,
