@@ -99,6 +99,8 @@ TEST(Decisions, Verdicts) {
        .otherStatus = A, .status = A, .member = true}, calm, "detected write run"},
       {"still writes into the other database", {.silentMs = 40000, .rawSilentMs = 40000,
        .otherSilentMs = 2000, .otherStatus = A, .status = A, .member = true}, calm, "onedb"},
+      {"quiet but not yet silent in the other", {.silentMs = 17000, .rawSilentMs = 17000,
+       .otherSilentMs = 14000, .otherStatus = A, .status = A, .member = true}, calm, "none"},
       {"the peer took it over", {.silentMs = 16000, .rawSilentMs = 16000, .otherSilentMs = 16000,
        .otherStatus = I, .status = A, .member = true}, calm, "detected write peer"},
       {"the peer's copy old, not a member", {.silentMs = 16000, .rawSilentMs = 16000,
@@ -179,6 +181,7 @@ TEST(Decisions, ObservedSilence) {
     int wrote;          // this watcher wrote the row: 1 a mark, 2 a status, 3 a mark 10 s before
     int64_t silent, verdict;
     bool writing;
+    int status = A;  // the row's status as read
   };
   const std::vector<std::pair<const char*, std::vector<Step>>> cases = {
       {"first sight starts the count, a change ends it",
@@ -191,6 +194,8 @@ TEST(Decisions, ObservedSilence) {
        {{0, 100, 0, 0, 0, false}, {2000, 101, 1, 2000, 2000, false},
         {16000, 102, 2, 16000, 1, false}, {18000, 102, 0, 18000, 2001, false},
         {30000, 103, 3, 0, 0, true}}},
+      {"a row made active again is its server, even right after this watcher's status",
+       {{0, 100, 0, 0, 0, false, I}, {2000, 101, 2, 0, 0, true}}},
       {"time unread is not silence; a long outage starts the count again",
        {{0, 100, 0, 0, 0, false}, {10000, 100, 0, 10000, 10000, false},
         {12000, -1, 0, 10000, 10000, false}, {14000, 100, 0, 10000, 10000, false},
@@ -209,6 +214,7 @@ TEST(Decisions, ObservedSilence) {
         seen.Unreadable(Db::kMaster, s.ms);
       } else {
         row.updated_at = s.updatedAt;
+        row.status = s.status;
         seen.Read(Db::kMaster, rows, 1, s.ms, true);
       }
       const RowWatch* w = seen.Find(Db::kMaster, "m1");

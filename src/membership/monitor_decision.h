@@ -132,6 +132,7 @@ PassGuard GuardOf(const std::vector<GuardRow>& rows, PeerAnswers peerAnswers) {
 //   fresh in the judged database               | no        | no           | -
 //   member fresh, peer's copy 200/300, quiet   | yes       | yes          | kPeerDone
 //   silent here, writing in the other database | no        | no           | kOneDb
+//   silent here, not yet 15 s in the other     | no        | no           | -
 //   silent, not active when found              | yes       | as decided   | -
 //   member, peer's copy 200/300                | yes       | yes          | kPeerDone
 //   marked for maintenance                     | yes       | as decided   | kMaintenance
@@ -151,8 +152,10 @@ RowVerdict Judge(const RowSeen& seen, const PassGuard& guard, bool someoneWritin
     v.takeover = Takeover::kPeerDone;
     return v;
   }
+  // Still writing into the other database: reported. Only quieter there so far (its last write
+  // reached the other database a little later): judged at a later pass.
   if (seen.otherSilentMs >= 0 && seen.otherSilentMs <= kSilentMs) {
-    v.takeover = Takeover::kOneDb;
+    if (seen.otherSilentMs <= kWritingMs) v.takeover = Takeover::kOneDb;
     return v;
   }
   v.decided = decide(true);

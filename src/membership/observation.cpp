@@ -27,7 +27,10 @@ void Observations::Read(Db db, ClustRecord* const* rows, int count, int64_t nowM
       if (!interrupted) w.silentMs += gap;
       bool changed = r.updated_at != w.updatedAt;
       bool ownStamp = w.ownStampMs >= 0 && nowMs - w.ownStampMs <= kWritingMs;
-      if (changed && !ownStamp) {
+      // This watcher writes 200 or 300, never 100: a row made active again is its server's own
+      // heartbeat, even right after a status of this watcher's.
+      bool reactivated = r.status == kStatusActive && w.status != kStatusActive;
+      if (changed && (!ownStamp || reactivated)) {
         w.silentMs = 0;
         w.changedMs = nowMs;
       }

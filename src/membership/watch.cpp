@@ -120,7 +120,9 @@ void SettleMaintenance(const char* step, const ClustRecord& row, const RowSeen& 
     queue.Drop(host);
     return;
   }
-  bool silentEverywhere = seen.rawSilentMs > kSilentMs &&
+  // By the verdict's silence, which restarts at this watcher's own status write: a server that
+  // came back just after it has had the time to show its heartbeats.
+  bool silentEverywhere = seen.silentMs > kSilentMs &&
                           (seen.otherSilentMs < 0 || seen.otherSilentMs > kSilentMs);
   if (!silentEverywhere || marks.Of(host) != nullptr) return;
   LogNotice("%s maintenance of %s(%s) ended while it is silent: taken over", step, host,

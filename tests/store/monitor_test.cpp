@@ -193,6 +193,8 @@ TEST_F(StoreMonitor, AMarkedMemberIsMarkedButNotTakenOverUntilItsMarkExpires) {
   EXPECT_EQ(Sql("master", "select status from clusters where hostname = 'gone';"), "200\n");
   EXPECT_EQ(Logged(Logs(), "monitoronmaster(10) take-over of gone(10.0.0.9) skipped for "
                            "maintenance until "), 1);
+  watcherMs += 2000;
+  qor::MonitorOnMaster(0);
   EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 0);
   Sql("master", "update qorclustd_maintenance set until = now() - interval 1 second;");
   watcherMs += 2000;
