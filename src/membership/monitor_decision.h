@@ -83,6 +83,7 @@ struct RowSeen {
   int64_t rawSilentMs = 0;     // observed silence there, own writes not restarting it
   int64_t otherSilentMs = -1;  // observed silence in the other database; -1: not read there
   int otherStatus = 0;         // its status in the other database; 0: not read there
+  bool otherWriting = false;   // seen changing there within kWritingMs
   int status = 0;              // its status in the judged database
   bool member = false;         // neither the master's nor the slave's row
   bool held = false;           // its take-over is held already
@@ -155,7 +156,7 @@ RowVerdict Judge(const RowSeen& seen, const PassGuard& guard, bool someoneWritin
   // Still writing into the other database: reported. Only quieter there so far (its last write
   // reached the other database a little later): judged at a later pass.
   if (seen.otherSilentMs >= 0 && seen.otherSilentMs <= kSilentMs) {
-    if (seen.otherSilentMs <= kWritingMs) v.takeover = Takeover::kOneDb;
+    if (seen.otherWriting) v.takeover = Takeover::kOneDb;
     return v;
   }
   v.decided = decide(true);

@@ -85,6 +85,7 @@ RowSeen SeenOf(const ClustRecord& row, Db db, bool held, int64_t nowMs, PassMark
   if (o != nullptr) {
     s.otherSilentMs = o->silentMs;
     s.otherStatus = o->status;
+    s.otherWriting = o->changedMs >= 0 && nowMs - o->changedMs <= kWritingMs;
   }
   return s;
 }
