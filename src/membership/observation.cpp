@@ -60,7 +60,11 @@ void Observations::Wrote(Db db, const char* host, int64_t nowMs, int status) {
   auto it = rows_[Index(db)].find(host);
   if (it == rows_[Index(db)].end()) return;
   it->second.ownStampMs = nowMs;
-  if (status != 0) it->second.judgedMs = nowMs;
+  if (status == 0) return;
+  it->second.judgedMs = nowMs;
+  // As written: its server making it active again is then told from this watcher's stamp even
+  // when no read came in between.
+  it->second.status = status;
 }
 
 const RowWatch* Observations::Find(Db db, const char* host) const {
