@@ -197,7 +197,7 @@ TEST_F(StoreMonitor, AMarkedMemberIsMarkedButNotTakenOverUntilItsMarkExpires) {
   qor::MonitorOnMaster(0);
   EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 0);
   Sql("master", "update qorclustd_maintenance set until = now() - interval 1 second;");
-  watcherMs += 2000;
+  watcherMs += 16000;
   qor::MonitorOnMaster(0);
   qor::WaitQordown();
   EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 1);
