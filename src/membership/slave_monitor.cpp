@@ -24,7 +24,8 @@ namespace {
 
 struct Pass {
   int64_t now = 0, nowMs = 0;
-  int idOnSlave = 0;  // the id of the master's row in the slave's database
+  int idOnSlave = 0;        // the id of the master's row in the slave's database
+  bool othersRead = false;  // ClustsOnSlave holds every other server's row of this database
   PassMarks marks;
 };
 
@@ -152,17 +153,12 @@ bool JudgeAlone(ClustRecord& R, int kind, const PassGuard& guard, Pass& p) {
 // The master's host is silent, or its database: the slave keeps the watch from its own database
 // alone. masterAnswers: the master's host answered ping in this pass.
 int WatchFromSlave(Pass& p, bool masterAnswers) {
-  const char* slave = cnf.clustslave.c_str();
-  GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-slave", &sactinfo, ClustsOnSlave,
-                1);
-  SlaveLastWriteMill = sactinfo.count >= 1 ? ClustsOnSlave[0]->last_writemill : 0;
-  int read = GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-not_slave", &sactinfo,
-                           ClustsOnSlave, 1);
+  ActInfo own;
+  GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-slave", &own,
+                ClustsTemp, 1);
+  SlaveLastWriteMill = own.count >= 1 ? ClustsTemp[0]->last_writemill : 0;
   Trace("_xmonitoronslave(5): sactinfo.count=%d\n", sactinfo.count);
-  if (!ObserveDb(Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave), ClustsOnSlave,
-                 sactinfo.count, p.nowMs, true, "monitoronslave(8)")) {
-    return kMonitorDone;
-  }
+  if (!p.othersRead) return kMonitorDone;
   std::vector<GuardRow> rows;
   for (int i = 0; i < sactinfo.count; ++i) rows.push_back(GuardRowOf(*ClustsOnSlave[i], Db::kSlave, p.nowMs));
   PassGuard guard = GuardOf(rows, [&] { return masterAnswers; });
@@ -215,6 +211,13 @@ int MonitorOnSlave(int) {
   // A master that the slave's database already holds as old is not watched, nor are the members.
   if (ClustsOnSlave[0]->status == kStatusOld) return kMonitorDone;
   p.idOnSlave = ClustsOnSlave[0]->id;
+  // Every other row of this database is watched at every pass, also while the master answers and
+  // judges the members: a slave cut off later knows who was writing before, and judges nobody by
+  // a gap it did not watch.
+  read = GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-not_slave",
+                       &sactinfo, ClustsOnSlave, 1);
+  p.othersRead = ObserveDb(Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave),
+                           ClustsOnSlave, sactinfo.count, p.nowMs, true, "monitoronslave(8)");
   Detector().marks = p.marks.All();
   if (Ping(cnf.clustmaster.c_str(), 1, 3) == 0) return WatchAnsweringMaster(p);
   return WatchFromSlave(p, false);
