@@ -217,7 +217,7 @@ void Sleep(double seconds) {
 
 struct Totals {
   int episodes = 0, failed = 0, deaths = 0, found = 0, liveTakenOver = 0, twice = 0;
-  double slowest = 0;
+  double slowest = 0, slowestPlain = 0;  // plain: deaths bounded at 18.5 s
   std::string slowestWhat;
   std::vector<int> failures;
 };
@@ -395,15 +395,13 @@ class Campaign {
       }
     });
     Sleep(1);
-    int k = Kill(i, kKillBound + 60, "master's db stalling");
+    int k = Kill(i, kKillBound + 60, "master's db stalling: 18.5 + stalls begun + 2 s each");
     qorlab::WaitFor(90, [&] {
       watch_.SetBound(k, kKillBound + stalled);
       return watch_.Found(k);
     });
     stalling = false;
     stalls.join();
-    Death d = watch_.Get(k);
-    notes_.push_back("bound " + Fixed(d.bound) + " s: 18.5 + stalls begun + 2 s each");
     Revive(i);
     return Name(i) + ", master's db stalling";
   }
@@ -481,6 +479,7 @@ class Campaign {
           t.slowest = d.found;
           t.slowestWhat = name;
         }
+        if (d.why.empty() && d.found > t.slowestPlain) t.slowestPlain = d.found;
       }
     }
     for (int i = 0; i < lab_.size(); ++i) {
@@ -556,8 +555,10 @@ int main(int argc, char** argv) {
   }
   std::printf("episodes %d, failed %d", t.episodes, t.failed);
   for (int f : t.failures) std::printf(" #%d", f);
-  std::printf("\ndeaths found %d / %d, slowest find %.1f s (%s)\n", t.found, t.deaths, t.slowest,
-              t.slowestWhat.c_str());
+  std::printf(
+      "\ndeaths found %d / %d, slowest find %.1f s (%s), slowest of those bounded at "
+      "%.1f s: %.1f s\n",
+      t.found, t.deaths, t.slowest, t.slowestWhat.c_str(), kKillBound, t.slowestPlain);
   std::printf("live servers taken over %d, deaths taken over twice %d\n", t.liveTakenOver, t.twice);
   lab.Down();
   return t.failed > 0 ? 1 : 0;
