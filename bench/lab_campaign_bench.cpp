@@ -248,8 +248,9 @@ class Campaign {
     } else {
       notes_.push_back("healed " + Fixed(Since(end)) + " s");
     }
-    // A second run or a late take-over comes within a few cycles of the heal.
-    Sleep(6);
+    // A second run or a late take-over comes within a few cycles of the heal; after a database's
+    // return, once the watcher has observed it again for 15 s.
+    Sleep(p.kind == kOutage || p.kind == kDbRestart ? 20 : 6);
     Check(runsBefore, t);
     ++t.episodes;
     std::string result = problems_.empty() ? "ok" : "FAIL:";
