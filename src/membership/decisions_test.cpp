@@ -157,6 +157,9 @@ TEST(Decisions, Guard) {
       {"one writes", {writing, silent, silent}, false, "3 1 2 brake"},
       {"one of three silent", {writing, writing, silent}, false, "3 2 1"},
       {"leftovers are no others", {silent, writing, leftover, leftover, neverSeen}, false, "2 1 1"},
+      {"one taken over a moment ago went silent with the other",
+       {GuardRow{.everWriting = true, .silent = true, .justSilent = true, .status = I}, silent,
+        writing}, false, "3 1 2 brake"},
       {"a master and a slave alone", {silent}, false, "1 0 1"},
   };
   for (const auto& r : rows) {

@@ -52,6 +52,7 @@ struct GuardRow {
   bool everWriting = false;   // seen writing since this watcher started
   bool writing = false;       // seen writing within kWritingMs
   bool silent = false;        // silent past kSilentMs in the judged database
+  bool justSilent = false;    // went silent within the last kSilentMs, taken over or not
   int status = 0;             // as read
 };
 
@@ -113,8 +114,9 @@ PassGuard GuardOf(const std::vector<GuardRow>& rows, PeerAnswers peerAnswers) {
   PassGuard g;
   for (const GuardRow& r : rows) {
     // Rows at 200 or 300, and rows never seen changing (left over, or not yet observed), are no
-    // evidence either way.
-    if (!r.everWriting || r.status != kStatusActive) continue;
+    // evidence either way; but a server taken over a moment ago still went silent in the same
+    // window as the rest, and counts for the brake.
+    if (!r.everWriting || (r.status != kStatusActive && !r.justSilent)) continue;
     ++g.others;
     g.writing += r.writing ? 1 : 0;
     g.silent += r.silent ? 1 : 0;

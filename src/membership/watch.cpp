@@ -96,6 +96,7 @@ GuardRow GuardRowOf(const ClustRecord& row, Db db, int64_t nowMs) {
   return {.everWriting = seen.EverWriting(row.hostname.c_str()),
           .writing = seen.Writing(row.hostname.c_str(), nowMs),
           .silent = w != nullptr && w->silentMs > kSilentMs,
+          .justSilent = w != nullptr && w->silentSinceMs >= 0 && nowMs - w->silentSinceMs <= kSilentMs,
           .status = row.status};
 }
 
