@@ -161,6 +161,8 @@ TEST(Decisions, Guard) {
        {GuardRow{.everWriting = true, .silent = true, .justSilent = true, .status = I}, silent,
         writing}, false, "3 1 2 brake"},
       {"a master and a slave alone", {silent}, false, "1 0 1"},
+      {"cut off at its start: nobody ever seen writing", {neverSeen, neverSeen}, false,
+       "0 0 0 cut asked"},
   };
   for (const auto& r : rows) {
     bool asked = false;

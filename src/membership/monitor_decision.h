@@ -112,7 +112,9 @@ bool AdoptsPeerVerdict(const RowSeen& seen);
 template <class PeerAnswers>
 PassGuard GuardOf(const std::vector<GuardRow>& rows, PeerAnswers peerAnswers) {
   PassGuard g;
+  int active = 0;  // active rows, seen writing or not
   for (const GuardRow& r : rows) {
+    active += r.status == kStatusActive ? 1 : 0;
     // Rows at 200 or 300, and rows never seen changing (left over, or not yet observed), are no
     // evidence either way; but a server taken over a moment ago still went silent in the same
     // window as the rest, and counts for the brake.
@@ -122,8 +124,10 @@ PassGuard GuardOf(const std::vector<GuardRow>& rows, PeerAnswers peerAnswers) {
     g.silent += r.silent ? 1 : 0;
   }
   // With one other server (a master and a slave alone) there is no third view to tell a dead
-  // peer from a cut-off self.
-  g.cutOff = g.others >= 2 && g.writing == 0 && !peerAnswers();
+  // peer from a cut-off self. A watcher that has seen nobody write at all (cut off right after
+  // its start) has no evidence that it sees anyone: it holds as one cut off.
+  bool nobodySeen = g.others == 0 && active >= 2;
+  g.cutOff = (g.others >= 2 || nobodySeen) && g.writing == 0 && !peerAnswers();
   g.brake = g.others >= 2 && 2 * g.silent > g.others;
   return g;
 }
