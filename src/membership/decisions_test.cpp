@@ -163,6 +163,8 @@ TEST(Decisions, Guard) {
       {"a master and a slave alone", {silent}, false, "1 0 1"},
       {"cut off at its start: nobody ever seen writing", {neverSeen, neverSeen}, false,
        "0 0 0 cut asked"},
+      {"cut off at its start: one seen writing once", {silent, neverSeen}, false,
+       "1 0 1 cut asked"},
   };
   for (const auto& r : rows) {
     bool asked = false;

@@ -124,10 +124,9 @@ PassGuard GuardOf(const std::vector<GuardRow>& rows, PeerAnswers peerAnswers) {
     g.silent += r.silent ? 1 : 0;
   }
   // With one other server (a master and a slave alone) there is no third view to tell a dead
-  // peer from a cut-off self. A watcher that has seen nobody write at all (cut off right after
-  // its start) has no evidence that it sees anyone: it holds as one cut off.
-  bool nobodySeen = g.others == 0 && active >= 2;
-  g.cutOff = (g.others >= 2 || nobodySeen) && g.writing == 0 && !peerAnswers();
+  // peer from a cut-off self. The active rows count here, seen writing or not: a watcher cut off
+  // right after its start has seen few or none write, and is no less cut off.
+  g.cutOff = active >= 2 && g.writing == 0 && !peerAnswers();
   g.brake = g.others >= 2 && 2 * g.silent > g.others;
   return g;
 }
