@@ -277,17 +277,14 @@ class Campaign {
   int Kill(int i, double bound, const std::string& why = "") {
     lab_.Run(i, {"-stop"});
     // The command's last act is the kill.
-    Death d;
-    d.host = i;
-    d.at = Clock::now();
-    d.bound = bound;
-    d.why = why;
-    expected_[i] = 1;
-    deaths_.push_back(watch_.Add(d));
-    return deaths_.back();
+    return Expect(i, bound, why);
   }
   int CutOff(int i, double bound, const std::string& why) {
     lab_.Cut(i);
+    return Expect(i, bound, why);
+  }
+  // Host i counts as dead from now on, to be found within bound seconds.
+  int Expect(int i, double bound, const std::string& why) {
     Death d;
     d.host = i;
     d.at = Clock::now();
