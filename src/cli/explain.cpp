@@ -6,6 +6,7 @@
 
 #include "base/clock.h"
 #include "base/paths.h"
+#include "cli/json_listing.h"
 #include "config/qorconf.h"
 #include "membership/heartbeat.h"
 #include "membership/monitor.h"
@@ -57,23 +58,11 @@ std::string Seconds(int64_t ms) {
   return std::to_string(ms / 1000) + "." + std::to_string(ms % 1000 / 100);
 }
 
-// JSON text of a string the program did not make: quotes, backslashes and controls escaped.
+// JSON text of a string the program did not make, as -lj writes it.
 std::string Quoted(const char* s) {
-  std::string out = "\"";
-  for (const char* p = s; *p; ++p) {
-    unsigned char c = static_cast<unsigned char>(*p);
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += *p;
-    } else if (c < 0x20) {
-      char esc[8];
-      std::snprintf(esc, sizeof esc, "\\u%04x", c);
-      out += esc;
-    } else {
-      out += *p;
-    }
-  }
-  return out + "\"";
+  std::string out;
+  AppendJsonString(out, s);
+  return out;
 }
 
 }  // namespace

@@ -88,14 +88,6 @@ bool Observations::EverWriting(const char* host) const {
   });
 }
 
-void Observations::Clear() {
-  for (auto& seen : rows_) seen.clear();
-  for (Db db : kDbs) {
-    unreadableMs_[Index(db)] = -1;
-    readMs_[Index(db)] = -1;
-  }
-}
-
 int64_t VerdictSilenceMs(const RowWatch& w) {
   if (w.judgedMs < 0) return w.silentMs;
   return std::min(w.silentMs, w.observedMs - w.judgedMs);

@@ -53,8 +53,6 @@ class Observations {
   bool EverWriting(const char* host) const;
   // Whether db was read at nowMs: another database's view counts only when read in the same pass.
   bool ReadAt(Db db, int64_t nowMs) const { return readMs_[Index(db)] == nowMs; }
-  // Forgets everything, as a watcher that just started.
-  void Clear();
   // Every row watched, for a record of them; Put takes one back.
   template <class F>
   void ForEach(F&& f) const {
