@@ -23,6 +23,8 @@ want="iproute2 iputils-ping libc6 libgcc-s1 libmariadb3 libstdc++6 libsystemd0 l
 unshare -m --propagation private bash -s "$work" "$deb" "$work/prev.deb" <<'ROOT'
 set -euo pipefail
 fail() { echo "$*"; exit 1; }
+# A step that fails without its own message names itself.
+trap 'echo "failed at line $LINENO: $BASH_COMMAND"' ERR
 mkdir -p "$1/o"
 mount -t tmpfs tmpfs "$1/o"
 mkdir "$1/o/upper" "$1/o/work" "$1/o/root"
