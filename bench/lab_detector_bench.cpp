@@ -9,8 +9,9 @@
 // takes 40 s (the master's own row's largest age meanwhile, the slave's detections), and the
 // master and the slave cut off for 45 s in turn (take-overs on the cut server and on its peer, and
 // the time from the link's return until every row is active in both databases).
-// Usage: lab_detector_bench DIR [ROUNDS]   (3; about six minutes a round). Needs root.
-// Run by bench/failover.sh --situations ROUNDS.
+// Usage: lab_detector_bench DIR [ROUNDS] [HOSTS] [cuts]   (3, 4; about six minutes a round).
+// cuts: the cut-offs alone, each round (about three minutes a round). Needs root.
+// Run by bench/failover.sh --situations ROUNDS and --cuts ROUNDS.
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -160,30 +161,7 @@ void CutOff(Lab& lab, int cut, int k, Figures& f) {
               qorlab::Takeovers(lab, cut) - onCut, qorlab::Takeovers(lab, peer) - onPeer);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  if (argc < 2) {
-    std::fprintf(stderr, "usage: lab_detector_bench DIR [ROUNDS]\n");
-    return 2;
-  }
-  int rounds = argc > 2 ? std::max(1, std::atoi(argv[2])) : 3;
-  qorlab::LabOptions opts{argv[1], 4, true};
-  opts.tz = qorlab::DaylightSavingZone();
-  Lab lab(opts);
-  if (!labfigures::UpWithDaemons(lab, "lab_detector_bench")) return 1;
-  std::printf("time zone %s\n", opts.tz.c_str());
-  if (!qorlab::WaitFor(30, [&] { return Joined(lab); })) return 1;
-  Figures f;
-  int k = 0;
-  for (int r = 0; r < rounds; ++r) {
-    for (int situation : {4, 1, 2, 3}) {
-      Death(lab, situation, 2 + k % 2, k, f);
-      ++k;
-    }
-    LongTakeover(lab, 2 + k % 2, f);
-    for (int cut : {kMaster, kSlave}) CutOff(lab, cut, k++, f);
-  }
+void DeathReports(const Figures& f) {
   Report("(4) daylight saving time in force: death -> 200 in the master's database", f.found[4]);
   Report("(1) template copy behind: death -> 200 in the master's database", f.found[1]);
   Report("(2) master's database down: death -> 200 in the slave's database", f.found[2]);
@@ -193,6 +171,37 @@ int main(int argc, char** argv) {
   Report("a 40 s take-over script: the master's own row's largest age in either database",
          f.longAge);
   std::printf("  Detected_ lines on the slave meanwhile: %d\n", f.longSlaveDetected);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    std::fprintf(stderr, "usage: lab_detector_bench DIR [ROUNDS] [HOSTS] [cuts]\n");
+    return 2;
+  }
+  int rounds = argc > 2 ? std::max(1, std::atoi(argv[2])) : 3;
+  int hosts = argc > 3 ? std::clamp(std::atoi(argv[3]), 4, 64) : 4;
+  bool cutsOnly = argc > 4 && std::string(argv[4]) == "cuts";
+  qorlab::LabOptions opts{argv[1], hosts, true};
+  opts.tz = qorlab::DaylightSavingZone();
+  Lab lab(opts);
+  if (!labfigures::UpWithDaemons(lab, "lab_detector_bench")) return 1;
+  std::printf("time zone %s\n", opts.tz.c_str());
+  if (!qorlab::WaitFor(30, [&] { return Joined(lab); })) return 1;
+  Figures f;
+  int k = 0;
+  for (int r = 0; r < rounds; ++r) {
+    for (int situation : {4, 1, 2, 3}) {
+      if (cutsOnly) break;
+      Death(lab, situation, 2 + k % 2, k, f);
+      ++k;
+    }
+    if (!cutsOnly) LongTakeover(lab, 2 + k % 2, f);
+    for (int cut : {kMaster, kSlave}) CutOff(lab, cut, k++, f);
+  }
+  std::printf("%d servers\n", lab.size());
+  if (!cutsOnly) DeathReports(f);
   for (int cut : {kMaster, kSlave}) {
     const std::string who = lab.Info(cut).name + " cut 45 s";
     Report(who + ": take-overs it ran", f.cutRuns[cut], "");
