@@ -14,9 +14,9 @@
 #include <vector>
 
 #include "base/shell.h"
-#include "cli/daemon.h"
 #include "config/cpuset.h"
 #include "config/qorconf.h"
+#include "daemon/daemon.h"
 #include "store/clust_record.h"
 #include "store/pools.h"
 

@@ -20,11 +20,11 @@
 
 #include "base/clock.h"
 #include "base/shell.h"
-#include "cli/daemon.h"
-#include "cli/schedule.h"
 #include "config/cpuset.h"
 #include "config/qorconf.h"
 #include "config/qorver.h"
+#include "daemon/daemon.h"
+#include "daemon/schedule.h"
 #include "metrics/cpuinfo.h"
 #include "metrics/ifaddress.h"
 #include "metrics/utilisation.h"

@@ -8,6 +8,7 @@
 #include "base/shell.h"
 #include "cli/json_listing.h"
 #include "config/qorconf.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/lookups.h"
 #include "store/pools.h"

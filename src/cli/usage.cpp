@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "cli/progname.h"
+#include "base/progname.h"
 #include "config/qorver.h"
 
 namespace qor {

@@ -4,6 +4,7 @@
 
 #include "base/log.h"
 #include "config/qorconf.h"
+#include "net/ping.h"
 #include "store/pools.h"
 
 namespace qor {

@@ -9,11 +9,11 @@
 #include "config/processors.h"
 #include "config/qorconf.h"
 #include "membership/heartbeat_decision.h"
-#include "metrics/containers.h"
 #include "metrics/cpuinfo.h"
 #include "metrics/ifaddress.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
+#include "store/containers.h"
 
 namespace qor {
 
@@ -50,7 +50,8 @@ void FillOwnRecord(const char* containersOf) {
   Clust.role.set(cnf.clustrole);
   CountContainers(containersOf);
   Clust.containers = Containers;
-  GetCpuData();
+  // Lumo browser and desktop containers do not count against the limits.
+  GetCpuData(Containers, [] { return ClustRole == kRoleMember ? 0 : GetLumoContainerSql(); });
   GetQorconf();
   Clust.cpuinfo.set(Cpu.model);
   Clust.cpus = Cpu.cpus;

@@ -14,6 +14,7 @@
 #include "membership/monitor_decision.h"
 #include "membership/nodedown.h"
 #include "membership/watch.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"
@@ -160,7 +161,8 @@ void DropVanished(const ActInfo& info, ClustRecord* const* rows) {
     if (!found) gone.emplace_back(h.hostname.c_str());
   }
   for (const std::string& host : gone) {
-    LogNotice("monitoronmaster(4) %s has no row any more, its held take-over dropped", host.c_str());
+    LogNotice("monitoronmaster(4) %s has no row any more, its held take-over dropped",
+              host.c_str());
     queue.Drop(host.c_str());
   }
 }

@@ -7,9 +7,10 @@
 #include "config/qorconf.h"
 #include "membership/heartbeat.h"
 #include "membership/heartbeat_decision.h"
-#include "metrics/containers.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
+#include "store/containers.h"
 #include "store/pools.h"
 
 namespace qor {

@@ -9,6 +9,7 @@
 #include "base/paths.h"
 #include "config/qorconf.h"
 #include "membership/takeover_queue.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"

@@ -14,6 +14,7 @@
 #include "membership/monitor_decision.h"
 #include "membership/nodedown.h"
 #include "membership/watch.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"
@@ -97,8 +98,8 @@ int WatchAnsweringMaster(Pass& p) {
   if (M.status != kStatusActive && M.status != kStatusInactive) return kMonitorDone;
   RowSeen seen = SeenOf(M, Db::kMaster, QordownRuns().Holds(M.hostname.c_str()), p.nowMs, p.marks);
   TraceAge(3, p, M, seen);
-  RowVerdict v = Judge(seen, PassGuard{}, true,
-                       [&](bool s) { return DecideMasterAnswering(M, S, s); });
+  RowVerdict v =
+      Judge(seen, PassGuard{}, true, [&](bool s) { return DecideMasterAnswering(M, S, s); });
   ReportOneDb("monitoronslave(8)", M, v.takeover == Takeover::kOneDb);
   SettleMaintenance("monitoronslave(10)", M, seen, p.marks, p.nowMs);
   if (!v.logDetected) return kMonitorDone;
@@ -133,13 +134,14 @@ bool JudgeAlone(ClustRecord& R, int kind, const PassGuard& guard, Pass& p) {
   });
   if (v.logDetected) LogDetected(kind, R, p.now);
   if (v.decided.old) {
-    LogError("DB_OLD_STAT_6: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", host,
-             R.ipaddress.c_str(), cnf.clustmaster.c_str(), static_cast<long>(MasterLastWriteMill),
+    LogError("DB_OLD_STAT_6: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", host, R.ipaddress.c_str(),
+             cnf.clustmaster.c_str(), static_cast<long>(MasterLastWriteMill),
              cnf.clustslave.c_str(), static_cast<long>(SlaveLastWriteMill));
   }
   if (v.write) WriteSlaveStatus(R, R.id, v.decided.status, p);
   if (v.takeover == Takeover::kRun) Qordown(R);
-  if (v.takeover == Takeover::kMaintenance) SkipForMaintenance("monitoronslave(10)", R, p.marks, p.nowMs);
+  if (v.takeover == Takeover::kMaintenance)
+    SkipForMaintenance("monitoronslave(10)", R, p.marks, p.nowMs);
   SettleMaintenance("monitoronslave(10)", R, seen, p.marks, p.nowMs);
   if (v.takeover == Takeover::kHold) return queue.Hold(host, R.ipaddress.c_str(), p.nowMs);
   if (seen.held && v.takeover == Takeover::kNone && Detector().seen.Writing(host, p.nowMs)) {
@@ -160,7 +162,8 @@ int WatchFromSlave(Pass& p, bool masterAnswers) {
   Trace("_xmonitoronslave(5): sactinfo.count=%d\n", sactinfo.count);
   if (!p.othersRead) return kMonitorDone;
   std::vector<GuardRow> rows;
-  for (int i = 0; i < sactinfo.count; ++i) rows.push_back(GuardRowOf(*ClustsOnSlave[i], Db::kSlave, p.nowMs));
+  for (int i = 0; i < sactinfo.count; ++i)
+    rows.push_back(GuardRowOf(*ClustsOnSlave[i], Db::kSlave, p.nowMs));
   PassGuard guard = GuardOf(rows, [&] { return masterAnswers; });
   int held = 0;
   for (int i = 0; i < sactinfo.count; ++i) {
@@ -205,8 +208,8 @@ int MonitorOnSlave(int) {
                            &sactinfo, ClustsOnSlave, 1);
   // The master's row in this database is watched beside its row in the master's: a master that
   // still writes here is not taken over for a database of its own that stopped taking writes.
-  ObserveDb(Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave), ClustsOnSlave, sactinfo.count,
-            p.nowMs, false, "monitoronslave(8)");
+  ObserveDb(Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave), ClustsOnSlave,
+            sactinfo.count, p.nowMs, false, "monitoronslave(8)");
   if (sactinfo.count != 1) return kMonitorDone;
   // A master that the slave's database already holds as old is not watched, nor are the members.
   if (ClustsOnSlave[0]->status == kStatusOld) return kMonitorDone;

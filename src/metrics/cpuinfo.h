@@ -32,7 +32,8 @@ int getcpuloadavgpp(int cores, float* loadavg, float* loadavgpp);
 // 1 first). Never NaN or infinite.
 float WeightLoadPerProc(float loadavgpp, int n, const Cnf& conf);
 
-// Refreshes all of Cpu, including the weighted loadavgpp; always 0.
-int GetCpuData();
+// Refreshes all of Cpu, including the weighted loadavgpp for this server's containers, of which
+// ownLumoContainers (asked only when the count matters) do not count against the limits; always 0.
+int GetCpuData(int containers, int (*ownLumoContainers)());
 
 }  // namespace qor

@@ -7,20 +7,10 @@
 #include "base/paths.h"
 #include "config/processors.h"
 #include "config/qorconf.h"
-#include "metrics/containers.h"
 #include "metrics/cpuinfo.h"
 #include "metrics/utilisation.h"
 
 namespace qor {
-
-namespace {
-
-// Lumo browser and desktop containers do not count against the limits.
-int OwnLumoContainers() {
-  return ClustRole == kRoleMember ? 0 : GetLumoContainerSql();
-}
-
-}  // namespace
 
 int getcpuloadavg(float* loadavg) {
   LineReader reader(kProcLoadavg);
@@ -69,17 +59,17 @@ float WeightLoadPerProc(float loadavgpp, int n, const Cnf& conf) {
   return std::isfinite(weighted) ? weighted : conf.maxloadpp;
 }
 
-int GetCpuData() {
+int GetCpuData(int containers, int (*ownLumoContainers)()) {
   RefreshCpuinfo();
   getcpuloadavgpp(Cpu.phycores, &Cpu.loadavg, &Cpu.loadavgpp);
   // Checked before the lumo count so that a server taken out of the choice queries nothing.
   if (cnf.clustrate <= 0.0f) {
     Cpu.loadavgpp = cnf.maxloadpp;
   } else {
-    Trace("_xgetcpudata(1): containers=%d maxlimit=%d\n", Containers, cnf.maxlimit);
+    Trace("_xgetcpudata(1): containers=%d maxlimit=%d\n", containers, cnf.maxlimit);
     if (cnf.clustrate > 1.0f) cnf.clustrate = 1.0f;
-    int own = OwnLumoContainers();
-    Cpu.loadavgpp = WeightLoadPerProc(Cpu.loadavgpp, Containers - own, cnf);
+    int own = ownLumoContainers();
+    Cpu.loadavgpp = WeightLoadPerProc(Cpu.loadavgpp, containers - own, cnf);
   }
   Trace("_xgetcpudata(2): cpu.model=%s\n", Cpu.model.c_str());
   Trace("_xgetcpudata(3): clustrate=%f\n", static_cast<double>(cnf.clustrate));

@@ -5,9 +5,13 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "config/processors.h"
-
 namespace qor {
+
+// The last figures: measured by the cycle's configuration re-check, written by the full row
+// update.
+extern double CpuUtil;
+extern double MemUtil;
+extern double DiskUtil;
 
 // Total and idle jiffies from the first line of /proc/stat; 1 when it cannot be opened.
 int getcpuidle(int64_t* total, int64_t* idle);

@@ -11,6 +11,7 @@
 #include "base/paths.h"
 #include "base/shell.h"
 #include "config/qorconf.h"
+#include "net/ping.h"
 #include "store/clust_record.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"

@@ -9,6 +9,7 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "config/qorconf.h"
+#include "net/ping.h"
 #include "store/pools.h"
 
 namespace qor {

@@ -4,9 +4,9 @@
 
 #include "base/clock.h"
 #include "base/log.h"
-#include "config/processors.h"
 #include "config/qorconf.h"
 #include "config/qorver.h"
+#include "metrics/utilisation.h"
 #include "store/pools.h"
 
 namespace qor {

@@ -5,6 +5,7 @@
 
 #include "base/log.h"
 #include "config/qorconf.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
 

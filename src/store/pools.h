@@ -1,6 +1,6 @@
 // The two connection pools (mpool to the master's database, spool to the slave's), kept in line
-// with the servers' reachability by ReconnectCluster; Ping, the reachability test of the whole
-// program; and the rules by which every statement picks its pool and handles its connection.
+// with the servers' reachability (net/ping.h) by ReconnectCluster; and the rules by which every
+// statement picks its pool and handles its connection.
 #pragma once
 
 #include <cstddef>
@@ -32,8 +32,6 @@ extern int ConnectionPool;
 // connection, and the choice below passes it over. The cycle calls this first, so a hung
 // database costs each cycle about QZ_WAIT_SECONDS and the other database still gets its writes.
 int ReconnectCluster();
-// Forgets which addresses did not answer ping: they are asked again.
-void ForgetSilentAddresses();
 // Frees mpool, then spool.
 void CloseConnectionPool();
 
@@ -44,17 +42,10 @@ int SideOf(const QzPool* pool);
 // time (a statement the server refused counts as answered).
 bool DbAnswers(int side);
 
-// 0 when address answered one echo request within attempts tries of deadline seconds each.
-// The requests leave from this process (store/icmp_echo.h); /bin/ping runs instead for host names
-// and IPv6 addresses, and where no ICMP socket can be opened. An address that is not a plain
-// address or host name, or too long for the command, is never tried: logged, and 1.
-int Ping(const char* address, int deadline, int attempts);
-
 // Percent-encoding of a password for the connection URL; false when out was too small.
 bool url_encode(char* out, size_t size, const char* text);
 // Lower-case hexadecimal digit of the low four bits of value.
 char to_hex(int value);
-
 
 // The one rule from a database to its pool: mpool for the master's, spool for the slave's;
 // standalone always mpool. nullptr while that pool does not exist: a write then fails, it never

@@ -7,9 +7,9 @@
 #include <string>
 #include <utility>
 
-#include "metrics/containers.h"
 #include "replication/replication.h"
 #include "store/cluster_query.h"
+#include "store/containers.h"
 #include "store/pools.h"
 #include "store_fixture.h"
 

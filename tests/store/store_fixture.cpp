@@ -6,6 +6,7 @@
 #include "config/qorconf.h"
 #include "membership/heartbeat.h"
 #include "membership/nodedown.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
 

@@ -1,4 +1,4 @@
-#include "metrics/containers.h"
+#include "store/containers.h"
 
 #include <cstdlib>
 

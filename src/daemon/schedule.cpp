@@ -1,4 +1,4 @@
-#include "cli/schedule.h"
+#include "daemon/schedule.h"
 
 namespace qor {
 

@@ -1,4 +1,4 @@
-#include "cli/daemon.h"
+#include "daemon/daemon.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -17,12 +17,12 @@
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/process.h"
+#include "base/progname.h"
 #include "base/shell.h"
-#include "cli/progname.h"
-#include "cli/schedule.h"
-#include "cli/slow_pass.h"
 #include "config/qorconf.h"
 #include "config/qorver.h"
+#include "daemon/schedule.h"
+#include "daemon/slow_pass.h"
 #include "housekeeping/container_rows.h"
 #include "membership/heartbeat.h"
 #include "membership/monitor.h"

@@ -1,4 +1,4 @@
-#include "cli/slow_pass.h"
+#include "daemon/slow_pass.h"
 
 #include <fcntl.h>
 #include <limits.h>
