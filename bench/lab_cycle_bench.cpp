@@ -87,7 +87,7 @@ int main(int argc, char** argv) {
   // The daemon's start-up, as far as the cycle needs it.
   qor::InitClusterMem();
   qor::InitCpusets();
-  qor::Timemill = qor::getqortimemill();
+  qor::Timemill = qor::GetQorTimeMill();
   qor::GetCpuinfo();
   char hostname[128] = {};
   gethostname(hostname, sizeof hostname - 1);
@@ -95,7 +95,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "lab_cycle_bench: no configuration\n");
     return 1;
   }
-  qor::getifaddress(qor::CurrentSvr, qor::cnf.netif.c_str());
+  qor::GetIfAddress(qor::CurrentSvr, qor::cnf.netif.c_str());
   qor::ConnectionPool = 5;
   if (qor::CheckClustConf(qor::CurrentSvr.c_str(), qor::Clust.clusterid, qor::Clust.role) !=
       qor::kClustConfValid) {
@@ -106,10 +106,10 @@ int main(int argc, char** argv) {
   qor::Clust.hostname.set(hostname);
   qor::Clust.ipaddress.set(qor::CurrentSvr);
   qor::DaemonState state;
-  qor::getcpuidle(&state.prevTotal, &state.prevIdle);
-  qor::getqorver(qor::QorVersion);
-  qor::MemUtil = qor::getmemutil();
-  qor::DiskUtil = qor::getdiskutil("/");
+  qor::GetCpuIdle(&state.prevTotal, &state.prevIdle);
+  qor::GetQorVer(qor::QorVersion);
+  qor::MemUtil = qor::GetMemUtil();
+  qor::DiskUtil = qor::GetDiskUtil("/");
   state.counters.full = 1;
 
   CountingShell shell;

@@ -129,7 +129,7 @@ int StartNocheck(const CommandArgs&) {
 // Words that need root: refused, they print so and still end with 0.
 template <int (*Run)(const CommandArgs&)>
 int AsRoot(const CommandArgs& a) {
-  if (checkroot() != 0) {
+  if (CheckRoot() != 0) {
     std::puts("Please sudo this!");
     return 0;
   }
@@ -293,7 +293,7 @@ int QorMain(int argc, char** argv) {
 
   if (word == "-v") return ShowVersion();
   if (word == "-qorver") {
-    if (checkroot() != 0) {
+    if (CheckRoot() != 0) {
       std::puts("Please sudo this!");
       return 1;
     }
@@ -302,7 +302,7 @@ int QorMain(int argc, char** argv) {
 
   InitClusterMem();
   InitCpusets();
-  Timemill = getqortimemill();
+  Timemill = GetQorTimeMill();
   GetCpuinfo();
   char hostname[128] = {};
   gethostname(hostname, sizeof hostname - 1);
@@ -310,7 +310,7 @@ int QorMain(int argc, char** argv) {
     std::puts("STAT:ENVQOR_READ_ERROR");
     return 0;
   }
-  getifaddress(CurrentSvr, cnf.netif.c_str());
+  GetIfAddress(CurrentSvr, cnf.netif.c_str());
   ConnectionPool = word == "-start" || word == "-start_boot" ? 5 : 1;
   if (StopsOutsideCluster(StopLevel::kNotice)) return 1;
   if (!(word == "-dblisten")) ReconnectCluster();

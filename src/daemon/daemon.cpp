@@ -82,15 +82,15 @@ int Recheck(int64_t* prevTotal, int64_t* prevIdle) {
   if (StopsOutsideCluster(StopLevel::kError)) return 1;
   CheckAllRsvContainers();
   int64_t total = 0, idle = 0;
-  if (getcpuidle(&total, &idle) == 0) {
+  if (GetCpuIdle(&total, &idle) == 0) {
     CpuUtil = CpuUtilBetween(*prevTotal, *prevIdle, total, idle);
     *prevTotal = total;
     *prevIdle = idle;
   } else {
     CpuUtil = 0.0;
   }
-  MemUtil = getmemutil();
-  DiskUtil = getdiskutil("/");
+  MemUtil = GetMemUtil();
+  DiskUtil = GetDiskUtil("/");
   return 0;
 }
 
@@ -159,10 +159,10 @@ int DaemonMain() {
             static_cast<void*>(spool));
   CheckAllRsvContainers();
   UseQordownRecord();
-  getcpuidle(&state.prevTotal, &state.prevIdle);
-  getqorver(QorVersion);
-  MemUtil = getmemutil();
-  DiskUtil = getdiskutil("/");
+  GetCpuIdle(&state.prevTotal, &state.prevIdle);
+  GetQorVer(QorVersion);
+  MemUtil = GetMemUtil();
+  DiskUtil = GetDiskUtil("/");
   state.counters.full = 1;
   for (;;) {
     if (DaemonCycle(state) != 0) return 1;
@@ -173,7 +173,7 @@ int DaemonMain() {
 }
 
 int CheckRunning(int boot) {
-  if (checkroot() != 0) {
+  if (CheckRoot() != 0) {
     std::puts("Please sudo this!");
     return 1;
   }

@@ -40,12 +40,12 @@ int UpdateCluster(int full) {
 }
 
 void FillOwnRecord(const char* containersOf) {
-  Timemill = getqortimemill();
+  Timemill = GetQorTimeMill();
   char host[128] = {};
   gethostname(host, sizeof host - 1);
   Clust.hostname.set(host);
   // An interface without an IPv4 address leaves the address the row last carried.
-  getifaddress(Clust.ipaddress, cnf.netif.c_str());
+  GetIfAddress(Clust.ipaddress, cnf.netif.c_str());
   Clust.clusterid.set(cnf.clustid);
   Clust.role.set(cnf.clustrole);
   CountContainers(containersOf);

@@ -172,7 +172,7 @@ void DropVanished(const ActInfo& info, ClustRecord* const* rows) {
 int MonitorOnMaster(int) {
   char date[32];
   Pass p;
-  p.now = mygetdate(date, sizeof date, kDateTime);
+  p.now = MyGetDate(date, sizeof date, kDateTime);
   p.nowMs = DetectorNowMs();
   Trace("_xmonitoronmaster(1): starting at %s (%ld)\n", date, static_cast<long>(p.now));
   if (ClustRole != kRoleMaster) return kMonitorNotMine;

@@ -200,7 +200,7 @@ int WatchFromSlave(Pass& p, bool masterAnswers) {
 int MonitorOnSlave(int) {
   char date[32];
   Pass p;
-  p.now = mygetdate(date, sizeof date, kDateTime);
+  p.now = MyGetDate(date, sizeof date, kDateTime);
   p.nowMs = DetectorNowMs();
   Trace("_xmonitoronslave(1): starting at %s (%ld)\n", date, static_cast<long>(p.now));
   if (ClustRole != kRoleSlave) return kMonitorNotMine;

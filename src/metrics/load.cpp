@@ -12,7 +12,7 @@
 
 namespace qor {
 
-int getcpuloadavg(float* loadavg) {
+int GetCpuLoadavg(float* loadavg) {
   LineReader reader(kProcLoadavg);
   // Without the load the node cannot describe itself; the program has always stopped here.
   if (!reader.ok()) FatalExit();
@@ -20,7 +20,7 @@ int getcpuloadavg(float* loadavg) {
   char line[128];
   char word[64];
   while (reader.Next(line, sizeof line)) {
-    if (getword(word, sizeof word, line, 0) == 0) {
+    if (GetWord(word, sizeof word, line, 0) == 0) {
       load = static_cast<float>(std::atof(word));
       break;
     }
@@ -29,8 +29,8 @@ int getcpuloadavg(float* loadavg) {
   return 1;
 }
 
-int getcpuloadavgpp(int cores, float* loadavg, float* loadavgpp) {
-  getcpuloadavg(loadavg);
+int GetCpuLoadavgPp(int cores, float* loadavg, float* loadavgpp) {
+  GetCpuLoadavg(loadavg);
   *loadavgpp = cores != 0 ? *loadavg / static_cast<float>(cores) : 0.0f;
   return 0;
 }
@@ -61,7 +61,7 @@ float WeightLoadPerProc(float loadavgpp, int n, const Cnf& conf) {
 
 int GetCpuData(int containers, int (*ownLumoContainers)()) {
   RefreshCpuinfo();
-  getcpuloadavgpp(Cpu.phycores, &Cpu.loadavg, &Cpu.loadavgpp);
+  GetCpuLoadavgPp(Cpu.phycores, &Cpu.loadavg, &Cpu.loadavgpp);
   // Checked before the lumo count so that a server taken out of the choice queries nothing.
   if (cnf.clustrate <= 0.0f) {
     Cpu.loadavgpp = cnf.maxloadpp;

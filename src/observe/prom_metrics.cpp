@@ -312,13 +312,13 @@ bool MetricsDue(const MetricsView& v, const MetricsPace& last) {
 }
 
 MetricsView CycleView(int64_t cycleMicros, int64_t cycles) {
-  static const int64_t startMill = getqortimemill();
+  static const int64_t startMill = GetQorTimeMill();
   MetricsView v;
   v.startMill = startMill;
   v.role = ClustRole;
   v.version = QorVersion.c_str();
   v.address = CurrentSvr.c_str();
-  v.nowMill = getqortimemill();
+  v.nowMill = GetQorTimeMill();
   v.cycleMicros = cycleMicros;
   v.cycles = cycles;
   const char* addresses[2] = {cnf.clustmaster.c_str(), cnf.clustslave.c_str()};

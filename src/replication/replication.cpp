@@ -84,7 +84,7 @@ void SyncProfiles(const char* command, const char* synced, const char* unchanged
 }  // namespace
 
 TemplatePull RsyncLicWlistTpl(TplRecord& record) {
-  int64_t now = getqortimemill();
+  int64_t now = GetQorTimeMill();
   if (ClustRole == kRoleMaster) return {};
   TemplatePull pull{now, false};
   const char* master = cnf.clustmaster.c_str();

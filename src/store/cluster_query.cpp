@@ -67,7 +67,7 @@ bool WhereClause(FixedText<128>& where, const char** order, const char* cond) {
   }
   if (std::strncmp(cond, "like_", 5) == 0) {
     char pattern[128];
-    if (strext(pattern, sizeof pattern, cond, 5, static_cast<int>(std::strlen(cond))) != 0) {
+    if (StrExt(pattern, sizeof pattern, cond, 5, static_cast<int>(std::strlen(cond))) != 0) {
       return false;
     }
     SqlQuoted p(pattern);
@@ -197,7 +197,7 @@ Db ReadDb(const ActInfo& info, Db named) {
   return info.side == 0 ? Db::kMaster : info.side == 1 ? Db::kSlave : named;
 }
 
-int strext(char* out, size_t size, const char* src, int start, int len) {
+int StrExt(char* out, size_t size, const char* src, int start, int len) {
   if (start < 0 || len < 0 || static_cast<size_t>(len) > std::strlen(src)) return 1;
   size_t srclen = std::strlen(src);
   size_t from = static_cast<size_t>(start) < srclen ? static_cast<size_t>(start) : srclen;

@@ -32,7 +32,7 @@ Db ReadDb(const ActInfo& info, Db named);
 
 // Copies at most len characters of src from start on into out (size bytes): 0, or 1 without
 // copying when start or len is negative or len exceeds the length of src.
-int strext(char* out, size_t size, const char* src, int start, int len);
+int StrExt(char* out, size_t size, const char* src, int start, int len);
 
 // Rows of the table by the first open pool; the count is written only on success.
 int GetClustCountSql(const char* dbsvr, int* count);

@@ -54,7 +54,7 @@ void BuildPool(const PoolSlot& side, const char* address) {
               static_cast<void*>(mpool), static_cast<void*>(spool), ConnectionPool);
   }
   char password[256];
-  url_encode(password, sizeof password, cnf.dbpwd.c_str());
+  UrlEncode(password, sizeof password, cnf.dbpwd.c_str());
   FixedText<512> url;
   url.format("mysql://%s/qor?user=qordirect&password=%s", address, password);
   qz_set_fatal_handler(LibraryFatal);
@@ -115,11 +115,11 @@ void CloseConnectionPool() {
   spool = nullptr;
 }
 
-char to_hex(int value) {
+char ToHex(int value) {
   return "0123456789abcdef"[value & 15];
 }
 
-bool url_encode(char* out, size_t size, const char* text) {
+bool UrlEncode(char* out, size_t size, const char* text) {
   size_t n = 0;
   for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p) {
     char enc[4] = {static_cast<char>(*p), '\0', '\0', '\0'};
@@ -128,8 +128,8 @@ bool url_encode(char* out, size_t size, const char* text) {
     } else if (!std::isalnum(*p) || *p > 127) {
       if (*p != '-' && *p != '_' && *p != '.' && *p != '~') {
         enc[0] = '%';
-        enc[1] = to_hex(*p >> 4);
-        enc[2] = to_hex(*p);
+        enc[1] = ToHex(*p >> 4);
+        enc[2] = ToHex(*p);
       }
     }
     size_t len = std::strlen(enc);

@@ -43,9 +43,9 @@ int SideOf(const QzPool* pool);
 bool DbAnswers(int side);
 
 // Percent-encoding of a password for the connection URL; false when out was too small.
-bool url_encode(char* out, size_t size, const char* text);
+bool UrlEncode(char* out, size_t size, const char* text);
 // Lower-case hexadecimal digit of the low four bits of value.
-char to_hex(int value);
+char ToHex(int value);
 
 // The one rule from a database to its pool: mpool for the master's, spool for the slave's;
 // standalone always mpool. nullptr while that pool does not exist: a write then fails, it never

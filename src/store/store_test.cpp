@@ -20,11 +20,11 @@ TEST(Store, PasswordIsUrlEncoded) {
                {"\xc3\xa9\x01", "%c3%a9%01"}};
   for (const auto& c : cases) {
     char out[64];
-    ASSERT_TRUE(url_encode(out, sizeof out, c.text));
+    ASSERT_TRUE(UrlEncode(out, sizeof out, c.text));
     EXPECT_STREQ(out, c.encoded);
   }
   char small[6];
-  EXPECT_FALSE(url_encode(small, sizeof small, "a b c d"));
+  EXPECT_FALSE(UrlEncode(small, sizeof small, "a b c d"));
 }
 
 TEST(Store, SelectorsThatDoNotFitAreRefusedNotCut) {
