@@ -85,7 +85,7 @@ int main(int argc, char** argv) {
   qor::DaemonState state;
   // On this machine's own namespace: its exporter's directory is not the bench's to write.
   state.metricsDir = nullptr;
-  state.counters.full = 1;
+  state.counters.form = qor::RowForm::kFull;
   for (int i = 0; i < 10; ++i) qor::DaemonCycle(state);
   size_t heap10 = HeapInUse();
 

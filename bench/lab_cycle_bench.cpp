@@ -110,7 +110,7 @@ int main(int argc, char** argv) {
   qor::GetQorVer(qor::QorVersion);
   qor::MemUtil = qor::GetMemUtil();
   qor::DiskUtil = qor::GetDiskUtil("/");
-  state.counters.full = 1;
+  state.counters.form = qor::RowForm::kFull;
 
   CountingShell shell;
   qor::SetShellRunner(&shell);

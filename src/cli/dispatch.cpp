@@ -63,7 +63,7 @@ int PingCommand(const CommandArgs& a) {
     Usage();
     return 0;
   }
-  if (Ping(host, 1, a.line.tries) == 0) {
+  if (Ping(host, a.line.tries) == 0) {
     std::printf("ping OK! (%s)\n", host);
     return 0;
   }
@@ -158,13 +158,13 @@ int Proc(const CommandArgs&) {
 
 // One heartbeat writing the whole row, then what the two databases hold.
 int Update(const CommandArgs&) {
-  UpdateCluster(1);
+  UpdateCluster(RowForm::kFull);
   return ShowTwoDatabases(0);
 }
 
 // Ends only after the take-over scripts its pass started, as the listing may show their work.
 int Monitor(const CommandArgs&) {
-  MonitorCluster(1);
+  MonitorCluster();
   WaitQordown();
   return ShowTwoDatabases(0);
 }
@@ -315,7 +315,7 @@ int QorMain(int argc, char** argv) {
   if (StopsOutsideCluster(StopLevel::kNotice)) return 1;
   if (!(word == "-dblisten")) ReconnectCluster();
   CheckCluster(&MasterAlive, &SlaveAlive, Cluster, cnf.clustmaster.c_str(), cnf.clustslave.c_str(),
-               cnf.dbuser.c_str(), cnf.dbpwd.c_str(), ClustsTemp);
+               ClustsTemp);
   Clust.hostname.set(hostname);
   Clust.ipaddress.set(CurrentSvr);
   int status = Dispatch(CommandArgs{line, hostname});

@@ -84,9 +84,8 @@ int Explain(bool json) {
   bool read[2] = {false, false};
   for (Db db : kDbs) {
     int i = Index(db);
-    read[i] = GetClusterSql(AddressOf(db), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all", infos[i],
-                            rows[i], i) == kDbOk &&
-              infos[i]->side == i;
+    read[i] =
+        GetClusterSql(AddressOf(db), "-all", infos[i], rows[i], db) == kDbOk && infos[i]->side == i;
     if (read[i]) Detector().seen.Read(db, rows[i], infos[i]->count, nowMs, true);
   }
   // The slave judges from its own database only while the master's cannot be read; the master
@@ -109,7 +108,7 @@ int Explain(bool json) {
   for (const ClustRecord* r : judged) guardRows.push_back(GuardRowOf(*r, home, nowMs));
   bool asked = false, answers = false;
   PassGuard guard = GuardOf(guardRows, [&] {
-    if (!asked) answers = Ping(peer, 1, 3) == 0;
+    if (!asked) answers = Ping(peer) == 0;
     asked = true;
     return answers;
   });

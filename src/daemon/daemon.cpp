@@ -118,10 +118,10 @@ int DaemonCycle(DaemonState& s) {
   if (ConnectionPool != 5) ConnectionPool = 5;
   ReconnectCluster();
   GetClustCount(&ClustCount);
-  UpdateCluster(s.counters.full);
+  UpdateCluster(s.counters.form);
   NotifyHeartbeatDone();
-  s.counters.full = 0;
-  if (MonitorCluster(0) == kMonitorDone) PublishObservations(kRunDir, kObservedFile);
+  s.counters.form = RowForm::kShort;
+  if (MonitorCluster() == kMonitorDone) PublishObservations(kRunDir, kObservedFile);
   AdvanceQordown();
   CyclePlan plan = PlanCycle(s.counters, SlowRequest(Tplsync, s.slow, MonotonicMill()));
   if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) {
@@ -163,7 +163,7 @@ int DaemonMain() {
   GetQorVer(QorVersion);
   MemUtil = GetMemUtil();
   DiskUtil = GetDiskUtil("/");
-  state.counters.full = 1;
+  state.counters.form = RowForm::kFull;
   for (;;) {
     if (DaemonCycle(state) != 0) return 1;
     NotifyCycleDone(state.lastCycleUs / 1000, state.slow.what.c_str(),

@@ -10,20 +10,20 @@ namespace {
 
 // The cycle loop's schedule, cycle by cycle from fresh counters.
 TEST(Schedule, EachCycleFromTheCounters) {
-  // tplsyncAt: the cycle in which a Tplsync request is raised (0: none); full: the flag the
-  // cycle's heartbeat writes with.
+  // tplsyncAt: the cycle in which a Tplsync request is raised (0: none); form: the row the
+  // cycle's heartbeat writes.
   struct {
     int tplsyncAt = 0, cycle = 0;
     bool recheck = false, slow = false;
-    int full = 0;
+    RowForm form = RowForm::kShort;
   } rows[] = {
-      {.cycle = 1, .full = 1},
+      {.cycle = 1, .form = RowForm::kFull},
       {.cycle = 2},
       {.cycle = 31, .recheck = true},
-      {.cycle = 32, .full = 1},
+      {.cycle = 32, .form = RowForm::kFull},
       {.cycle = 61, .recheck = true},
       {.cycle = 151, .recheck = true, .slow = true},
-      {.cycle = 152, .full = 1},
+      {.cycle = 152, .form = RowForm::kFull},
       {.cycle = 181, .recheck = true},
       {.cycle = 301, .recheck = true, .slow = true},
       // A request pulls at once, and the schedule starts again from there.
@@ -36,7 +36,7 @@ TEST(Schedule, EachCycleFromTheCounters) {
     for (int cycle = 1; cycle < r.cycle; ++cycle)
       FinishCycle(c, PlanCycle(c, cycle == r.tplsyncAt));
     const CyclePlan plan = PlanCycle(c, r.cycle == r.tplsyncAt);
-    EXPECT_EQ(std::tuple(plan.recheck, plan.slow, c.full), std::tuple(r.recheck, r.slow, r.full))
+    EXPECT_EQ(std::tuple(plan.recheck, plan.slow, c.form), std::tuple(r.recheck, r.slow, r.form))
         << "cycle " << r.cycle;
   }
 }

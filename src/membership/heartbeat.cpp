@@ -24,14 +24,14 @@ ActInfo sactinfo;
 // Raised by the slave and member heartbeats, cleared by the cycle loop after its pull.
 int Tplsync = 0;
 
-int UpdateCluster(int full) {
+int UpdateCluster(RowForm form) {
   switch (ClustRole) {
     case kRoleMaster:
-      return UpdateMaster(full);
+      return UpdateMaster(form);
     case kRoleSlave:
-      return UpdateSlave(full);
+      return UpdateSlave(form);
     case kRoleMember:
-      return UpdateMember(full);
+      return UpdateMember(form);
     default:
       std::puts("Unknown Role error!");
       LogError("updatecluster(1) unknown role error!\n");

@@ -24,14 +24,13 @@ void CopyOwnMemberValues(ClustRecord& row) {
 
 // The member's row in the master's database. written: set when the row was written there, not
 // when it was inserted instead. 0 to go on with the slave's database, 1 to stop.
-int WriteOnMaster(int full, bool* written) {
+int WriteOnMaster(RowForm form, bool* written) {
   const char* master = cnf.clustmaster.c_str();
   const char* host = Clust.hostname.c_str();
   // A read that failed (its database kept it waiting past the bound, or refused it) says nothing
   // about the row: an insert then would give the server a second row, on whichever database the
   // insert falls back to, and "multiple found" would stop its heartbeats there for good.
-  bool read = GetClusterSql(master, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), host, &mactinfo,
-                            ClustsOnMaster, 0) == kDbOk;
+  bool read = GetClusterSql(master, host, &mactinfo, ClustsOnMaster, Db::kMaster) == kDbOk;
   Trace("_xupdatemember(4): mactinfo.count=%d\n", mactinfo.count);
   switch (ClassifyOne(mactinfo.count)) {
     case OneRow::kFound: {
@@ -41,7 +40,7 @@ int WriteOnMaster(int full, bool* written) {
       row.status = d.status;
       if (d.tplsync) Tplsync = 1;
       Trace("_xupdatemember(5): clustonmaster[0]->status=%d updating...\n", row.status);
-      UpdateClusterSql(ReadDb(mactinfo, Db::kMaster), ClustsOnMaster, 0, 0, full);
+      UpdateClusterSql(ReadDb(mactinfo, Db::kMaster), *ClustsOnMaster[0], 0, form);
       *written = true;
       return kHeartbeatDone;
     }
@@ -64,11 +63,10 @@ const ClustRecord* LastReadOnMaster() {
   return row.hostname == Clust.hostname ? &row : nullptr;
 }
 
-int WriteOnSlave(int full, bool writtenOnMaster) {
+int WriteOnSlave(RowForm form, bool writtenOnMaster) {
   const char* slave = cnf.clustslave.c_str();
   const char* host = Clust.hostname.c_str();
-  bool read = GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), host, &sactinfo,
-                            ClustsOnSlave, 1) == kDbOk;
+  bool read = GetClusterSql(slave, host, &sactinfo, ClustsOnSlave, Db::kSlave) == kDbOk;
   switch (ClassifyOne(sactinfo.count)) {
     case OneRow::kFound: {
       ClustRecord& S = *ClustsOnSlave[0];
@@ -82,7 +80,7 @@ int WriteOnSlave(int full, bool writtenOnMaster) {
         S.tpl_syncstate = M->tpl_syncstate;
       }
       Trace("_xupdatemember(9): clustonslave[0]->status=%d updating...\n", S.status);
-      UpdateClusterSql(Db::kSlave, ClustsOnSlave, 0, 0, full);
+      UpdateClusterSql(Db::kSlave, *ClustsOnSlave[0], 0, form);
       return kHeartbeatDone;
     }
     case OneRow::kMissing:
@@ -98,17 +96,17 @@ int WriteOnSlave(int full, bool writtenOnMaster) {
 
 }  // namespace
 
-int UpdateMember(int full) {
+int UpdateMember(RowForm form) {
   if (!BeginHeartbeat({"updatemember", kRoleMember, "Member", "member", 13}, cnf.dbsvr.c_str())) {
     return kHeartbeatStopped;
   }
   bool writtenOnMaster = false;
-  if (Ping(cnf.clustmaster.c_str(), 1, 3) == 0 &&
-      WriteOnMaster(full, &writtenOnMaster) != kHeartbeatDone) {
+  if (Ping(cnf.clustmaster.c_str()) == 0 &&
+      WriteOnMaster(form, &writtenOnMaster) != kHeartbeatDone) {
     return kHeartbeatStopped;
   }
   // A server that does not answer is skipped without a message.
-  if (Ping(cnf.clustslave.c_str(), 1, 3) == 0) return WriteOnSlave(full, writtenOnMaster);
+  if (Ping(cnf.clustslave.c_str()) == 0) return WriteOnSlave(form, writtenOnMaster);
   return kHeartbeatDone;
 }
 

@@ -45,13 +45,13 @@ void ForgetSilentAddresses() {
   silentCount = 0;
 }
 
-int Ping(const char* address, int deadline, int attempts) {
+int Ping(const char* address, int attempts) {
   // The address stands unquoted on a shell command line: anything but a plain address or host
   // name is refused here, once per call, and counts as not answering; so is one too long for the
   // command, which cut would name another host.
   FixedText<256> command;
   if (!IsShellSafeWord(address) ||
-      !command.format("%s %d %s", "/bin/ping -c 1 -w", deadline, address)) {
+      !command.format("%s %d %s", "/bin/ping -c 1 -w", kPingDeadlineSeconds, address)) {
     LogError("ping refused address (%.64s)", address ? address : "");
     return 1;
   }
@@ -60,7 +60,8 @@ int Ping(const char* address, int deadline, int attempts) {
   // process for each; /bin/ping runs only where that cannot be done.
   EchoProbe probe(address);
   for (int i = 0; i < attempts; ++i) {
-    if (probe.usable() ? probe.Attempt(deadline) : PingCommandAnswered(command.c_str())) return 0;
+    if (probe.usable() ? probe.Attempt(kPingDeadlineSeconds) : PingCommandAnswered(command.c_str()))
+      return 0;
   }
   NoteSilent(address);
   return 1;

@@ -323,9 +323,10 @@ MetricsView CycleView(int64_t cycleMicros, int64_t cycles) {
   v.cycles = cycles;
   const char* addresses[2] = {cnf.clustmaster.c_str(), cnf.clustslave.c_str()};
   QzPool* pools[2] = {mpool, spool};
-  for (int side = 0; side < 2; ++side) {
+  for (Db db : kDbs) {
+    const int side = Index(db);
     v.db[side].address = addresses[side];
-    v.db[side].up = pools[side] != nullptr && DbAnswers(side);
+    v.db[side].up = pools[side] != nullptr && DbAnswers(db);
     v.db[side].writes = HeartbeatWrites[side];
   }
   v.reads[0] = {ClustsOnMaster, mactinfo.count, mactinfo.side};

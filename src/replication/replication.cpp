@@ -103,7 +103,7 @@ TemplatePull RsyncLicWlistTpl(TplRecord& record) {
   const char* addresses[2] = {master, cnf.clustslave.c_str()};
   const Db dbs[2] = {Db::kMaster, Db::kSlave};
   for (int side = 0; side < 2; ++side) {
-    if (record.syncmill == 0 || record.written[side] || Ping(addresses[side], 1, 3) != 0) continue;
+    if (record.syncmill == 0 || record.written[side] || Ping(addresses[side]) != 0) continue;
     record.written[side] =
         UpdateTplsyncSql(dbs[side], Clust.hostname.c_str(), record.syncmill, kTplSynced) == kDbOk;
   }

@@ -20,7 +20,7 @@ long AsLong(int64_t v) {
 }
 
 void NoteOwnRowWrite(Db db, bool ok, int64_t sinceMicros) {
-  OwnRowWrites& w = HeartbeatWrites[db == Db::kMaster ? 0 : 1];
+  OwnRowWrites& w = HeartbeatWrites[Index(db)];
   w.lastOk = ok;
   w.lastMicros = MonotonicMicros() - sinceMicros;
   ++(ok ? w.ok : w.failed);
@@ -69,8 +69,8 @@ bool InsertStatement(SqlText& sql, const ClustRecord& rec, int64_t mill) {
              rec.cpuloadavg, rec.cpuloadavgpp, rec.containers, AsLong(mill));
 }
 
-bool UpdateStatement(SqlText& sql, const ClustRecord& r, int withlastwrite, int full) {
-  if (full == 1) {
+bool UpdateStatement(SqlText& sql, const ClustRecord& r, int withlastwrite, RowForm form) {
+  if (form == RowForm::kFull) {
     SqlQuoted host(r.hostname.c_str()), ip(r.ipaddress.c_str()), cid(r.clusterid.c_str()),
         role(r.role.c_str()), ver(QorVersion.c_str());
     if (!(host.ok() && ip.ok() && cid.ok() && role.ok() && ver.ok())) return false;
@@ -150,13 +150,12 @@ int InsertClusterSql(Db db, int64_t mill, ClustRecord rec) {
                      "insertclustersql db insert error");
 }
 
-int UpdateClusterSql(Db db, ClustRecord** records, int index, int withlastwrite, int full) {
-  ClustRecord& rec = *records[index];
+int UpdateClusterSql(Db db, ClustRecord& rec, int withlastwrite, RowForm form) {
   rec.role_id = RoleIdOf(rec.role.c_str());
   Trace("_xupdateclustersql(1): dbsvr=%s cnf.dbuser=%s cnf.cldbname=%s\n", AddressOf(db),
         cnf.dbuser.c_str(), cnf.cldbname.c_str());
   SqlText sql;
-  if (!UpdateStatement(sql, rec, withlastwrite, full)) {
+  if (!UpdateStatement(sql, rec, withlastwrite, form)) {
     NoteOwnRowWrite(db, false, MonotonicMicros());
     return Refuse("updateclustersql", rec.hostname.c_str());
   }

@@ -27,7 +27,8 @@ void NoteAnswer(int side, bool answered) {
 }
 
 // A pool whose server kept a call of this round waiting in vain counts as absent, as while its
-// server does not answer ping: target 0 and the first open pool go on with the slave's database.
+// server does not answer ping: reads of the master's and the first open pool go on with the
+// slave's database.
 bool Open(const QzPool* pool) {
   return pool != nullptr && !qz_pool_timed_out(pool);
 }
@@ -69,7 +70,7 @@ void BuildPool(const PoolSlot& side, const char* address) {
 }
 
 void Reconnect(const PoolSlot& side, const char* role, const char* address) {
-  if (Ping(address, 1, 3) != 0) {
+  if (Ping(address) != 0) {
     NoteAnswer(side.index(), false);
     if (*side.pool != nullptr) {
       qz_pool_free(*side.pool);
@@ -104,8 +105,8 @@ int SideOf(const QzPool* pool) {
   return pool == nullptr ? -1 : pool == mpool ? 0 : pool == spool ? 1 : -1;
 }
 
-bool DbAnswers(int side) {
-  return answering[side == 1 ? 1 : 0];
+bool DbAnswers(Db db) {
+  return answering[Index(db)];
 }
 
 void CloseConnectionPool() {
@@ -170,13 +171,13 @@ QzPool* PoolOfAddress(const char* address) {
   return DbOfAddress(address, &db) ? PoolOf(db) : nullptr;
 }
 
-QzPool* PoolByTarget(int target) {
-  if (target == 0 && !Open(PoolOf(Db::kMaster))) return PoolOf(Db::kSlave);
-  return PoolOf(target == 0 ? Db::kMaster : Db::kSlave);
+QzPool* PoolByTarget(Db db) {
+  if (db == Db::kMaster && !Open(PoolOf(Db::kMaster))) return PoolOf(Db::kSlave);
+  return PoolOf(db);
 }
 
 QzPool* FirstOpenPool() {
-  return PoolByTarget(0);
+  return PoolByTarget(Db::kMaster);
 }
 
 DbConn::DbConn(QzPool* pool) : pool_(pool) {

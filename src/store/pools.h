@@ -37,10 +37,10 @@ void CloseConnectionPool();
 
 // Which database a pool reaches: 0 mpool, 1 spool, -1 none.
 int SideOf(const QzPool* pool);
-// Whether the database of side (0 mpool, also standalone; 1 spool) answered this process's last
+// Whether db (the master's also standalone) answered this process's last
 // call. Failures are a pool dropped or not built, no usable connection, and a call that ran out of
 // time (a statement the server refused counts as answered).
-bool DbAnswers(int side);
+bool DbAnswers(Db db);
 
 // Percent-encoding of a password for the connection URL; false when out was too small.
 bool UrlEncode(char* out, size_t size, const char* text);
@@ -59,10 +59,10 @@ bool DbOfAddress(const char* address, Db* db);
 // PoolOf the database address names; nullptr for an address that names neither.
 QzPool* PoolOfAddress(const char* address);
 
-// Pools for reads, which may be answered by either copy. For the rest of a round in which a call
-// on mpool ran out of time, target 0 and the first open pool take spool, as while mpool is
-// absent. By target: 0 takes mpool, else spool; any other target takes spool only.
-QzPool* PoolByTarget(int target);
+// Pools for reads, which may be answered by either copy: the master's database's takes mpool, or
+// spool while mpool is absent and for the rest of a round in which a call on mpool ran out of
+// time; the slave's takes spool only.
+QzPool* PoolByTarget(Db db);
 // First open pool: mpool, else spool.
 QzPool* FirstOpenPool();
 

@@ -40,9 +40,8 @@ void StoreTest::Connect(const std::set<std::string>& down) {
   Logs();
 }
 
-int StoreTest::Select(const char* cond, qor::ActInfo* info, int target) {
-  return qor::GetClusterSql(kMasterAddr, "qordirect", QOR_TESTDB_PASSWORD, cond, info,
-                            qor::ClustsTemp, target);
+int StoreTest::Select(const char* cond, qor::ActInfo* info, qor::Db db) {
+  return qor::GetClusterSql(kMasterAddr, cond, info, qor::ClustsTemp, db);
 }
 
 void StoreTest::ForEachSqlMode(const std::function<void()>& body) {

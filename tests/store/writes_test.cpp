@@ -58,13 +58,17 @@ std::string Seeded(const std::string& host) {
 // Only the columns of the form change, of the row with the record's id.
 TEST_F(StoreWrites, UpdateFormsChangeTheirColumns) {
   struct {
-    int withlastwrite, full;
+    int withlastwrite;
+    qor::RowForm form;
     std::string row;
   } cases[] = {
-      {1, 1, "node-1\t100\t1700000000123\t1700000000789\t300\t2\t1.24\t0.07\t9\t0.61\t4.2.0\t1\n"},
-      {0, 1, "node-1\t100\t1111\t1700000000789\t300\t2\t1.24\t0.07\t9\t0.61\t4.2.0\t1\n"},
-      {1, 0, "old\t100\t1700000000123\t1700000000789\t300\t1\t1.24\t0.07\t9\t0.10\t1.0\t1\n"},
-      {0, 0, "old\t100\t1111\t3333\t300\t1\t1.24\t0.07\t9\t0.10\t1.0\t1\n"}};
+      {1, qor::RowForm::kFull,
+       "node-1\t100\t1700000000123\t1700000000789\t300\t2\t1.24\t0.07\t9\t0.61\t4.2.0\t1\n"},
+      {0, qor::RowForm::kFull,
+       "node-1\t100\t1111\t1700000000789\t300\t2\t1.24\t0.07\t9\t0.61\t4.2.0\t1\n"},
+      {1, qor::RowForm::kShort,
+       "old\t100\t1700000000123\t1700000000789\t300\t1\t1.24\t0.07\t9\t0.10\t1.0\t1\n"},
+      {0, qor::RowForm::kShort, "old\t100\t1111\t3333\t300\t1\t1.24\t0.07\t9\t0.10\t1.0\t1\n"}};
   for (const auto& c : cases) {
     Seed({"old", "other"});
     // Each written column a value of its own; 1.236 rounds up in "%0.2f", 0.075 (just below in
@@ -82,9 +86,9 @@ TEST_F(StoreWrites, UpdateFormsChangeTheirColumns) {
                          .cpuloadavg = 1.236,
                          .cpuloadavgpp = 0.075,
                          .containers = 9};
-    qor::ClustRecord* records[] = {&rec};
-    EXPECT_EQ(qor::UpdateClusterSql(qor::Db::kMaster, records, 0, c.withlastwrite, c.full), 0);
-    EXPECT_EQ(Sql("master", kCols), c.row + Seeded("other")) << c.withlastwrite << c.full;
+    EXPECT_EQ(qor::UpdateClusterSql(qor::Db::kMaster, rec, c.withlastwrite, c.form), 0);
+    EXPECT_EQ(Sql("master", kCols), c.row + Seeded("other"))
+        << c.withlastwrite << static_cast<int>(c.form);
   }
 }
 
@@ -217,10 +221,10 @@ TEST_F(StoreContainerRows, StaleBrowserAndDesktopRowsAreReleasedOnTheTargetsData
       ":web:u\nc1:web:u\nNULL:NULL:NULL\nNULL:NULL:NULL\nNULL:NULL:NULL\n"
       "c5:lumobr_2:u\nc6:web_1:u\n";
   Connect();
-  EXPECT_EQ(qor::DeleteLumoBRSql(kSlaveAddr, 1), 0);
+  EXPECT_EQ(qor::DeleteLumoBRSql(qor::Db::kSlave), 0);
   EXPECT_EQ(Kept("slave"), released);
   EXPECT_EQ(Kept("master"), untouched);
-  EXPECT_EQ(qor::DeleteLumoBRSql(kMasterAddr, 0), 0);
+  EXPECT_EQ(qor::DeleteLumoBRSql(qor::Db::kMaster), 0);
   EXPECT_EQ(Kept("master"), released);
   EXPECT_TRUE(Logs().empty());
 }
