@@ -14,8 +14,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <string>
 #include <vector>
 
 #include "base/clock.h"
@@ -23,6 +21,7 @@
 #include "config/cpuset.h"
 #include "config/qorconf.h"
 #include "config/qorver.h"
+#include "cycle_counters.h"
 #include "daemon/daemon.h"
 #include "daemon/schedule.h"
 #include "metrics/cpuinfo.h"
@@ -32,29 +31,6 @@
 #include "store/pools.h"
 
 namespace {
-
-// The most recent process id this pid namespace handed out (last field of /proc/loadavg).
-long LastPid() {
-  std::ifstream in("/proc/loadavg");
-  std::string a, b, c, d;
-  long pid = 0;
-  in >> a >> b >> c >> d >> pid;
-  return pid;
-}
-
-class CountingShell : public qor::ShellRunner {
- public:
-  bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink,
-           int* status) override {
-    ++pipelines;
-    return qor::RealShell().Run(command, lineMax, seconds, sink, status);
-  }
-  bool Start(const char* command, qor::BackgroundShell* started) override {
-    ++pipelines;
-    return qor::RealShell().Start(command, started);
-  }
-  long pipelines = 0;
-};
 
 double Median(std::vector<double> v) {
   std::sort(v.begin(), v.end());
@@ -112,7 +88,7 @@ int main(int argc, char** argv) {
   qor::DiskUtil = qor::GetDiskUtil("/");
   state.counters.form = qor::RowForm::kFull;
 
-  CountingShell shell;
+  qorbench::CountingShell shell;
   qor::SetShellRunner(&shell);
   std::vector<double> ms, lengths, cpu;
   long processes = 0;
@@ -123,9 +99,9 @@ int main(int argc, char** argv) {
     }
     top = t0;
     double c0 = CpuMs();
-    long p0 = LastPid();
+    long p0 = qorbench::LastPid();
     if (qor::DaemonCycle(state) != 0) break;
-    processes += LastPid() - p0;
+    processes += qorbench::LastPid() - p0;
     cpu.push_back(CpuMs() - c0);
     ms.push_back(
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count());

@@ -14,6 +14,7 @@
 
 #include "base/clock.h"
 #include "base/fatal.h"
+#include "base/fixed_text.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/process.h"
@@ -74,6 +75,20 @@ void Daemonise() {
   for (int fd = 0; fd <= 2; ++fd) open("/dev/null", O_RDWR);
   OpenDaemonLog();
   setpriority(PRIO_PROCESS, 0, -20);
+}
+
+// The pipeline that finds the running daemons in the process table: ps with psOptions, their
+// lines, then tail (nothing, or more of the pipeline).
+FixedText<96> DaemonsCommand(const char* psOptions, const char* tail) {
+  FixedText<96> command;
+  command.format("ps %s | grep 'qorclustd -start' | grep -v grep%s", psOptions, tail);
+  return command;
+}
+
+// Runs command, each output line to f; a pipeline that cannot be started ends the process.
+template <class F>
+void RunOrEnd(const FixedText<96>& command, size_t lineMax, F&& f) {
+  if (!RunShell(command.c_str(), lineMax, f)) FatalCommand(command.c_str());
 }
 
 // The configuration re-check of the cycle: 1 when the daemon must stop.
@@ -182,8 +197,8 @@ int CheckRunning(int boot) {
               static_cast<int>(getgid()));
     return 1;
   }
-  const char* command = "ps aux | grep 'qorclustd -start' | grep -v grep | wc -l";
-  Trace("_checkrunning: cmd=%s\n", command);
+  const FixedText<96> command = DaemonsCommand("aux", " | wc -l");
+  Trace("_checkrunning: cmd=%s\n", command.c_str());
   // A running daemon shows its own command line for the instant a command of its cycle is being
   // started, so one look may count a copy twice. A copy that runs is seen in every look: the
   // smallest of a few looks is the true count.
@@ -193,12 +208,10 @@ int CheckRunning(int boot) {
     if (look > 0) usleep(100000);
     char first[128] = {};
     bool got = false;
-    if (!RunShell(command, sizeof first, [&](char* line) {
-          if (!got) CopyText(first, sizeof first, line);
-          got = true;
-        })) {
-      FatalCommand(command);
-    }
+    RunOrEnd(command, sizeof first, [&](char* line) {
+      if (!got) CopyText(first, sizeof first, line);
+      got = true;
+    });
     int seen = std::atoi(first);
     Trace("_checkrunning: result=%d, buf=%s\n", seen, first);
     if (count < 0 || seen < count) count = seen;
@@ -212,7 +225,6 @@ int CheckRunning(int boot) {
 }
 
 int StopDaemon() {
-  const char* command = "ps ax | grep 'qorclustd -start' | grep -v grep";
   int lastLength = 0;
   bool atLineStart = true;
   constexpr int kMaxDaemons = 16;
@@ -221,7 +233,7 @@ int StopDaemon() {
   // Whole lines: a long command line read in 127-character pieces would turn the start of a
   // later piece into a process id, and that process would be killed. For the same reason the
   // rest of a line longer than the buffer is skipped.
-  bool started = RunShell(command, kShellLineMax, [&](char* line) {
+  RunOrEnd(DaemonsCommand("ax", ""), kShellLineMax, [&](char* line) {
     bool begins = atLineStart;
     size_t length = std::strlen(line);
     atLineStart = length > 0 && line[length - 1] == '\n';
@@ -239,7 +251,6 @@ int StopDaemon() {
     // SIGTERM, which systemd's unit takes for a deliberate stop and does not restart after.
     if (pid > 0 && kill(pid, SIGTERM) == 0 && ended < kMaxDaemons) stopped[ended++] = pid;
   });
-  if (!started) FatalCommand(command);
   // The file goes once the daemons are gone, so that none of them writes it again after.
   for (int i = 0; i < ended; ++i) {
     for (int wait = 0; wait < 40 && kill(stopped[i], 0) == 0; ++wait) usleep(50000);
@@ -251,10 +262,7 @@ int StopDaemon() {
 }
 
 int ShowThisProc() {
-  const char* command = "ps aux | grep 'qorclustd -start' | grep -v grep";
-  if (!RunShell(command, 128, [](char* line) { std::fputs(line, stdout); })) {
-    FatalCommand(command);
-  }
+  RunOrEnd(DaemonsCommand("aux", ""), 128, [](char* line) { std::fputs(line, stdout); });
   return 0;
 }
 

@@ -167,9 +167,8 @@ void RenderWatch(const MetricsView& v, std::string& out) {
          "Servers found silent, by the kind of the Detected_ line logged.");
   int first = v.role == kRoleMaster ? 1 : 2, last = v.role == kRoleMaster ? 1 : kDetectedKinds;
   for (int kind = first; kind <= last; ++kind) {
-    FixedText<32> text;
-    text.format("Detected_%d", kind);
-    Sample(out, "qorclustd_detections_total", {{"kind", text.c_str()}}, v.detected[kind - 1]);
+    Sample(out, "qorclustd_detections_total", {{"kind", DetectedWord(kind).c_str()}},
+           v.detected[kind - 1]);
   }
   const TakeoverTally& t = *v.takeovers;
   Family(out, "qorclustd_takeovers_started_total", "counter", "Take-over scripts started.");
