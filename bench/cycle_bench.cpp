@@ -9,42 +9,18 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "base/shell.h"
-#include "cli/daemon.h"
 #include "config/cpuset.h"
 #include "config/qorconf.h"
+#include "cycle_counters.h"
+#include "daemon/daemon.h"
 #include "store/clust_record.h"
 #include "store/pools.h"
 
 namespace {
-
-// Counts the pipelines the cycle starts; each still runs for real.
-class CountingShell : public qor::ShellRunner {
- public:
-  bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink,
-           int* status) override {
-    ++commands;
-    return qor::RealShell().Run(command, lineMax, seconds, sink, status);
-  }
-  bool Start(const char* command, qor::BackgroundShell* started) override {
-    ++commands;
-    return qor::RealShell().Start(command, started);
-  }
-  long commands = 0;
-};
-
-// The most recent process id the kernel handed out (last field of /proc/loadavg).
-long LastPid() {
-  std::ifstream in("/proc/loadavg");
-  std::string a, b, c, d;
-  long pid = 0;
-  in >> a >> b >> c >> d >> pid;
-  return pid;
-}
 
 size_t HeapInUse() {
   return mallinfo2().uordblks;
@@ -80,25 +56,25 @@ int main(int argc, char** argv) {
         "values ('benchslave','127.0.0.4','bench','slave','101','100');");
     qor::DbConn(qor::spool).Execute("delete from clusters;");
   }
-  CountingShell shell;
+  qorbench::CountingShell shell;
   qor::SetShellRunner(&shell);
   qor::DaemonState state;
   // On this machine's own namespace: its exporter's directory is not the bench's to write.
   state.metricsDir = nullptr;
-  state.counters.full = 1;
+  state.counters.form = qor::RowForm::kFull;
   for (int i = 0; i < 10; ++i) qor::DaemonCycle(state);
   size_t heap10 = HeapInUse();
 
   std::vector<double> ms;
-  long commands0 = shell.commands, pid0 = LastPid();
+  long commands0 = shell.pipelines, pid0 = qorbench::LastPid();
   for (int i = 0; i < 100; ++i) {
     auto t0 = std::chrono::steady_clock::now();
     qor::DaemonCycle(state);
     ms.push_back(
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count());
   }
-  double commands = static_cast<double>(shell.commands - commands0) / 100;
-  double processes = static_cast<double>(LastPid() - pid0) / 100;
+  double commands = static_cast<double>(shell.pipelines - commands0) / 100;
+  double processes = static_cast<double>(qorbench::LastPid() - pid0) / 100;
   for (int i = 110; i < 1000; ++i) qor::DaemonCycle(state);
   size_t heap1000 = HeapInUse();
 

@@ -14,17 +14,16 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <string>
 #include <vector>
 
 #include "base/clock.h"
 #include "base/shell.h"
-#include "cli/daemon.h"
-#include "cli/schedule.h"
 #include "config/cpuset.h"
 #include "config/qorconf.h"
 #include "config/qorver.h"
+#include "cycle_counters.h"
+#include "daemon/daemon.h"
+#include "daemon/schedule.h"
 #include "metrics/cpuinfo.h"
 #include "metrics/ifaddress.h"
 #include "metrics/utilisation.h"
@@ -32,29 +31,6 @@
 #include "store/pools.h"
 
 namespace {
-
-// The most recent process id this pid namespace handed out (last field of /proc/loadavg).
-long LastPid() {
-  std::ifstream in("/proc/loadavg");
-  std::string a, b, c, d;
-  long pid = 0;
-  in >> a >> b >> c >> d >> pid;
-  return pid;
-}
-
-class CountingShell : public qor::ShellRunner {
- public:
-  bool Run(const char* command, size_t lineMax, int seconds, qor::LineSink sink,
-           int* status) override {
-    ++pipelines;
-    return qor::RealShell().Run(command, lineMax, seconds, sink, status);
-  }
-  bool Start(const char* command, qor::BackgroundShell* started) override {
-    ++pipelines;
-    return qor::RealShell().Start(command, started);
-  }
-  long pipelines = 0;
-};
 
 double Median(std::vector<double> v) {
   std::sort(v.begin(), v.end());
@@ -87,7 +63,7 @@ int main(int argc, char** argv) {
   // The daemon's start-up, as far as the cycle needs it.
   qor::InitClusterMem();
   qor::InitCpusets();
-  qor::Timemill = qor::getqortimemill();
+  qor::Timemill = qor::GetQorTimeMill();
   qor::GetCpuinfo();
   char hostname[128] = {};
   gethostname(hostname, sizeof hostname - 1);
@@ -95,7 +71,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "lab_cycle_bench: no configuration\n");
     return 1;
   }
-  qor::getifaddress(qor::CurrentSvr, qor::cnf.netif.c_str());
+  qor::GetIfAddress(qor::CurrentSvr, qor::cnf.netif.c_str());
   qor::ConnectionPool = 5;
   if (qor::CheckClustConf(qor::CurrentSvr.c_str(), qor::Clust.clusterid, qor::Clust.role) !=
       qor::kClustConfValid) {
@@ -106,13 +82,13 @@ int main(int argc, char** argv) {
   qor::Clust.hostname.set(hostname);
   qor::Clust.ipaddress.set(qor::CurrentSvr);
   qor::DaemonState state;
-  qor::getcpuidle(&state.prevTotal, &state.prevIdle);
-  qor::getqorver(qor::QorVersion);
-  qor::MemUtil = qor::getmemutil();
-  qor::DiskUtil = qor::getdiskutil("/");
-  state.counters.full = 1;
+  qor::GetCpuIdle(&state.prevTotal, &state.prevIdle);
+  qor::GetQorVer(qor::QorVersion);
+  qor::MemUtil = qor::GetMemUtil();
+  qor::DiskUtil = qor::GetDiskUtil("/");
+  state.counters.form = qor::RowForm::kFull;
 
-  CountingShell shell;
+  qorbench::CountingShell shell;
   qor::SetShellRunner(&shell);
   std::vector<double> ms, lengths, cpu;
   long processes = 0;
@@ -123,9 +99,9 @@ int main(int argc, char** argv) {
     }
     top = t0;
     double c0 = CpuMs();
-    long p0 = LastPid();
+    long p0 = qorbench::LastPid();
     if (qor::DaemonCycle(state) != 0) break;
-    processes += LastPid() - p0;
+    processes += qorbench::LastPid() - p0;
     cpu.push_back(CpuMs() - c0);
     ms.push_back(
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count());

@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
   }
   qor::ActInfo info;
   Figure query = Measure(100, [&] {
-    qor::GetClusterSql(argv[1], "qordirect", "", "-all", &info, qor::ClustsOnMaster, 0);
+    qor::GetClusterSql(argv[1], "-all", &info, qor::ClustsOnMaster, qor::Db::kMaster);
   });
   if (info.count != 64) std::fprintf(stderr, "store_bench: read %d rows, not 64\n", info.count);
   Figure reconnect = Measure(100, [] { qor::ReconnectCluster(); });

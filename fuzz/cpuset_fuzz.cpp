@@ -16,13 +16,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   CpusetText sets[kCpusetSlots];
   int count = -1;
-  int rc = getcpuset(sets, text.c_str(), &count, procs);
+  int rc = GetCpuset(sets, text.c_str(), &count, procs);
   if (rc != 0 && rc != 1) std::abort();
   if (rc == 0 && (count < 0 || count > kCpusetSlots)) std::abort();
 
   cnf.cpuset.set(text.c_str());
   Cpu.cores = procs;
-  cnfcore();
-  charnum(text.c_str(), delimiter);
+  CnfCore();
+  CharNum(text.c_str(), delimiter);
   return 0;
 }

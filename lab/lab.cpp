@@ -5,7 +5,6 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +16,7 @@
 
 #include "lab/lab_files.h"
 #include "lab/ns_host.h"
+#include "lab/syslog_catcher.h"
 
 namespace qorlab {
 
@@ -234,8 +234,7 @@ std::string Lab::Prepare() {
              InHost(info_[i].name + "/root") + " /root && { [ ! -d /var/lib/prometheus ] || " +
              "mount --bind " + InHost(info_[i].name + "/prometheus") + " /var/lib/prometheus; }" +
              " && mkdir -p /var/lib/qorclustd && mount --bind " + InHost(info_[i].name + "/state") +
-             " /var/lib/qorclustd" +
-             links,
+             " /var/lib/qorclustd" + links,
          "sh", opts_.dir},
         RunOptions{});
     if (r.status != 0) return Failed(info_[i].name + ": mounts", r);
@@ -416,11 +415,12 @@ RunResult Lab::StartDaemonWithClock(int i, const std::string& offset) {
   RunResult lib = Shell(i, "find /usr/lib -name libfaketime.so.1 | head -n 1");
   if (lib.status != 0 || lib.out.empty()) return RunResult{1, "", "libfaketime not found", {}, {}};
   lib.out.pop_back();
-  return Host(i).Enter({"/usr/bin/env", "LD_PRELOAD=" + lib.out,
-                        "FAKETIME_TIMESTAMP_FILE=" + InHost(info_[i].name + "/faketime"),
-                        "FAKETIME_NO_CACHE=1", "FAKETIME_DONT_FAKE_MONOTONIC=1",
-                        "ASAN_OPTIONS=verify_asan_link_order=0", kInstalledQorclustd, "-start_boot"},
-                       RunOptions{});
+  return Host(i).Enter(
+      {"/usr/bin/env", "LD_PRELOAD=" + lib.out,
+       "FAKETIME_TIMESTAMP_FILE=" + InHost(info_[i].name + "/faketime"), "FAKETIME_NO_CACHE=1",
+       "FAKETIME_DONT_FAKE_MONOTONIC=1", "ASAN_OPTIONS=verify_asan_link_order=0",
+       kInstalledQorclustd, "-start_boot"},
+      RunOptions{});
 }
 
 // The daemon raises its own priority to the highest once it runs in a session of its own; after
@@ -466,15 +466,8 @@ bool Lab::Restore(int i) {
 // Each change of a link is noted, with its time, beside the hosts' syslog files.
 bool Lab::Link(int i, bool up) {
   std::string err = SetLink(bridge_, i, up);
-  timespec ts;
-  clock_gettime(CLOCK_REALTIME, &ts);
-  struct tm tm;
-  localtime_r(&ts.tv_sec, &tm);
-  char when[64];
-  size_t n = strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S", &tm);
-  snprintf(when + n, sizeof when - n, ".%03ld", ts.tv_nsec / 1000000);
   std::ofstream(opts_.dir + "/logs/links.log", std::ios::app)
-      << when << " " << info_.at(i).name << " link " << (up ? "up" : "down")
+      << WallStampMs() << " " << info_.at(i).name << " link " << (up ? "up" : "down")
       << (err.empty() ? "" : " failed: " + err) << "\n";
   return err.empty();
 }

@@ -31,6 +31,17 @@ std::string BindFile(const std::string& from, const std::string& to) {
   return "";
 }
 
+std::string WallStampMs() {
+  timespec ts;
+  clock_gettime(CLOCK_REALTIME, &ts);
+  struct tm tm;
+  localtime_r(&ts.tv_sec, &tm);
+  char stamp[64];
+  size_t len = strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &tm);
+  snprintf(stamp + len, sizeof stamp - len, ".%03ld", ts.tv_nsec / 1000000);
+  return stamp;
+}
+
 std::string SyslogText(const std::string& raw) {
   // "<13>Nov 22 20:23:00 ident[pid]: text" or "<13>Nov 22 20:23:00 ident: text"
   size_t gt = raw.find('>');
@@ -100,17 +111,11 @@ void SyslogCatcher::Keep(const char* msg, size_t n) {
     return;
   }
   while (n > 0 && (msg[n - 1] == '\n' || msg[n - 1] == '\0')) --n;
-  timespec ts;
-  clock_gettime(CLOCK_REALTIME, &ts);
-  struct tm tm;
-  localtime_r(&ts.tv_sec, &tm);
-  char stamp[64];
-  size_t len = strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &tm);
-  snprintf(stamp + len, sizeof stamp - len, ".%03ld ", ts.tv_nsec / 1000000);
   // One write per line, so that a reader never sees half a line.
-  std::string line = stamp;
+  std::string line = WallStampMs() + " ";
+  const size_t stamp = line.size();
   line.append(msg, n);
-  for (size_t i = len; i < line.size(); ++i) {
+  for (size_t i = stamp; i < line.size(); ++i) {
     if (line[i] == '\n') line[i] = ' ';
   }
   line += '\n';

@@ -56,6 +56,10 @@ std::string IsolateDevLog(const std::string& workdir, const std::string& socket)
 // Binds the file from on to, making an empty to first; an error text, empty on success.
 std::string BindFile(const std::string& from, const std::string& to);
 
+// The wall-clock time to the millisecond, as each line of a WriteTo file begins:
+// "2026-01-31 12:00:00.123".
+std::string WallStampMs();
+
 // The message text of a datagram or of a line of a WriteTo file: what follows "ident[pid]: ".
 std::string SyslogText(const std::string& raw);
 

@@ -4,8 +4,11 @@
 # the suite; the report says which test caught each one.
 #
 #   bash scripts/mutants.sh [--build DIR] [--only id,id] [--labels unit,store] [--out FILE]
+#   bash scripts/mutants.sh --check
 #   (DIR: build/, or $QOR_BUILD_DIR)
 #
+# --check builds and runs nothing: it lists every fault whose file is missing or whose old text
+# does not occur exactly once there, and exits 1 when there is any.
 # --only runs the named faults, --labels the faults that name one of these labels. Lab faults
 # may narrow the lab tests with a "tests:" regex. The first failing test stops the run of a fault
 # and is reported as its catcher; each test has a time limit, so a fault that hangs the code is
@@ -14,6 +17,24 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 build=${QOR_BUILD_DIR:-build} only="" labels="" out=""
+if [ "${1:-}" = "--check" ]; then
+  exec python3 - "$root" <<'EOF'
+import os, re, sys
+root = sys.argv[1]
+text = open(os.path.join(root, 'scripts/mutants.txt')).read()
+entries = re.findall(r'^id: (\S+)\n(.*?)^end$', text, re.S | re.M)
+bad = 0
+for fid, body in entries:
+    path = os.path.join(root, re.search(r'^file: (.*)$', body, re.M).group(1).strip())
+    old = re.search(r'^old:\n(.*?)^new:\n', body, re.S | re.M).group(1)
+    n = open(path).read().count(old) if os.path.isfile(path) else -1
+    if n != 1:
+        bad += 1
+        print('%s: %s' % (fid, 'no file ' + path if n < 0 else 'old text occurs %d times' % n))
+print('%d of %d faults stale' % (bad, len(entries)))
+sys.exit(1 if bad else 0)
+EOF
+fi
 while [ $# -gt 0 ]; do
   case $1 in
     --build) build=$2; shift 2 ;;

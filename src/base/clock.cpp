@@ -10,7 +10,7 @@ namespace qor {
 
 int64_t Timemill = 0;
 
-int64_t getqortimemill() {
+int64_t GetQorTimeMill() {
   struct timeval tv;
   gettimeofday(&tv, nullptr);
   return static_cast<int64_t>(tv.tv_sec) * 1000 + tv.tv_usec / 1000;
@@ -63,7 +63,7 @@ void FormatQorDate(char* text, size_t size, time_t t, int form) {
   }
 }
 
-time_t mygetdate(char* text, size_t size, int form) {
+time_t MyGetDate(char* text, size_t size, int form) {
   time_t now = time(nullptr);
   FormatQorDate(text, size, now, form);
   return now;

@@ -9,20 +9,20 @@
 namespace qor {
 
 // Seconds * 1000 + microseconds / 1000 of gettimeofday.
-int64_t getqortimemill();
+int64_t GetQorTimeMill();
 // Milliseconds of the monotonic clock, for durations: a wall clock set back would shorten them.
 int64_t MonotonicMill();
 // The same clock in microseconds, for durations that a loopback round trip fits in.
 int64_t MonotonicMicros();
 
-// Date text forms of mygetdate.
+// Date text forms of MyGetDate.
 enum DateForm { kDateTime = 0, kDateStamp = 1, kDateSlashed = 2, kDateMonth = 3 };
 
 // Returns time() and writes the same instant as local date text into text (form 1
 // YYYYMMDD_hhmmss, 2 YYYY/MM/DD, 3 YYYYMM, anything else YYYY/MM/DD hh:mm:ss).
-time_t mygetdate(char* text, size_t size, int form);
+time_t MyGetDate(char* text, size_t size, int form);
 
-// The text mygetdate writes for the instant t (local time).
+// The text MyGetDate writes for the instant t (local time).
 void FormatQorDate(char* text, size_t size, time_t t, int form);
 
 }  // namespace qor

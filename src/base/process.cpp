@@ -7,7 +7,7 @@
 
 namespace qor {
 
-int checkroot() {
+int CheckRoot() {
   return getuid() == 0 && geteuid() == 0 ? 0 : 1;
 }
 

@@ -4,7 +4,7 @@
 namespace qor {
 
 // 0 when the real and the effective user id are both 0 (root), 1 otherwise.
-int checkroot();
+int CheckRoot();
 
 // The command line this process shows to ps: main hands over its arguments once, and a child
 // that is not the daemon itself renames itself, so that the daemon's running check, -ps and -stop,

@@ -1,47 +1,12 @@
-// The cycle loop's schedule and the -lj listing's text.
+// The -lj listing's text.
 #include <gtest/gtest.h>
 
 #include <string>
-#include <tuple>
 
 #include "cli/json_listing.h"
-#include "cli/schedule.h"
 
 namespace qor {
 namespace {
-
-// The cycle loop's schedule, cycle by cycle from fresh counters.
-TEST(Schedule, EachCycleFromTheCounters) {
-  // tplsyncAt: the cycle in which a Tplsync request is raised (0: none); full: the flag the
-  // cycle's heartbeat writes with.
-  struct {
-    int tplsyncAt = 0, cycle = 0;
-    bool recheck = false, slow = false;
-    int full = 0;
-  } rows[] = {
-      {.cycle = 1, .full = 1},
-      {.cycle = 2},
-      {.cycle = 31, .recheck = true},
-      {.cycle = 32, .full = 1},
-      {.cycle = 61, .recheck = true},
-      {.cycle = 151, .recheck = true, .slow = true},
-      {.cycle = 152, .full = 1},
-      {.cycle = 181, .recheck = true},
-      {.cycle = 301, .recheck = true, .slow = true},
-      // A request pulls at once, and the schedule starts again from there.
-      {.tplsyncAt = 7, .cycle = 7, .slow = true},
-      {.tplsyncAt = 7, .cycle = 37, .recheck = true},
-      {.tplsyncAt = 7, .cycle = 157, .recheck = true, .slow = true},
-  };
-  for (const auto& r : rows) {
-    LoopCounters c;
-    for (int cycle = 1; cycle < r.cycle; ++cycle)
-      FinishCycle(c, PlanCycle(c, cycle == r.tplsyncAt));
-    const CyclePlan plan = PlanCycle(c, r.cycle == r.tplsyncAt);
-    EXPECT_EQ(std::tuple(plan.recheck, plan.slow, c.full), std::tuple(r.recheck, r.slow, r.full))
-        << "cycle " << r.cycle;
-  }
-}
 
 // Whatever bytes a row holds, the text is JSON and UTF-8: characters pass, the rest is U+FFFD.
 TEST(JsonListing, StringsAreValidUtf8) {

@@ -11,21 +11,22 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "base/process.h"
+#include "base/progname.h"
 #include "cli/admin.h"
 #include "cli/explain.h"
 #include "cli/maintenance_cmd.h"
-#include "cli/daemon.h"
-#include "cli/progname.h"
-#include "cli/schedule.h"
 #include "cli/status.h"
 #include "cli/usage.h"
 #include "config/cpuset.h"
 #include "config/qorconf.h"
+#include "daemon/daemon.h"
+#include "daemon/schedule.h"
 #include "membership/heartbeat.h"
 #include "membership/monitor.h"
 #include "membership/nodedown.h"
 #include "metrics/cpuinfo.h"
 #include "metrics/ifaddress.h"
+#include "net/ping.h"
 #include "replication/replication.h"
 #include "store/clust_record.h"
 #include "store/cluster_query.h"
@@ -62,7 +63,7 @@ int PingCommand(const CommandArgs& a) {
     Usage();
     return 0;
   }
-  if (Ping(host, 1, a.line.tries) == 0) {
+  if (Ping(host, a.line.tries) == 0) {
     std::printf("ping OK! (%s)\n", host);
     return 0;
   }
@@ -128,7 +129,7 @@ int StartNocheck(const CommandArgs&) {
 // Words that need root: refused, they print so and still end with 0.
 template <int (*Run)(const CommandArgs&)>
 int AsRoot(const CommandArgs& a) {
-  if (checkroot() != 0) {
+  if (CheckRoot() != 0) {
     std::puts("Please sudo this!");
     return 0;
   }
@@ -157,13 +158,13 @@ int Proc(const CommandArgs&) {
 
 // One heartbeat writing the whole row, then what the two databases hold.
 int Update(const CommandArgs&) {
-  UpdateCluster(1);
+  UpdateCluster(RowForm::kFull);
   return ShowTwoDatabases(0);
 }
 
 // Ends only after the take-over scripts its pass started, as the listing may show their work.
 int Monitor(const CommandArgs&) {
-  MonitorCluster(1);
+  MonitorCluster();
   WaitQordown();
   return ShowTwoDatabases(0);
 }
@@ -292,7 +293,7 @@ int QorMain(int argc, char** argv) {
 
   if (word == "-v") return ShowVersion();
   if (word == "-qorver") {
-    if (checkroot() != 0) {
+    if (CheckRoot() != 0) {
       std::puts("Please sudo this!");
       return 1;
     }
@@ -301,7 +302,7 @@ int QorMain(int argc, char** argv) {
 
   InitClusterMem();
   InitCpusets();
-  Timemill = getqortimemill();
+  Timemill = GetQorTimeMill();
   GetCpuinfo();
   char hostname[128] = {};
   gethostname(hostname, sizeof hostname - 1);
@@ -309,12 +310,12 @@ int QorMain(int argc, char** argv) {
     std::puts("STAT:ENVQOR_READ_ERROR");
     return 0;
   }
-  getifaddress(CurrentSvr, cnf.netif.c_str());
+  GetIfAddress(CurrentSvr, cnf.netif.c_str());
   ConnectionPool = word == "-start" || word == "-start_boot" ? 5 : 1;
   if (StopsOutsideCluster(StopLevel::kNotice)) return 1;
   if (!(word == "-dblisten")) ReconnectCluster();
   CheckCluster(&MasterAlive, &SlaveAlive, Cluster, cnf.clustmaster.c_str(), cnf.clustslave.c_str(),
-               cnf.dbuser.c_str(), cnf.dbpwd.c_str(), ClustsTemp);
+               ClustsTemp);
   Clust.hostname.set(hostname);
   Clust.ipaddress.set(CurrentSvr);
   int status = Dispatch(CommandArgs{line, hostname});

@@ -13,6 +13,7 @@
 #include "membership/monitor_decision.h"
 #include "membership/takeover_queue.h"
 #include "membership/watch.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
 
@@ -34,11 +35,11 @@ std::string Describe(const RowVerdict& v, const RowSeen& seen, const PassGuard& 
     case Takeover::kRun:
       return "mark " + status + " and take over";
     case Takeover::kHold:
-      return guard.cutOff ? "hold the take-over: cut-off guard (nobody writing, " +
-                                std::string(peer) + " silent)"
-                          : "hold the take-over: mass-silence brake (" +
-                                std::to_string(guard.silent) + " of " +
-                                std::to_string(guard.others) + " silent, not confirmed)";
+      return guard.cutOff
+                 ? "hold the take-over: cut-off guard (nobody writing, " + std::string(peer) +
+                       " silent)"
+                 : "hold the take-over: mass-silence brake (" + std::to_string(guard.silent) +
+                       " of " + std::to_string(guard.others) + " silent, not confirmed)";
     case Takeover::kPeerDone:
       return "mark " + status + ": already taken over by " + peer;
     case Takeover::kOneDb:
@@ -83,9 +84,8 @@ int Explain(bool json) {
   bool read[2] = {false, false};
   for (Db db : kDbs) {
     int i = Index(db);
-    read[i] = GetClusterSql(AddressOf(db), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all",
-                            infos[i], rows[i], i) == kDbOk &&
-              infos[i]->side == i;
+    read[i] =
+        GetClusterSql(AddressOf(db), "-all", infos[i], rows[i], db) == kDbOk && infos[i]->side == i;
     if (read[i]) Detector().seen.Read(db, rows[i], infos[i]->count, nowMs, true);
   }
   // The slave judges from its own database only while the master's cannot be read; the master
@@ -108,7 +108,7 @@ int Explain(bool json) {
   for (const ClustRecord* r : judged) guardRows.push_back(GuardRowOf(*r, home, nowMs));
   bool asked = false, answers = false;
   PassGuard guard = GuardOf(guardRows, [&] {
-    if (!asked) answers = Ping(peer, 1, 3) == 0;
+    if (!asked) answers = Ping(peer) == 0;
     asked = true;
     return answers;
   });
@@ -136,13 +136,14 @@ int Explain(bool json) {
                 observed ? "true" : "false", home == Db::kMaster ? "master" : "slave");
     for (size_t i = 0; i < out.size(); ++i) {
       const Explained& e = out[i];
-      std::printf("%s{\"hostname\":%s,\"ipaddress\":%s,\"status\":%d,\"silent_seconds\":%s,"
-                  "\"other_silent_seconds\":%s,\"action\":%s}",
-                  i > 0 ? "," : "", Quoted(e.row->hostname.c_str()).c_str(),
-                  Quoted(e.row->ipaddress.c_str()).c_str(), e.row->status,
-                  Seconds(e.seen.rawSilentMs).c_str(),
-                  e.seen.otherSilentMs < 0 ? "null" : Seconds(e.seen.otherSilentMs).c_str(),
-                  Quoted(e.action.c_str()).c_str());
+      std::printf(
+          "%s{\"hostname\":%s,\"ipaddress\":%s,\"status\":%d,\"silent_seconds\":%s,"
+          "\"other_silent_seconds\":%s,\"action\":%s}",
+          i > 0 ? "," : "", Quoted(e.row->hostname.c_str()).c_str(),
+          Quoted(e.row->ipaddress.c_str()).c_str(), e.row->status,
+          Seconds(e.seen.rawSilentMs).c_str(),
+          e.seen.otherSilentMs < 0 ? "null" : Seconds(e.seen.otherSilentMs).c_str(),
+          Quoted(e.action.c_str()).c_str());
     }
     std::printf("],\"takeovers\":[");
     for (size_t i = 0; i < record.size(); ++i) {
@@ -153,7 +154,8 @@ int Explain(bool json) {
     std::puts("]}");
     return 0;
   }
-  if (!observed) std::puts("no observations of the daemon here (is it running?): silences from now");
+  if (!observed)
+    std::puts("no observations of the daemon here (is it running?): silences from now");
   std::printf("judging from the %s's database, %d servers writing, %d silent\n",
               home == Db::kMaster ? "master" : "slave", guard.writing, guard.silent);
   for (const Explained& e : out) {

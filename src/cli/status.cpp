@@ -8,6 +8,7 @@
 #include "base/shell.h"
 #include "cli/json_listing.h"
 #include "config/qorconf.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/lookups.h"
 #include "store/pools.h"
@@ -20,8 +21,7 @@ namespace {
 // and 1 when there are none (or, for a single-row question, not exactly one).
 int ShowAddresses(const char* selector, bool exactlyOne, const char* none) {
   ActInfo info;
-  GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), selector, &info,
-                ClustsOnMaster, 0);
+  GetClusterSql(cnf.clustmaster.c_str(), selector, &info, ClustsOnMaster, Db::kMaster);
   if (exactlyOne ? info.count != 1 : info.count < 1) {
     std::puts(none);
     return 1;
@@ -77,7 +77,7 @@ int ShowTwoDatabases(int full) {
   };
   for (const auto& side : sides) {
     std::puts(side[0]);
-    if (Ping(side[1], 1, 3) == 0) {
+    if (Ping(side[1]) == 0) {
       ShowClusterList(side[1], full);
     } else {
       std::printf("%s is not running!\n", side[1]);
@@ -91,12 +91,11 @@ namespace {
 // The rows of server's database into ClustsOnMaster, through the pool ReadClusterList would take;
 // false when the query failed.
 bool ReadRows(const char* server, ActInfo* info) {
-  const int target = !(mpool != nullptr && cnf.clustmaster == server) && spool != nullptr &&
-                             cnf.clustslave == server
-                         ? 1
-                         : 0;
-  return GetClusterSql(server, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all", info, ClustsOnMaster,
-                       target) == kDbOk;
+  const Db db = !(mpool != nullptr && cnf.clustmaster == server) && spool != nullptr &&
+                        cnf.clustslave == server
+                    ? Db::kSlave
+                    : Db::kMaster;
+  return GetClusterSql(server, "-all", info, ClustsOnMaster, db) == kDbOk;
 }
 
 }  // namespace
@@ -109,7 +108,7 @@ int ShowTwoDatabasesJson() {
   std::string out = "{\"databases\":[";
   bool unread = false;
   for (int i = 0; i < 2 && Cluster; ++i) {
-    const bool answers = Ping(sides[i][1], 1, 3) == 0;
+    const bool answers = Ping(sides[i][1]) == 0;
     ActInfo info;
     const bool read = answers && ReadRows(sides[i][1], &info);
     // A database that answers but whose rows cannot be read would list nobody, and a script

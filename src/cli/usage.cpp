@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "cli/progname.h"
+#include "base/progname.h"
 #include "config/qorver.h"
 
 namespace qor {
@@ -64,7 +64,7 @@ int ShowVersion() {
 
 int ShowQorVersion() {
   FixedText<128> version;
-  if (getqorver(version) != 0) return 1;
+  if (GetQorVer(version) != 0) return 1;
   std::printf("%s\n", version.c_str());
   return 0;
 }

@@ -77,7 +77,7 @@ int CollectSets(CpusetText* cpusets, const char* sets, bool groups, int* count) 
 
 }  // namespace
 
-int getcpuset(CpusetText* cpusets, const char* sets, int* cpusetnum, int proccount) {
+int GetCpuset(CpusetText* cpusets, const char* sets, int* cpusetnum, int proccount) {
   Trace("_xgetcpuset(1): cpuset=%s *cpusetnum=%d proccount=%d\n", sets, *cpusetnum, proccount);
   if (sets == nullptr || *sets == '\0') {
     *cpusetnum = 0;
@@ -107,7 +107,7 @@ int getcpuset(CpusetText* cpusets, const char* sets, int* cpusetnum, int proccou
   for (int i = 0; i < count; ++i) {
     FixedText<128> work, before, after;
     work.set(cpusets[i]);
-    getval2(before, after, work.data(), '-');
+    GetVal2(before, after, work.data(), '-');
     int first = std::atoi(before.c_str());
     int end = std::atoi(after.c_str());
     Trace("_xgetcpuset(4): i=%d p1=%d p2=%d p3=%d\n", i, first, end, last);
@@ -130,7 +130,7 @@ int getcpuset(CpusetText* cpusets, const char* sets, int* cpusetnum, int proccou
   return 0;
 }
 
-int charsplit(char* text, const char* delimiters, char** parts, int maxParts) {
+int CharSplit(char* text, const char* delimiters, char** parts, int maxParts) {
   int n = 0;
   char* p = text;
   while (*p && n < maxParts) {
@@ -181,7 +181,7 @@ int EchoEscape(const char* s, int* len) {
 // echo's option and prints nothing, and an odd number of single quotes is a shell syntax error
 // (no output, 0). Text between an even number of quotes is counted as written: the shell would
 // have run it as commands, which is exactly what this must not do.
-int charnum(const char* text, char delimiter) {
+int CharNum(const char* text, char delimiter) {
   if (text == nullptr) return 0;
   int quotes = 0;
   for (const char* p = text; *p; ++p) quotes += *p == '\'';
@@ -205,11 +205,11 @@ int charnum(const char* text, char delimiter) {
   return count;
 }
 
-int coreint(const char* range) {
+int CoreInt(const char* range) {
   FixedText<128> work;
   work.set(range);
   char* parts[kMaxSplitParts];
-  int n = charsplit(work.data(), "-", parts, kMaxSplitParts);
+  int n = CharSplit(work.data(), "-", parts, kMaxSplitParts);
   // A piece without a second number names one processor (the 9 of 0-7,9), so it counts 1.
   if (n < 2) return 1;
   return ClampToInt(static_cast<double>(std::atoi(parts[1])) - std::atoi(parts[0]) + 1);
@@ -226,8 +226,8 @@ void CoresFromCpuset(const char* cpuset) {
   char* parts[kMaxSplitParts];
   int pieces = 0;
   if (commas) {
-    int split = charsplit(text.data(), ",", parts, kMaxSplitParts);
-    pieces = charnum(text2.c_str(), ',') + 1;
+    int split = CharSplit(text.data(), ",", parts, kMaxSplitParts);
+    pieces = CharNum(text2.c_str(), ',') + 1;
     // Empty pieces (",,") are not stored by the split; only stored pieces are summed.
     if (pieces > split) pieces = split;
   }
@@ -235,10 +235,10 @@ void CoresFromCpuset(const char* cpuset) {
   if (dashes) {
     if (commas) {
       Trace("_cnfcore(2):arrlen=%d coreflg=%d\n", pieces, 1);
-      for (int i = 0; i < pieces; ++i) total += coreint(parts[i]);
+      for (int i = 0; i < pieces; ++i) total += CoreInt(parts[i]);
     } else {
       Trace("_cnfcore(3):cpusetchar2=%s\n", text2.c_str());
-      total = coreint(text2.c_str());
+      total = CoreInt(text2.c_str());
     }
   }
   if (total != 0) Cpu.cores = ClampToInt(static_cast<double>(total));

@@ -22,7 +22,7 @@ extern CpusetText Mems[kCpusetSlots];
 void InitCpusets();
 
 // 0 when sets was understood, 1 when it is empty or malformed. proccount: logical processors.
-int getcpuset(CpusetText* cpusets, const char* sets, int* cpusetnum, int proccount);
+int GetCpuset(CpusetText* cpusets, const char* sets, int* cpusetnum, int proccount);
 
 // Recomputes Cpu.cores from cnf.cpuset when it names ranges.
 // Sets Cpu.cores to the number of processors cpuset names ("0-7,16-23" gives 16); a set
@@ -30,11 +30,11 @@ int getcpuset(CpusetText* cpusets, const char* sets, int* cpusetnum, int proccou
 void CoresFromCpuset(const char* cpuset);
 
 // Size b - a + 1 of a range a-b; a piece naming a single processor counts 1.
-int coreint(const char* range);
+int CoreInt(const char* range);
 
 // Splits text in place at any of the delimiter characters, skipping empty pieces; stores at most
 // maxParts pieces and returns how many it stored.
-int charsplit(char* text, const char* delimiters, char** parts, int maxParts);
+int CharSplit(char* text, const char* delimiters, char** parts, int maxParts);
 constexpr int kMaxSplitParts = 128;
 
 // Processor counts and the limits derived from them come from configured text, so they are
@@ -47,6 +47,6 @@ inline int ClampToInt(double v) {
 }
 
 // Number of occurrences of delimiter in text, as the platform's shell count has always given it.
-int charnum(const char* text, char delimiter);
+int CharNum(const char* text, char delimiter);
 
 }  // namespace qor

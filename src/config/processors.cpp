@@ -3,8 +3,5 @@
 namespace qor {
 
 CpuRecord Cpu;
-double CpuUtil = 0.0;
-double MemUtil = 0.0;
-double DiskUtil = 0.0;
 
 }  // namespace qor

@@ -1,6 +1,6 @@
-// The processor record and utilisation figures of this host. The host metrics measure it; the configuration derives its
-// container limits from it and may replace the core count from the configured processor sets, so it
-// lives here, below both.
+// The processor record of this host. The host metrics measure it; the configuration derives its
+// container limits from it and may replace the core count from the configured processor sets, so
+// it lives here, below both.
 #pragma once
 
 #include "base/fixed_text.h"
@@ -19,11 +19,5 @@ struct CpuRecord {
 
 // This host's processor facts.
 extern CpuRecord Cpu;
-
-// Processor, memory and disk utilisation as fractions from 0 to 1: measured by the host metrics,
-// written by the full row update.
-extern double CpuUtil;
-extern double MemUtil;
-extern double DiskUtil;
 
 }  // namespace qor

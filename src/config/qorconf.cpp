@@ -230,7 +230,7 @@ void ApplyKey(const Key& k, const char* value) {
     case Rule::kInt:
       if (*value == '\0') {
         cnf.*k.integer = 0;
-      } else if (isnumber(value)) {
+      } else if (IsNumber(value)) {
         cnf.*k.integer = DigitsToInt(k.match, value, cnf.*k.integer);
       }
       break;
@@ -258,7 +258,7 @@ void ApplyKey(const Key& k, const char* value) {
       break;
     case Rule::kCpuset:
       SetTextOr(cnf.cpuset, value, k.dflt);
-      getcpuset(Cpusets, cnf.cpuset.c_str(), &Cpusetnum, Cpu.procs);
+      GetCpuset(Cpusets, cnf.cpuset.c_str(), &Cpusetnum, Cpu.procs);
       break;
     case Rule::kFloatIfSet:
       if (*value != '\0') cnf.*k.real = static_cast<float>(std::atof(value));
@@ -273,7 +273,7 @@ void ApplyKey(const Key& k, const char* value) {
 bool ApplyLine(char* raw, char* lower) {
   for (const Key& k : kKeys) {
     if (std::strncmp(lower, k.match, std::strlen(k.match)) != 0) continue;
-    ApplyKey(k, getvalptr(k.keepCase ? raw : lower, '='));
+    ApplyKey(k, GetValPtr(k.keepCase ? raw : lower, '='));
     return k.counted;
   }
   return false;
@@ -300,7 +300,7 @@ int RoleCodeOf(const char* role) {
   return kRoleOther;
 }
 
-void cnfcore() {
+void CnfCore() {
   CoresFromCpuset(cnf.cpuset.c_str());
 }
 
@@ -316,10 +316,10 @@ int GetQorconf() {
   while (in.Next(raw, sizeof raw)) {
     if (raw[0] == '\0') continue;
     std::memcpy(lower, raw, std::strlen(raw) + 1);
-    strtolower(lower);
+    StrToLower(lower);
     if (ApplyLine(raw, lower)) ++count;
   }
-  cnfcore();
+  CnfCore();
   DeriveLimits();
   Trace("_xgetqorconf(1): %d parameters are read\n", count);
   Trace("_xgetqorconf(1): cpusets[%d]=%s cnf.cpuset=%s cpusetnum=%d\n", 0, Cpusets[0].c_str(),

@@ -95,7 +95,7 @@ int GetQorconf();
 int CheckClustConf(const char* own, FixedText<128>& clusterid, FixedText<128>& role);
 
 // Cpu.cores from the configured processor sets (cnf.cpuset), when they name any.
-void cnfcore();
+void CnfCore();
 
 // Number of keys the reader knows.
 constexpr int kCnfKeyCount = 114;

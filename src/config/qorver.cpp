@@ -11,7 +11,7 @@ namespace qor {
 
 FixedText<128> QorVersion;
 
-int getqorver(FixedText<128>& out) {
+int GetQorVer(FixedText<128>& out) {
   return ReadQorVersion(kEnvFile, out);
 }
 
@@ -24,7 +24,7 @@ int ReadQorVersion(const char* path, FixedText<128>& out) {
     ChopLast(line);
     if (std::strncmp(line, "QOR_VERSION", 11) == 0) {
       // A value longer than the 127 characters the version field holds is cut there.
-      getval(out, line, '=');
+      GetVal(out, line, '=');
       return 0;
     }
   }

@@ -7,7 +7,7 @@ namespace qor {
 
 // 0 with the value in out (cut at 127 characters), 1 when the file cannot be opened or holds no
 // line beginning with QOR_VERSION.
-int getqorver(FixedText<128>& out);
+int GetQorVer(FixedText<128>& out);
 // The same from the environment file at path.
 int ReadQorVersion(const char* path, FixedText<128>& out);
 

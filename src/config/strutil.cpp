@@ -5,7 +5,7 @@
 
 namespace qor {
 
-int strtrim(char* text) {
+int StrTrim(char* text) {
   if (text == nullptr) return -1;
   size_t len = std::strlen(text);
   size_t end = len;
@@ -17,16 +17,16 @@ int strtrim(char* text) {
   return static_cast<int>(len - (end - start));
 }
 
-void strtrimlf(char* text) {
+void StrTrimLf(char* text) {
   if (text == nullptr) return;
   for (char* p = text; *p; ++p) {
     if (*p == '\n') *p = '\0';
   }
 }
 
-int strtrimsq(char* text) {
+int StrTrimSq(char* text) {
   if (text == nullptr) return -1;
-  strtrim(text);
+  StrTrim(text);
   int removed = 0;
   size_t len = std::strlen(text);
   if (len > 0 && text[len - 1] == '\'') {
@@ -40,7 +40,7 @@ int strtrimsq(char* text) {
   return removed;
 }
 
-int isnumber(const char* text) {
+int IsNumber(const char* text) {
   if (text == nullptr) return 0;
   int n = 0;
   for (const char* p = text; *p; ++p, ++n) {
@@ -49,25 +49,25 @@ int isnumber(const char* text) {
   return n;
 }
 
-char* strtolower(char* text) {
+char* StrToLower(char* text) {
   for (char* p = text; p && *p; ++p)
     *p = static_cast<char>(std::tolower(static_cast<unsigned char>(*p)));
   return text;
 }
 
-char* strtoupper(char* text) {
+char* StrToUpper(char* text) {
   for (char* p = text; p && *p; ++p)
     *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
   return text;
 }
 
-char* getvalptr(char* line, char sep) {
+char* GetValPtr(char* line, char sep) {
   char* nl = std::strchr(line, '\n');
   if (nl != nullptr) *nl = '\0';
   char* at = std::strchr(line, sep == '\0' ? '=' : sep);
   if (at == nullptr) return line + std::strlen(line);
   char* value = at + 1;
-  strtrimsq(value);
+  StrTrimSq(value);
   return value;
 }
 

@@ -7,8 +7,8 @@
 namespace qor {
 
 template <size_t K, size_t V>
-void getval2(FixedText<K>& key, FixedText<V>& value, char* line, char sep) {
-  strtrimlf(line);
+void GetVal2(FixedText<K>& key, FixedText<V>& value, char* line, char sep) {
+  StrTrimLf(line);
   if (sep == '\0') sep = '=';
   const char* at = std::strchr(line, sep);
   if (at == nullptr) {

@@ -4,6 +4,7 @@
 
 #include "base/log.h"
 #include "config/qorconf.h"
+#include "net/ping.h"
 #include "store/pools.h"
 
 namespace qor {
@@ -11,7 +12,7 @@ namespace qor {
 namespace {
 
 bool Cleanable(const char* address) {
-  return std::strcmp(address, "0") != 0 && Ping(address, 1, 3) == 0;
+  return std::strcmp(address, "0") != 0 && Ping(address) == 0;
 }
 
 }  // namespace
@@ -34,16 +35,15 @@ int DeleteNullSql(const char* server) {
   return ExecuteFor(PoolOfAddress(server), sql, "deletenullsql", "delete", server);
 }
 
-int DeleteLumoBRSql(const char* server, int target) {
-  Trace("_xdeletelumobrsql(1):dbsvr=%s\n", server);
+int DeleteLumoBRSql(Db db) {
+  Trace("_xdeletelumobrsql(1):dbsvr=%s\n", AddressOf(db));
   // The doubled percent signs reach the database as they stand.
   const char* sql =
       "update qor.containers set containerid=NULL,containername=NULL,username=NULL,groupname=NULL,"
       "organizationname=NULL where (containername like 'lumobr_%%' or containername like "
       "'lumodt_%%') and date_add(updated_at, INTERVAL 5 MINUTE) <= now();";
   Trace("_xdeletelumobrsql(2):%s\n", sql);
-  QzPool* pool = target == 0 ? PoolOf(Db::kMaster) : target == 1 ? PoolOf(Db::kSlave) : nullptr;
-  return ExecuteFor(pool, sql, "deletelumobrsql", "delete", server);
+  return ExecuteFor(PoolOf(db), sql, "deletelumobrsql", "delete", AddressOf(db));
 }
 
 }  // namespace qor

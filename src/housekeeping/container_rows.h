@@ -3,6 +3,8 @@
 // released (slow work). Each statement runs on one pool, never on both.
 #pragma once
 
+#include "store/clust_record.h"
+
 namespace qor {
 
 // Standalone: the configured database server; in a cluster, on the master and the slave, each of
@@ -11,7 +13,7 @@ int CheckAllRsvContainers();
 // server selects the pool by address. 0 (also when no pool serves it), 500 without a live
 // connection.
 int DeleteNullSql(const char* server);
-// target selects the pool (0 master's, 1 slave's); server names it in messages only.
-int DeleteLumoBRSql(const char* server, int target);
+// Runs on db's pool only.
+int DeleteLumoBRSql(Db db);
 
 }  // namespace qor

@@ -9,11 +9,11 @@
 #include "config/processors.h"
 #include "config/qorconf.h"
 #include "membership/heartbeat_decision.h"
-#include "metrics/containers.h"
 #include "metrics/cpuinfo.h"
 #include "metrics/ifaddress.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
+#include "store/containers.h"
 
 namespace qor {
 
@@ -24,14 +24,14 @@ ActInfo sactinfo;
 // Raised by the slave and member heartbeats, cleared by the cycle loop after its pull.
 int Tplsync = 0;
 
-int UpdateCluster(int full) {
+int UpdateCluster(RowForm form) {
   switch (ClustRole) {
     case kRoleMaster:
-      return UpdateMaster(full);
+      return UpdateMaster(form);
     case kRoleSlave:
-      return UpdateSlave(full);
+      return UpdateSlave(form);
     case kRoleMember:
-      return UpdateMember(full);
+      return UpdateMember(form);
     default:
       std::puts("Unknown Role error!");
       LogError("updatecluster(1) unknown role error!\n");
@@ -40,17 +40,18 @@ int UpdateCluster(int full) {
 }
 
 void FillOwnRecord(const char* containersOf) {
-  Timemill = getqortimemill();
+  Timemill = GetQorTimeMill();
   char host[128] = {};
   gethostname(host, sizeof host - 1);
   Clust.hostname.set(host);
   // An interface without an IPv4 address leaves the address the row last carried.
-  getifaddress(Clust.ipaddress, cnf.netif.c_str());
+  GetIfAddress(Clust.ipaddress, cnf.netif.c_str());
   Clust.clusterid.set(cnf.clustid);
   Clust.role.set(cnf.clustrole);
   CountContainers(containersOf);
   Clust.containers = Containers;
-  GetCpuData();
+  // Lumo browser and desktop containers do not count against the limits.
+  GetCpuData(Containers, [] { return ClustRole == kRoleMember ? 0 : GetLumoContainerSql(); });
   GetQorconf();
   Clust.cpuinfo.set(Cpu.model);
   Clust.cpus = Cpu.cpus;

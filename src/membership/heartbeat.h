@@ -20,12 +20,12 @@ extern ActInfo sactinfo;
 // 1 when a heartbeat asks the cycle loop for a template pull now; the loop sets it back to 0.
 extern int Tplsync;
 
-// full: 1 writes the whole row, 0 the short form. The role writer's result, or 1 for a role
-// that is none of master, slave and member.
-int UpdateCluster(int full);
-int UpdateMaster(int full);
-int UpdateSlave(int full);
-int UpdateMember(int full);
+// form: the whole row or the short form. The role writer's result, or 1 for a role that is none
+// of master, slave and member.
+int UpdateCluster(RowForm form);
+int UpdateMaster(RowForm form);
+int UpdateSlave(RowForm form);
+int UpdateMember(RowForm form);
 
 // The measuring part every role writer shares: Timemill, host name, own address, cluster id and
 // role text (as configured before the re-read), the container count of containersOf, the

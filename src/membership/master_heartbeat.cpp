@@ -7,9 +7,10 @@
 #include "config/qorconf.h"
 #include "membership/heartbeat.h"
 #include "membership/heartbeat_decision.h"
-#include "metrics/containers.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
+#include "store/containers.h"
 #include "store/pools.h"
 
 namespace qor {
@@ -40,7 +41,7 @@ void LogMasterNote(MasterNote note, const ClustRecord& Mm, const ClustRecord& Ms
 
 // The master's database holds the master's and the slave's rows: the slave's database decides
 // with it when its server answers.
-int WritePair(int full) {
+int WritePair(RowForm form) {
   const Db own = ReadDb(mactinfo, Db::kMaster);
   const char* slave = cnf.clustslave.c_str();
   ClustRecord& Mm = *ClustsOnMaster[0];
@@ -48,9 +49,8 @@ int WritePair(int full) {
   CopyOwnValues(Mm, Clust, Containers);
   // A read that failed counts as a slave that did not answer: it says nothing about the copy,
   // and an insert after it would give the master a second row there.
-  bool answered =
-      Ping(slave, 1, 3) == 0 && GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(),
-                                              "-master", &sactinfo, ClustsOnSlave, 1) == kDbOk;
+  bool answered = Ping(slave) == 0 &&
+                  GetClusterSql(slave, "-master", &sactinfo, ClustsOnSlave, Db::kSlave) == kDbOk;
   // Only a read of this cycle says anything about the slave's copy.
   const ClustRecord* Sm = answered && sactinfo.count == 1 ? ClustsOnSlave[0] : nullptr;
   MasterRowDecision d = DecideMasterRow(Mm, Ms, Sm, answered, sactinfo.count);
@@ -63,18 +63,18 @@ int WritePair(int full) {
         LogError("updatemaster(16) %d master rows found on %s, left unchanged there",
                  sactinfo.count, slave);
       }
-      UpdateClusterSql(own, ClustsOnMaster, 0, d.withlastwrite, full);
+      UpdateClusterSql(own, *ClustsOnMaster[0], d.withlastwrite, form);
       return kHeartbeatDone;
     case MasterAction::kWriteBoth:
-      UpdateClusterSql(own, ClustsOnMaster, 0, d.withlastwrite, full);
+      UpdateClusterSql(own, *ClustsOnMaster[0], d.withlastwrite, form);
       Mm.id = Sm->id;
-      UpdateClusterSql(Db::kSlave, ClustsOnMaster, 0, d.withlastwrite, full);
+      UpdateClusterSql(Db::kSlave, *ClustsOnMaster[0], d.withlastwrite, form);
       return kHeartbeatDone;
     case MasterAction::kInsertIntoSlave:
       if (InsertOwnRow("updatemaster", 8, Db::kSlave, Mm.status, Mm.status) != kHeartbeatDone) {
         return kHeartbeatStopped;
       }
-      UpdateClusterSql(own, ClustsOnMaster, 0, d.withlastwrite, full);
+      UpdateClusterSql(own, *ClustsOnMaster[0], d.withlastwrite, form);
       return kHeartbeatDone;
   }
   return kHeartbeatDone;
@@ -83,39 +83,37 @@ int WritePair(int full) {
 // The master's own database is there but failed the read (hung, refusing): nothing can be judged,
 // but the master's copy in the slave's database keeps moving, so that nobody who reads that
 // database takes a running master for a dead one.
-int KeepAliveOnSlave(int full) {
+int KeepAliveOnSlave(RowForm form) {
   const char* slave = cnf.clustslave.c_str();
-  if (Ping(slave, 1, 3) != 0) return kHeartbeatStopped;
-  GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master", &sactinfo, ClustsOnSlave,
-                1);
+  if (Ping(slave) != 0) return kHeartbeatStopped;
+  GetClusterSql(slave, "-master", &sactinfo, ClustsOnSlave, Db::kSlave);
   if (sactinfo.count != 1) return kHeartbeatStopped;
   LogNotice("updatemaster(17) own database failed, row kept on %s", slave);
   CopyOwnValues(*ClustsOnSlave[0], Clust, Containers);
-  UpdateClusterSql(Db::kSlave, ClustsOnSlave, 0, 0, full);
+  UpdateClusterSql(Db::kSlave, *ClustsOnSlave[0], 0, form);
   return kHeartbeatDone;
 }
 
 }  // namespace
 
-int UpdateMaster(int full) {
+int UpdateMaster(RowForm form) {
   if (!BeginHeartbeat({"updatemaster", kRoleMaster, "Master", "master", 15},
                       cnf.clustmaster.c_str())) {
     return kHeartbeatStopped;
   }
 
   const char* master = cnf.clustmaster.c_str();
-  int read = GetClusterSql(master, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave",
-                           &mactinfo, ClustsOnMaster, 0);
+  int read = GetClusterSql(master, "-master_slave", &mactinfo, ClustsOnMaster, Db::kMaster);
   Trace("_xupdatemaster(4): mactinfo.count=%d\n", mactinfo.count);
-  if (read != kDbOk && mpool != nullptr) return KeepAliveOnSlave(full);
+  if (read != kDbOk && mpool != nullptr) return KeepAliveOnSlave(form);
   const Db own = ReadDb(mactinfo, Db::kMaster);
   switch (ClassifyPair(mactinfo.count, *ClustsOnMaster[0], "master")) {
     case PairRows::kBoth:
-      return WritePair(full);
+      return WritePair(form);
     case PairRows::kOwnOnly:
       // Without the slave's row there is nothing to judge against: no read of the slave's side.
       CopyOwnValues(*ClustsOnMaster[0], Clust, Containers);
-      UpdateClusterSql(own, ClustsOnMaster, 0, 0, full);
+      UpdateClusterSql(own, *ClustsOnMaster[0], 0, form);
       return kHeartbeatDone;
     case PairRows::kOtherOnly:
       return InsertOwnRow("updatemaster", 11, own, kStatusActive, kStatusActive);

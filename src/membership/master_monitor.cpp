@@ -14,6 +14,7 @@
 #include "membership/monitor_decision.h"
 #include "membership/nodedown.h"
 #include "membership/watch.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"
@@ -25,9 +26,9 @@ int64_t SlaveLastWriteMill = 0;
 int64_t MasterTplUpdateMill = 0;
 int64_t DetectedCount[kDetectedKinds] = {};
 
-int MonitorCluster(int mode) {
-  if (ClustRole == kRoleMaster) return MonitorOnMaster(mode);
-  if (ClustRole == kRoleSlave) return MonitorOnSlave(mode);
+int MonitorCluster() {
+  if (ClustRole == kRoleMaster) return MonitorOnMaster();
+  if (ClustRole == kRoleSlave) return MonitorOnSlave();
   return kMonitorNotMine;
 }
 
@@ -39,7 +40,7 @@ class SlaveReach {
  public:
   bool answers() {
     if (reply_ == Reply::kNotAsked) {
-      reply_ = Ping(cnf.clustslave.c_str(), 1, 3) == 0 ? Reply::kAnswered : Reply::kSilent;
+      reply_ = Ping(cnf.clustslave.c_str()) == 0 ? Reply::kAnswered : Reply::kSilent;
     }
     return reply_ == Reply::kAnswered;
   }
@@ -53,8 +54,7 @@ class SlaveReach {
 // its rows itself.
 void WriteSlaveCopy(const ClustRecord& row, int status, int64_t nowMs) {
   ActInfo info;
-  GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), row.hostname.c_str(),
-                &info, ClustsTemp, 1);
+  GetClusterSql(cnf.clustslave.c_str(), row.hostname.c_str(), &info, ClustsTemp, Db::kSlave);
   if (info.count != 1 || info.side != Index(Db::kSlave)) return;
   SetStatusClusterSql(Db::kSlave, ClustsTemp[0]->id, status);
   Detector().seen.Wrote(Db::kSlave, row.hostname.c_str(), nowMs, status);
@@ -160,22 +160,22 @@ void DropVanished(const ActInfo& info, ClustRecord* const* rows) {
     if (!found) gone.emplace_back(h.hostname.c_str());
   }
   for (const std::string& host : gone) {
-    LogNotice("monitoronmaster(4) %s has no row any more, its held take-over dropped", host.c_str());
+    LogNotice("monitoronmaster(4) %s has no row any more, its held take-over dropped",
+              host.c_str());
     queue.Drop(host.c_str());
   }
 }
 
 }  // namespace
 
-int MonitorOnMaster(int) {
+int MonitorOnMaster() {
   char date[32];
   Pass p;
-  p.now = mygetdate(date, sizeof date, kDateTime);
+  p.now = MyGetDate(date, sizeof date, kDateTime);
   p.nowMs = DetectorNowMs();
   Trace("_xmonitoronmaster(1): starting at %s (%ld)\n", date, static_cast<long>(p.now));
   if (ClustRole != kRoleMaster) return kMonitorNotMine;
-  int read = GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all",
-                           &mactinfo, ClustsOnMaster, 0);
+  int read = GetClusterSql(cnf.clustmaster.c_str(), "-all", &mactinfo, ClustsOnMaster, Db::kMaster);
   // The master judges from its own database only: while it does not answer, the read falls back
   // to the slave's, from which the slave keeps the watch; judged from both sides, a server that
   // died then would be taken over twice.
@@ -187,8 +187,8 @@ int MonitorOnMaster(int) {
   // The slave's copy of every row: a server silent here that still writes there lost its way to
   // this database only, and a member the slave took over meanwhile is not taken over again.
   bool slaveRead = spool != nullptr &&
-                   GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(),
-                                 "-all", &sactinfo, ClustsOnSlave, 1) == kDbOk &&
+                   GetClusterSql(cnf.clustslave.c_str(), "-all", &sactinfo, ClustsOnSlave,
+                                 Db::kSlave) == kDbOk &&
                    sactinfo.side == Index(Db::kSlave);
   p.slaveReadable = ObserveDb(Db::kSlave, slaveRead, ClustsOnSlave, sactinfo.count, p.nowMs, true,
                               "monitoronmaster(6)");

@@ -7,9 +7,10 @@
 #include "config/qorconf.h"
 #include "membership/heartbeat.h"
 #include "membership/heartbeat_decision.h"
-#include "metrics/containers.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
+#include "store/containers.h"
 #include "store/pools.h"
 
 namespace qor {
@@ -21,40 +22,24 @@ void CopyOwnMemberValues(ClustRecord& row) {
   row.role.set("member");
 }
 
-// The member's row in the master's database. written: set when the row was written there, not
-// when it was inserted instead. 0 to go on with the slave's database, 1 to stop.
-int WriteOnMaster(int full, bool* written) {
-  const char* master = cnf.clustmaster.c_str();
-  const char* host = Clust.hostname.c_str();
-  // A read that failed (its database kept it waiting past the bound, or refused it) says nothing
-  // about the row: an insert then would give the server a second row, on whichever database the
-  // insert falls back to, and "multiple found" would stop its heartbeats there for good.
-  bool read = GetClusterSql(master, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), host, &mactinfo,
-                            ClustsOnMaster, 0) == kDbOk;
-  Trace("_xupdatemember(4): mactinfo.count=%d\n", mactinfo.count);
-  switch (ClassifyOne(mactinfo.count)) {
-    case OneRow::kFound: {
-      ClustRecord& row = *ClustsOnMaster[0];
-      CopyOwnMemberValues(row);
-      MemberMasterDecision d = DecideMemberOnMaster(row);
-      row.status = d.status;
-      if (d.tplsync) Tplsync = 1;
-      Trace("_xupdatemember(5): clustonmaster[0]->status=%d updating...\n", row.status);
-      UpdateClusterSql(ReadDb(mactinfo, Db::kMaster), ClustsOnMaster, 0, 0, full);
-      *written = true;
-      return kHeartbeatDone;
-    }
-    case OneRow::kMissing:
-      if (!read) return kHeartbeatDone;
-      return InsertOwnRow("updatemember", 6, ReadDb(mactinfo, Db::kMaster), kStatusActive,
-                          kStatusActive);
-    case OneRow::kDuplicates:
-      std::printf("Multiple %s found at CheckCluster on Master\n", host);
-      LogError("updatemember(8) multiple %s found on Master\n", host);
-      return kHeartbeatStopped;
-  }
-  return kHeartbeatDone;
-}
+// What differs between the member's writes into the two databases: where the row is read, and
+// the step numbers and words of its trace and log lines.
+struct MemberSide {
+  Db db;
+  ActInfo* info;
+  ClustRecord** rows;
+  int countStep;  // the trace of the rows found; 0: none
+  int writeStep, insertStep, multipleStep;
+  const char* rowsName;       // in the write's trace line
+  const char* multipleWhere;  // standard output's line on duplicates
+  const char* multipleLog;    // the log line's
+};
+
+// By Index(db).
+const MemberSide kSides[] = {
+    {Db::kMaster, &mactinfo, ClustsOnMaster, 4, 5, 6, 8, "clustonmaster",
+     "at CheckCluster on Master", "Master"},
+    {Db::kSlave, &sactinfo, ClustsOnSlave, 0, 9, 10, 12, "clustonslave", "on Slave", "slave"}};
 
 // The member's row as last read from the master's database, in this cycle or an earlier one;
 // nullptr until a read has found it, since the records hold nothing of this node before that.
@@ -63,33 +48,57 @@ const ClustRecord* LastReadOnMaster() {
   return row.hostname == Clust.hostname ? &row : nullptr;
 }
 
-int WriteOnSlave(int full, bool writtenOnMaster) {
-  const char* slave = cnf.clustslave.c_str();
+// The found row's status (and, on the slave, template state) by the decision of its database.
+void Decide(Db db, ClustRecord& row, bool writtenOnMaster) {
+  if (db == Db::kMaster) {
+    MemberMasterDecision d = DecideMemberOnMaster(row);
+    row.status = d.status;
+    if (d.tplsync) Tplsync = 1;
+    return;
+  }
+  const ClustRecord* M = LastReadOnMaster();
+  MemberSlaveDecision d = DecideMemberOnSlave(row, M, writtenOnMaster);
+  row.status = d.status;
+  if (d.copyTemplate) {
+    row.tpl_updatemill = M->tpl_updatemill;
+    row.tpl_syncmill = M->tpl_syncmill;
+    row.tpl_syncstate = M->tpl_syncstate;
+  }
+}
+
+// The member's row in one database. *writtenOnMaster: set when the row was written into the
+// master's, not when it was inserted instead; the slave's decision reads it. 0 to go on, 1 to
+// stop.
+int WriteOn(const MemberSide& side, RowForm form, bool* writtenOnMaster) {
   const char* host = Clust.hostname.c_str();
-  bool read = GetClusterSql(slave, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), host, &sactinfo,
-                            ClustsOnSlave, 1) == kDbOk;
-  switch (ClassifyOne(sactinfo.count)) {
+  // A read that failed (its database kept it waiting past the bound, or refused it) says nothing
+  // about the row: an insert then would give the server a second row, on whichever database the
+  // insert falls back to, and "multiple found" would stop its heartbeats there for good.
+  bool read =
+      GetClusterSql(side.db == Db::kMaster ? cnf.clustmaster.c_str() : cnf.clustslave.c_str(), host,
+                    side.info, side.rows, side.db) == kDbOk;
+  if (side.countStep != 0) {
+    Trace("_xupdatemember(%d): mactinfo.count=%d\n", side.countStep, side.info->count);
+  }
+  const Db target = ReadDb(*side.info, side.db);
+  switch (ClassifyOne(side.info->count)) {
     case OneRow::kFound: {
-      ClustRecord& S = *ClustsOnSlave[0];
-      CopyOwnMemberValues(S);
-      const ClustRecord* M = LastReadOnMaster();
-      MemberSlaveDecision d = DecideMemberOnSlave(S, M, writtenOnMaster);
-      S.status = d.status;
-      if (d.copyTemplate) {
-        S.tpl_updatemill = M->tpl_updatemill;
-        S.tpl_syncmill = M->tpl_syncmill;
-        S.tpl_syncstate = M->tpl_syncstate;
-      }
-      Trace("_xupdatemember(9): clustonslave[0]->status=%d updating...\n", S.status);
-      UpdateClusterSql(Db::kSlave, ClustsOnSlave, 0, 0, full);
+      ClustRecord& row = *side.rows[0];
+      CopyOwnMemberValues(row);
+      Decide(side.db, row, *writtenOnMaster);
+      Trace("_xupdatemember(%d): %s[0]->status=%d updating...\n", side.writeStep, side.rowsName,
+            row.status);
+      UpdateClusterSql(target, row, 0, form);
+      if (side.db == Db::kMaster) *writtenOnMaster = true;
       return kHeartbeatDone;
     }
     case OneRow::kMissing:
       if (!read) return kHeartbeatDone;
-      return InsertOwnRow("updatemember", 10, Db::kSlave, kStatusActive, kStatusActive);
+      return InsertOwnRow("updatemember", side.insertStep, target, kStatusActive, kStatusActive);
     case OneRow::kDuplicates:
-      std::printf("Multiple %s found on Slave\n", host);
-      LogError("updatemember(12) multiple %s found on slave\n", host);
+      std::printf("Multiple %s found %s\n", host, side.multipleWhere);
+      LogError("updatemember(%d) multiple %s found on %s\n", side.multipleStep, host,
+               side.multipleLog);
       return kHeartbeatStopped;
   }
   return kHeartbeatDone;
@@ -97,17 +106,19 @@ int WriteOnSlave(int full, bool writtenOnMaster) {
 
 }  // namespace
 
-int UpdateMember(int full) {
+int UpdateMember(RowForm form) {
   if (!BeginHeartbeat({"updatemember", kRoleMember, "Member", "member", 13}, cnf.dbsvr.c_str())) {
     return kHeartbeatStopped;
   }
   bool writtenOnMaster = false;
-  if (Ping(cnf.clustmaster.c_str(), 1, 3) == 0 &&
-      WriteOnMaster(full, &writtenOnMaster) != kHeartbeatDone) {
+  if (Ping(cnf.clustmaster.c_str()) == 0 &&
+      WriteOn(kSides[Index(Db::kMaster)], form, &writtenOnMaster) != kHeartbeatDone) {
     return kHeartbeatStopped;
   }
   // A server that does not answer is skipped without a message.
-  if (Ping(cnf.clustslave.c_str(), 1, 3) == 0) return WriteOnSlave(full, writtenOnMaster);
+  if (Ping(cnf.clustslave.c_str()) == 0) {
+    return WriteOn(kSides[Index(Db::kSlave)], form, &writtenOnMaster);
+  }
   return kHeartbeatDone;
 }
 

@@ -23,11 +23,10 @@ extern int64_t DetectedCount[kDetectedKinds];
 constexpr int kMonitorDone = 0;
 constexpr int kMonitorNotMine = 1;
 
-// mode: 0 from the cycle, 1 from -monitor. No monitor reads it: a pass does the same work for
-// either caller. It stays so that each call still says where it comes from, as it always has.
-// The master's or the slave's monitor by ClustRole; 1 for a member or any other role.
-int MonitorCluster(int mode);
-int MonitorOnMaster(int mode);
-int MonitorOnSlave(int mode);
+// The master's or the slave's monitor by ClustRole; 1 for a member or any other role. A pass does
+// the same work from the cycle and from -monitor.
+int MonitorCluster();
+int MonitorOnMaster();
+int MonitorOnSlave();
 
 }  // namespace qor

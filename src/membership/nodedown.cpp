@@ -9,6 +9,7 @@
 #include "base/paths.h"
 #include "config/qorconf.h"
 #include "membership/takeover_queue.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"
@@ -105,14 +106,12 @@ int LumoBRContainerRepaireSql(const char* source, const char* destination) {
 
 void SweepCluster() {
   ActInfo sweepinfo;
-  const char* user = cnf.dbuser.c_str();
-  const char* pwd = cnf.dbpwd.c_str();
   if (ClustRole == kRoleMaster) {
     const char* master = cnf.clustmaster.c_str();
-    GetClusterSql(master, user, pwd, "-active_all_master_slave", &sweepinfo, ClustsTemp, 0);
+    GetClusterSql(master, "-active_all_master_slave", &sweepinfo, ClustsTemp, Db::kMaster);
     if (sweepinfo.count == 2) {
       SweepClustersql(Db::kMaster);
-      if (Ping(cnf.clustslave.c_str(), 1, 3) == 0) SweepClustersql(Db::kSlave);
+      if (Ping(cnf.clustslave.c_str()) == 0) SweepClustersql(Db::kSlave);
     } else if (sweepinfo.count == 1) {
       SweepClustersql(Db::kMaster);
     } else {
@@ -121,7 +120,7 @@ void SweepCluster() {
   } else if (ClustRole == kRoleSlave) {
     // With both active the master sweeps; the slave sweeps only what its own database sees alone.
     const char* slave = cnf.clustslave.c_str();
-    GetClusterSql(slave, user, pwd, "-active_all_master_slave", &sweepinfo, ClustsTemp, 1);
+    GetClusterSql(slave, "-active_all_master_slave", &sweepinfo, ClustsTemp, Db::kSlave);
     if (sweepinfo.count == 1) SweepClustersql(Db::kSlave);
   }
 }

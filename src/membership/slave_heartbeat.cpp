@@ -8,9 +8,10 @@
 #include "config/qorconf.h"
 #include "membership/heartbeat.h"
 #include "membership/heartbeat_decision.h"
-#include "metrics/containers.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
+#include "store/containers.h"
 #include "store/pools.h"
 
 namespace qor {
@@ -31,8 +32,7 @@ const char* SlaveAddr() {
 // As in the member's heartbeat, a read that failed says nothing about the row and is never
 // followed by an insert: it counts as rows that cannot be written, and the heartbeat stops.
 OneRow ReadOwnRowOnSlave() {
-  if (GetClusterSql(SlaveAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-slave", &sactinfo,
-                    ClustsOnSlave, 1) != kDbOk) {
+  if (GetClusterSql(SlaveAddr(), "-slave", &sactinfo, ClustsOnSlave, Db::kSlave) != kDbOk) {
     return OneRow::kDuplicates;
   }
   OneRow found = ClassifyOne(sactinfo.count);
@@ -44,7 +44,7 @@ OneRow ReadOwnRowOnSlave() {
 }
 
 // The master's database holds both rows: the slave's row there is written first, then its copy.
-int WritePairOnMaster(int full) {
+int WritePairOnMaster(RowForm form) {
   const ClustRecord& Mm = *ClustsOnMaster[0];
   ClustRecord& Ms = *ClustsOnMaster[1];
   CopyOwnValues(Ms, Clust, Containers);
@@ -52,46 +52,46 @@ int WritePairOnMaster(int full) {
   if (d.tplsync) Tplsync = 1;
   if (d.noteReactivated) LogNotice("updateslave(5) status=%d", Ms.status);
   Ms.status = d.status;
-  UpdateClusterSql(ReadDb(mactinfo, Db::kMaster), ClustsOnMaster, 1, 0, full);
+  UpdateClusterSql(ReadDb(mactinfo, Db::kMaster), *ClustsOnMaster[1], 0, form);
   OneRow onSlave = ReadOwnRowOnSlave();
   if (onSlave == OneRow::kDuplicates) return kHeartbeatStopped;
   if (onSlave == OneRow::kFound) {
     const ClustRecord& Ss = *ClustsOnSlave[0];
     int withlastwrite = LastWriteDiffers(Ms, Ss);
     Ms.id = Ss.id;
-    UpdateClusterSql(Db::kSlave, ClustsOnMaster, 1, withlastwrite, full);
+    UpdateClusterSql(Db::kSlave, *ClustsOnMaster[1], withlastwrite, form);
     return kHeartbeatDone;
   }
   return InsertOwnRow("updateslave", 6, Db::kSlave, Ms.status, Ms.status);
 }
 
 // The master's database holds only the slave's row.
-int WriteOwnOnlyOnMaster(int full) {
+int WriteOwnOnlyOnMaster(RowForm form) {
   ClustRecord& row = *ClustsOnMaster[0];
   CopyOwnValues(row, Clust, Containers);
   row.status = Reactivated(row.status);
-  UpdateClusterSql(ReadDb(mactinfo, Db::kMaster), ClustsOnMaster, 0, 1, full);
+  UpdateClusterSql(ReadDb(mactinfo, Db::kMaster), *ClustsOnMaster[0], 1, form);
   OneRow onSlave = ReadOwnRowOnSlave();
   if (onSlave == OneRow::kDuplicates) return kHeartbeatStopped;
   if (onSlave == OneRow::kFound) {
     row.id = ClustsOnSlave[0]->id;
-    UpdateClusterSql(Db::kSlave, ClustsOnMaster, 0, 0, full);
+    UpdateClusterSql(Db::kSlave, *ClustsOnMaster[0], 0, form);
     return kHeartbeatDone;
   }
   return InsertOwnRow("updateslave", 8, Db::kSlave, kStatusActive, Clust.status);
 }
 
-int WriteWithMaster(int full) {
-  if (GetClusterSql(MasterAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave", &mactinfo,
-                    ClustsOnMaster, 0) != kDbOk) {
+int WriteWithMaster(RowForm form) {
+  if (GetClusterSql(MasterAddr(), "-master_slave", &mactinfo, ClustsOnMaster, Db::kMaster) !=
+      kDbOk) {
     return kHeartbeatStopped;
   }
   Trace("_xupdateslave(4): mactinfo.count=%d\n", mactinfo.count);
   switch (ClassifyPair(mactinfo.count, *ClustsOnMaster[0], "slave")) {
     case PairRows::kBoth:
-      return WritePairOnMaster(full);
+      return WritePairOnMaster(form);
     case PairRows::kOwnOnly:
-      return WriteOwnOnlyOnMaster(full);
+      return WriteOwnOnlyOnMaster(form);
     case PairRows::kOtherOnly:
       // The slave's database is not read first: the master's side alone says the row is new.
       if (InsertOwnRow("updateslave", 10, ReadDb(mactinfo, Db::kMaster), kStatusActive,
@@ -108,7 +108,7 @@ int WriteWithMaster(int full) {
 }
 
 // The slave's row at index of its own database, judged without the master.
-void WriteAlone(int index, const ClustRecord* Sm, int full) {
+void WriteAlone(int index, const ClustRecord* Sm, RowForm form) {
   ClustRecord& Ss = *ClustsOnSlave[index];
   CopyOwnValues(Ss, Clust, Containers);
   SlaveAloneDecision d = DecideSlaveAlone(Sm, Ss);
@@ -133,20 +133,19 @@ void WriteAlone(int index, const ClustRecord* Sm, int full) {
   }
   Ss.status = d.status;
   Ss.last_writemill = d.last_writemill;
-  UpdateClusterSql(Db::kSlave, ClustsOnSlave, index, d.withlastwrite, full);
+  UpdateClusterSql(Db::kSlave, *ClustsOnSlave[index], d.withlastwrite, form);
 }
 
-int WriteWithoutMaster(int full) {
-  if (GetClusterSql(SlaveAddr(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master_slave", &sactinfo,
-                    ClustsOnSlave, 1) != kDbOk) {
+int WriteWithoutMaster(RowForm form) {
+  if (GetClusterSql(SlaveAddr(), "-master_slave", &sactinfo, ClustsOnSlave, Db::kSlave) != kDbOk) {
     return kHeartbeatStopped;
   }
   switch (ClassifyPair(sactinfo.count, *ClustsOnSlave[0], "slave")) {
     case PairRows::kBoth:
-      WriteAlone(1, ClustsOnSlave[0], full);
+      WriteAlone(1, ClustsOnSlave[0], form);
       return kHeartbeatDone;
     case PairRows::kOwnOnly:
-      WriteAlone(0, nullptr, full);
+      WriteAlone(0, nullptr, form);
       return kHeartbeatDone;
     case PairRows::kOtherOnly:
       if (!GuardInsert("updateslave", 16)) return kHeartbeatStopped;
@@ -162,12 +161,12 @@ int WriteWithoutMaster(int full) {
 
 }  // namespace
 
-int UpdateSlave(int full) {
+int UpdateSlave(RowForm form) {
   if (!BeginHeartbeat({"updateslave", kRoleSlave, "Slave", "slave", 18}, cnf.clustslave.c_str())) {
     return kHeartbeatStopped;
   }
-  if (Ping(MasterAddr(), 1, 3) == 0) return WriteWithMaster(full);
-  return WriteWithoutMaster(full);
+  if (Ping(MasterAddr()) == 0) return WriteWithMaster(form);
+  return WriteWithoutMaster(form);
 }
 
 }  // namespace qor

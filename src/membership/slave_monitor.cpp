@@ -14,6 +14,7 @@
 #include "membership/monitor_decision.h"
 #include "membership/nodedown.h"
 #include "membership/watch.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"
@@ -47,8 +48,7 @@ void SettleHeld(const Pass& p) {
   TakeoverQueue& queue = QordownRuns();
   if (queue.held().empty()) return;
   ActInfo info;
-  if (GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all", &info,
-                    ClustsTemp, 0) != kDbOk ||
+  if (GetClusterSql(cnf.clustmaster.c_str(), "-all", &info, ClustsTemp, Db::kMaster) != kDbOk ||
       info.side != Index(Db::kMaster)) {
     return;
   }
@@ -77,8 +77,8 @@ void SettleHeld(const Pass& p) {
 int WatchFromSlave(Pass& p, bool masterAnswers);
 
 int WatchAnsweringMaster(Pass& p) {
-  int read = GetClusterSql(cnf.clustmaster.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(),
-                           "-master_slave", &mactinfo, ClustsOnMaster, 0);
+  int read = GetClusterSql(cnf.clustmaster.c_str(), "-master_slave", &mactinfo, ClustsOnMaster,
+                           Db::kMaster);
   Trace("_xmonitoronslave(2): mactinfo.count=%d\n", mactinfo.count);
   // The master's host answers but its database cannot be used by this server (stopped, hung,
   // refusing its heartbeat): the master cannot judge anyone from there either, so the slave
@@ -97,8 +97,8 @@ int WatchAnsweringMaster(Pass& p) {
   if (M.status != kStatusActive && M.status != kStatusInactive) return kMonitorDone;
   RowSeen seen = SeenOf(M, Db::kMaster, QordownRuns().Holds(M.hostname.c_str()), p.nowMs, p.marks);
   TraceAge(3, p, M, seen);
-  RowVerdict v = Judge(seen, PassGuard{}, true,
-                       [&](bool s) { return DecideMasterAnswering(M, S, s); });
+  RowVerdict v =
+      Judge(seen, PassGuard{}, true, [&](bool s) { return DecideMasterAnswering(M, S, s); });
   ReportOneDb("monitoronslave(8)", M, v.takeover == Takeover::kOneDb);
   SettleMaintenance("monitoronslave(10)", M, seen, p.marks, p.nowMs);
   if (!v.logDetected) return kMonitorDone;
@@ -133,13 +133,14 @@ bool JudgeAlone(ClustRecord& R, int kind, const PassGuard& guard, Pass& p) {
   });
   if (v.logDetected) LogDetected(kind, R, p.now);
   if (v.decided.old) {
-    LogError("DB_OLD_STAT_6: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", host,
-             R.ipaddress.c_str(), cnf.clustmaster.c_str(), static_cast<long>(MasterLastWriteMill),
+    LogError("DB_OLD_STAT_6: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", host, R.ipaddress.c_str(),
+             cnf.clustmaster.c_str(), static_cast<long>(MasterLastWriteMill),
              cnf.clustslave.c_str(), static_cast<long>(SlaveLastWriteMill));
   }
   if (v.write) WriteSlaveStatus(R, R.id, v.decided.status, p);
   if (v.takeover == Takeover::kRun) Qordown(R);
-  if (v.takeover == Takeover::kMaintenance) SkipForMaintenance("monitoronslave(10)", R, p.marks, p.nowMs);
+  if (v.takeover == Takeover::kMaintenance)
+    SkipForMaintenance("monitoronslave(10)", R, p.marks, p.nowMs);
   SettleMaintenance("monitoronslave(10)", R, seen, p.marks, p.nowMs);
   if (v.takeover == Takeover::kHold) return queue.Hold(host, R.ipaddress.c_str(), p.nowMs);
   if (seen.held && v.takeover == Takeover::kNone && Detector().seen.Writing(host, p.nowMs)) {
@@ -154,13 +155,13 @@ bool JudgeAlone(ClustRecord& R, int kind, const PassGuard& guard, Pass& p) {
 // alone. masterAnswers: the master's host answered ping in this pass.
 int WatchFromSlave(Pass& p, bool masterAnswers) {
   ActInfo own;
-  GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-slave", &own,
-                ClustsTemp, 1);
+  GetClusterSql(cnf.clustslave.c_str(), "-slave", &own, ClustsTemp, Db::kSlave);
   SlaveLastWriteMill = own.count >= 1 ? ClustsTemp[0]->last_writemill : 0;
   Trace("_xmonitoronslave(5): sactinfo.count=%d\n", sactinfo.count);
   if (!p.othersRead) return kMonitorDone;
   std::vector<GuardRow> rows;
-  for (int i = 0; i < sactinfo.count; ++i) rows.push_back(GuardRowOf(*ClustsOnSlave[i], Db::kSlave, p.nowMs));
+  for (int i = 0; i < sactinfo.count; ++i)
+    rows.push_back(GuardRowOf(*ClustsOnSlave[i], Db::kSlave, p.nowMs));
   PassGuard guard = GuardOf(rows, [&] { return masterAnswers; });
   int held = 0;
   for (int i = 0; i < sactinfo.count; ++i) {
@@ -194,19 +195,18 @@ int WatchFromSlave(Pass& p, bool masterAnswers) {
 
 }  // namespace
 
-int MonitorOnSlave(int) {
+int MonitorOnSlave() {
   char date[32];
   Pass p;
-  p.now = mygetdate(date, sizeof date, kDateTime);
+  p.now = MyGetDate(date, sizeof date, kDateTime);
   p.nowMs = DetectorNowMs();
   Trace("_xmonitoronslave(1): starting at %s (%ld)\n", date, static_cast<long>(p.now));
   if (ClustRole != kRoleSlave) return kMonitorNotMine;
-  int read = GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-master",
-                           &sactinfo, ClustsOnSlave, 1);
+  int read = GetClusterSql(cnf.clustslave.c_str(), "-master", &sactinfo, ClustsOnSlave, Db::kSlave);
   // The master's row in this database is watched beside its row in the master's: a master that
   // still writes here is not taken over for a database of its own that stopped taking writes.
-  ObserveDb(Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave), ClustsOnSlave, sactinfo.count,
-            p.nowMs, false, "monitoronslave(8)");
+  ObserveDb(Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave), ClustsOnSlave,
+            sactinfo.count, p.nowMs, false, "monitoronslave(8)");
   if (sactinfo.count != 1) return kMonitorDone;
   // A master that the slave's database already holds as old is not watched, nor are the members.
   if (ClustsOnSlave[0]->status == kStatusOld) return kMonitorDone;
@@ -214,12 +214,11 @@ int MonitorOnSlave(int) {
   // Every other row of this database is watched at every pass, also while the master answers and
   // judges the members: a slave cut off later knows who was writing before, and judges nobody by
   // a gap it did not watch.
-  read = GetClusterSql(cnf.clustslave.c_str(), cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-not_slave",
-                       &sactinfo, ClustsOnSlave, 1);
+  read = GetClusterSql(cnf.clustslave.c_str(), "-not_slave", &sactinfo, ClustsOnSlave, Db::kSlave);
   p.othersRead = ObserveDb(Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave),
                            ClustsOnSlave, sactinfo.count, p.nowMs, true, "monitoronslave(8)");
   Detector().marks = p.marks.All();
-  if (Ping(cnf.clustmaster.c_str(), 1, 3) == 0) return WatchAnsweringMaster(p);
+  if (Ping(cnf.clustmaster.c_str()) == 0) return WatchAnsweringMaster(p);
   return WatchFromSlave(p, false);
 }
 

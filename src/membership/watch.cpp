@@ -31,7 +31,6 @@ void SetDetectorClock(int64_t (*clock)()) {
   detectorClock = clock;
 }
 
-
 bool ObserveDb(Db db, bool readOk, ClustRecord* const* rows, int count, int64_t nowMs,
                bool complete, const char* step) {
   DetectorMemory& d = Detector();
@@ -40,13 +39,15 @@ bool ObserveDb(Db db, bool readOk, ClustRecord* const* rows, int count, int64_t 
   int64_t failures = HeartbeatWrites[Index(db)].failed;
   // Asked more than once in a pass (the slave reads its database twice), the answer stays.
   // The first pass knows no count to compare with; it judges nothing anyway.
-  if (d.writeFailures[Index(db)] >= 0 && failures != d.writeFailures[Index(db)]) d.writeFailedMs[Index(db)] = nowMs;
+  if (d.writeFailures[Index(db)] >= 0 && failures != d.writeFailures[Index(db)])
+    d.writeFailedMs[Index(db)] = nowMs;
   bool writeFailed = d.writeFailedMs[Index(db)] == nowMs;
   d.writeFailures[Index(db)] = failures;
   if (writeFailed && !d.writeOutage[Index(db)]) {
-    LogError("%s the heartbeat of this server did not reach the database on %s: no row there is "
-             "judged until it does",
-             step, AddressOf(db));
+    LogError(
+        "%s the heartbeat of this server did not reach the database on %s: no row there is "
+        "judged until it does",
+        step, AddressOf(db));
   } else if (!writeFailed && d.writeOutage[Index(db)] && HeartbeatWrites[Index(db)].lastOk) {
     LogNotice("%s the heartbeat of this server reaches the database on %s again", step,
               AddressOf(db));
@@ -93,11 +94,12 @@ RowSeen SeenOf(const ClustRecord& row, Db db, bool held, int64_t nowMs, PassMark
 GuardRow GuardRowOf(const ClustRecord& row, Db db, int64_t nowMs) {
   const Observations& seen = Detector().seen;
   const RowWatch* w = seen.Find(db, row.hostname.c_str());
-  return {.everWriting = seen.EverWriting(row.hostname.c_str()),
-          .writing = seen.Writing(row.hostname.c_str(), nowMs),
-          .silent = w != nullptr && w->silentMs > kSilentMs,
-          .justSilent = w != nullptr && w->silentSinceMs >= 0 && nowMs - w->silentSinceMs <= kSilentMs,
-          .status = row.status};
+  return {
+      .everWriting = seen.EverWriting(row.hostname.c_str()),
+      .writing = seen.Writing(row.hostname.c_str(), nowMs),
+      .silent = w != nullptr && w->silentMs > kSilentMs,
+      .justSilent = w != nullptr && w->silentSinceMs >= 0 && nowMs - w->silentSinceMs <= kSilentMs,
+      .status = row.status};
 }
 
 void SkipForMaintenance(const char* step, const ClustRecord& row, PassMarks& marks, int64_t nowMs) {
@@ -124,8 +126,8 @@ void SettleMaintenance(const char* step, const ClustRecord& row, const RowSeen& 
   }
   // By the verdict's silence, which restarts at this watcher's own status write: a server that
   // came back just after it has had the time to show its heartbeats.
-  bool silentEverywhere = seen.silentMs > kSilentMs &&
-                          (seen.otherSilentMs < 0 || seen.otherSilentMs > kSilentMs);
+  bool silentEverywhere =
+      seen.silentMs > kSilentMs && (seen.otherSilentMs < 0 || seen.otherSilentMs > kSilentMs);
   if (!silentEverywhere || marks.Of(host) != nullptr) return;
   LogNotice("%s maintenance of %s(%s) ended while it is silent: taken over", step, host,
             row.ipaddress.c_str());
@@ -156,8 +158,8 @@ bool LoadObservations(const char* path) {
   char host[256];
   int db = 0, status = 0;
   long long updatedAt = 0, observedMs = 0, silentMs = 0, changedMs = 0, judgedMs = 0;
-  while (std::fscanf(f, "%d\t%255[^\t]\t%lld\t%d\t%lld\t%lld\t%lld\t%lld\n", &db, host,
-                     &updatedAt, &status, &observedMs, &silentMs, &changedMs, &judgedMs) == 8) {
+  while (std::fscanf(f, "%d\t%255[^\t]\t%lld\t%d\t%lld\t%lld\t%lld\t%lld\n", &db, host, &updatedAt,
+                     &status, &observedMs, &silentMs, &changedMs, &judgedMs) == 8) {
     RowWatch w;
     w.updatedAt = updatedAt;
     w.status = status;
@@ -180,18 +182,25 @@ void ReportOneDb(const char* step, const ClustRecord& row, bool oneDb) {
   }
   if (!d.oneDb.insert(host).second) return;
   ++d.oneDbReports;
-  LogError("%s %s(%s) has not been updated for more than %ld seconds here but still writes into "
-           "the other database: not taken over",
-           step, row.hostname.c_str(), row.ipaddress.c_str(), static_cast<long>(kSilentSeconds));
+  LogError(
+      "%s %s(%s) has not been updated for more than %ld seconds here but still writes into "
+      "the other database: not taken over",
+      step, row.hostname.c_str(), row.ipaddress.c_str(), static_cast<long>(kSilentSeconds));
+}
+
+FixedText<16> DetectedWord(int kind) {
+  FixedText<16> word;
+  word.format("Detected_%d", kind);
+  return word;
 }
 
 void LogDetected(int kind, const ClustRecord& row, int64_t now) {
   ++DetectedCount[kind - 1];
   LogError(
-      "Detected_%d that %s(%s)<%ld> has not been updated for more than 15 seconds since the "
+      "%s that %s(%s)<%ld> has not been updated for more than %ld seconds since the "
       "current time<%ld>",
-      kind, row.hostname.c_str(), row.ipaddress.c_str(), static_cast<long>(row.updated_at),
-      static_cast<long>(now));
+      DetectedWord(kind).c_str(), row.hostname.c_str(), row.ipaddress.c_str(),
+      static_cast<long>(row.updated_at), static_cast<long>(kSilentSeconds), static_cast<long>(now));
 }
 
 }  // namespace qor

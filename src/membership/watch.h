@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/fixed_text.h"
 #include "membership/monitor_decision.h"
 #include "membership/observation.h"
 #include "store/clust_record.h"
@@ -19,10 +20,10 @@ struct DetectorMemory {
   Observations seen;
   int64_t writeFailures[kDbCount] = {-1, -1};  // the heartbeat's failed writes at the last pass
   int64_t writeFailedMs[kDbCount] = {-1, -1};  // the pass that last found a write failed
-  bool writeOutage[kDbCount] = {};       // reported: this server's heartbeat did not get there
-  std::set<std::string> oneDb;           // reported: writes into one database only
-  int64_t oneDbReports = 0;              // servers so reported, for the metrics
-  std::vector<MaintenanceMark> marks;    // as the last pass read them, for the metrics
+  bool writeOutage[kDbCount] = {};     // reported: this server's heartbeat did not get there
+  std::set<std::string> oneDb;         // reported: writes into one database only
+  int64_t oneDbReports = 0;            // servers so reported, for the metrics
+  std::vector<MaintenanceMark> marks;  // as the last pass read them, for the metrics
 };
 DetectorMemory& Detector();
 
@@ -74,6 +75,9 @@ bool LoadObservations(const char* path);
 
 // The one-database report, once per episode: row's server still writes into the other database.
 void ReportOneDb(const char* step, const ClustRecord& row, bool oneDb);
+// "Detected_1" to "Detected_4": the word the line of each kind begins with, which the metrics
+// name too.
+FixedText<16> DetectedWord(int kind);
 // The Detected_ line of kind 1 to 4.
 void LogDetected(int kind, const ClustRecord& row, int64_t now);
 

@@ -75,7 +75,7 @@ std::string FactLines(const char* path) {
 
 }  // namespace
 
-int getcpumodel(FixedText<128>& model) {
+int GetCpuModel(FixedText<128>& model) {
   int length = 0;
   bool first = true;
   RunCpuinfo(kModelCommand, [&](char* line) {
@@ -83,7 +83,7 @@ int getcpumodel(FixedText<128>& model) {
     first = false;
     char* text = SecondPiece(line);
     if (text == nullptr) return;
-    strtrim(text);
+    StrTrim(text);
     // A blank model is no model: keep what was known rather than report an empty name.
     if (*text == '\0') return;
     model.set(text);
@@ -92,7 +92,7 @@ int getcpumodel(FixedText<128>& model) {
   return length;
 }
 
-int getcpus(int* cpus) {
+int GetCpus(int* cpus) {
   int packages = 0;
   RunCpuinfo(kPackagesCommand, [&packages](char* line) {
     const char* id = SecondPiece(line);
@@ -102,7 +102,7 @@ int getcpus(int* cpus) {
   return packages;
 }
 
-int getcpucores(int* cores) {
+int GetCpuCores(int* cores) {
   return FirstLineInt(kCoresCommand, cores);
 }
 
@@ -124,9 +124,9 @@ void TraceFacts() {
 
 void GetCpuinfo() {
   source = FactLines("/proc/cpuinfo");
-  getcpumodel(Cpu.model);
-  getcpus(&Cpu.cpus);
-  getcpucores(&Cpu.cores);
+  GetCpuModel(Cpu.model);
+  GetCpus(&Cpu.cpus);
+  GetCpuCores(&Cpu.cores);
   // Core ids repeat in every package, so the distinct ids count the cores of one package.
   Cpu.cores *= Cpu.cpus;
   Cpu.phycores = Cpu.cores;

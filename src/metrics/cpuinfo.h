@@ -9,11 +9,11 @@
 namespace qor {
 
 // Length of the model text written into model, 0 when none was found (model then unchanged).
-int getcpumodel(FixedText<128>& model);
+int GetCpuModel(FixedText<128>& model);
 // Number of processor packages.
-int getcpus(int* cpus);
+int GetCpus(int* cpus);
 // Distinct core ids of one package (unchanged when the pipeline prints nothing).
-int getcpucores(int* cores);
+int GetCpuCores(int* cores);
 // Logical processors (unchanged when the pipeline prints nothing).
 int getcpuprocs(int* procs);
 // Fills model, cpus, cores, phycores and procs of Cpu.
@@ -23,16 +23,17 @@ void GetCpuinfo();
 void RefreshCpuinfo(const char* path = "/proc/cpuinfo");
 
 // One-minute load average from /proc/loadavg; always 1.
-int getcpuloadavg(float* loadavg);
+int GetCpuLoadavg(float* loadavg);
 // The load and the load per processor (0 when cores is 0); always 0.
-int getcpuloadavgpp(int cores, float* loadavg, float* loadavgpp);
+int GetCpuLoadavgPp(int cores, float* loadavg, float* loadavgpp);
 
 // The weighted load per processor for n containers (own lumo containers already subtracted)
 // under the configuration's rates and limits; clustrate is taken as given (GetCpuData cuts it to
 // 1 first). Never NaN or infinite.
 float WeightLoadPerProc(float loadavgpp, int n, const Cnf& conf);
 
-// Refreshes all of Cpu, including the weighted loadavgpp; always 0.
-int GetCpuData();
+// Refreshes all of Cpu, including the weighted loadavgpp for this server's containers, of which
+// ownLumoContainers (asked only when the count matters) do not count against the limits; always 0.
+int GetCpuData(int containers, int (*ownLumoContainers)());
 
 }  // namespace qor

@@ -12,7 +12,7 @@
 
 namespace qor {
 
-int getifaddress(FixedText<128>& address, const char* ifname) {
+int GetIfAddress(FixedText<128>& address, const char* ifname) {
   // "0" is how the configuration says "no interface"; the address then says the same.
   if (ifname == nullptr || *ifname == '\0' || std::strcmp(ifname, "0") == 0) {
     address.set("0");

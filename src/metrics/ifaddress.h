@@ -7,6 +7,6 @@ namespace qor {
 
 // Empty or "0" interface: address "0". No IPv4 address on it: address unchanged. A failing
 // interface list or address conversion ends the process. Always 0.
-int getifaddress(FixedText<128>& address, const char* ifname);
+int GetIfAddress(FixedText<128>& address, const char* ifname);
 
 }  // namespace qor

@@ -7,22 +7,12 @@
 #include "base/paths.h"
 #include "config/processors.h"
 #include "config/qorconf.h"
-#include "metrics/containers.h"
 #include "metrics/cpuinfo.h"
 #include "metrics/utilisation.h"
 
 namespace qor {
 
-namespace {
-
-// Lumo browser and desktop containers do not count against the limits.
-int OwnLumoContainers() {
-  return ClustRole == kRoleMember ? 0 : GetLumoContainerSql();
-}
-
-}  // namespace
-
-int getcpuloadavg(float* loadavg) {
+int GetCpuLoadavg(float* loadavg) {
   LineReader reader(kProcLoadavg);
   // Without the load the node cannot describe itself; the program has always stopped here.
   if (!reader.ok()) FatalExit();
@@ -30,7 +20,7 @@ int getcpuloadavg(float* loadavg) {
   char line[128];
   char word[64];
   while (reader.Next(line, sizeof line)) {
-    if (getword(word, sizeof word, line, 0) == 0) {
+    if (GetWord(word, sizeof word, line, 0) == 0) {
       load = static_cast<float>(std::atof(word));
       break;
     }
@@ -39,8 +29,8 @@ int getcpuloadavg(float* loadavg) {
   return 1;
 }
 
-int getcpuloadavgpp(int cores, float* loadavg, float* loadavgpp) {
-  getcpuloadavg(loadavg);
+int GetCpuLoadavgPp(int cores, float* loadavg, float* loadavgpp) {
+  GetCpuLoadavg(loadavg);
   *loadavgpp = cores != 0 ? *loadavg / static_cast<float>(cores) : 0.0f;
   return 0;
 }
@@ -69,17 +59,17 @@ float WeightLoadPerProc(float loadavgpp, int n, const Cnf& conf) {
   return std::isfinite(weighted) ? weighted : conf.maxloadpp;
 }
 
-int GetCpuData() {
+int GetCpuData(int containers, int (*ownLumoContainers)()) {
   RefreshCpuinfo();
-  getcpuloadavgpp(Cpu.phycores, &Cpu.loadavg, &Cpu.loadavgpp);
+  GetCpuLoadavgPp(Cpu.phycores, &Cpu.loadavg, &Cpu.loadavgpp);
   // Checked before the lumo count so that a server taken out of the choice queries nothing.
   if (cnf.clustrate <= 0.0f) {
     Cpu.loadavgpp = cnf.maxloadpp;
   } else {
-    Trace("_xgetcpudata(1): containers=%d maxlimit=%d\n", Containers, cnf.maxlimit);
+    Trace("_xgetcpudata(1): containers=%d maxlimit=%d\n", containers, cnf.maxlimit);
     if (cnf.clustrate > 1.0f) cnf.clustrate = 1.0f;
-    int own = OwnLumoContainers();
-    Cpu.loadavgpp = WeightLoadPerProc(Cpu.loadavgpp, Containers - own, cnf);
+    int own = ownLumoContainers();
+    Cpu.loadavgpp = WeightLoadPerProc(Cpu.loadavgpp, containers - own, cnf);
   }
   Trace("_xgetcpudata(2): cpu.model=%s\n", Cpu.model.c_str());
   Trace("_xgetcpudata(3): clustrate=%f\n", static_cast<double>(cnf.clustrate));

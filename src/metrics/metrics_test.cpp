@@ -94,10 +94,10 @@ TEST(Metrics, Utilisation) {
   EXPECT_DOUBLE_EQ(qor::CpuUtilBetween(1000, 500, 900, 450), 0.0) << "counters went back";
   EXPECT_DOUBLE_EQ(qor::CpuUtilBetween(1000, 500, 1100, 400), 1.0);
   // Memory: this machine's /proc/meminfo gives the figure its `free` shows, between two reads.
-  double before = qor::getmemutil(), memTotal = 0, used = 0;
+  double before = qor::GetMemUtil(), memTotal = 0, used = 0;
   qor::RunShell("free", qor::kShellLineMax,
                 [&](char* line) { std::sscanf(line, "Mem: %lf %lf", &memTotal, &used); });
-  double after = qor::getmemutil();
+  double after = qor::GetMemUtil();
   EXPECT_NEAR(used / memTotal, (before + after) / 2, std::abs(before - after) / 2 + 1e-3);
 }
 

@@ -14,6 +14,10 @@
 
 namespace qor {
 
+double CpuUtil = 0.0;
+double MemUtil = 0.0;
+double DiskUtil = 0.0;
+
 namespace {
 
 // The /proc/meminfo figures free's Mem: line is made of, in kB; available 0 where the kernel
@@ -36,7 +40,7 @@ double MemUtilOf(const Meminfo& m) {
 
 }  // namespace
 
-int getcpuidle(int64_t* total, int64_t* idle) {
+int GetCpuIdle(int64_t* total, int64_t* idle) {
   LineReader reader(kProcStat);
   if (!reader.ok()) return 1;
   char line[512];
@@ -66,7 +70,7 @@ double CpuUtilBetween(int64_t prevTotal, int64_t prevIdle, int64_t total, int64_
   return std::clamp(busy, 0.0, 1.0);
 }
 
-double getmemutil() {
+double GetMemUtil() {
   // The figures `free` prints, read where free reads them: no process every re-check.
   LineReader reader(kProcMeminfo);
   Meminfo m;
@@ -81,7 +85,7 @@ double getmemutil() {
   return MemUtilOf(m);
 }
 
-double getdiskutil(const char* path) {
+double GetDiskUtil(const char* path) {
   struct statvfs fs;
   if (statvfs(path, &fs) != 0) return 0.0;
   double total = static_cast<double>(fs.f_frsize) * static_cast<double>(fs.f_blocks);
@@ -91,7 +95,7 @@ double getdiskutil(const char* path) {
   return (total - free) / total;
 }
 
-int getword(char* out, size_t size, const char* line, int n) {
+int GetWord(char* out, size_t size, const char* line, int n) {
   constexpr const char* kSeparators = " \t\n";
   if (size > 0) out[0] = '\0';
   if (line == nullptr || n < 0) return 1;

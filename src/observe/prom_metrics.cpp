@@ -167,9 +167,8 @@ void RenderWatch(const MetricsView& v, std::string& out) {
          "Servers found silent, by the kind of the Detected_ line logged.");
   int first = v.role == kRoleMaster ? 1 : 2, last = v.role == kRoleMaster ? 1 : kDetectedKinds;
   for (int kind = first; kind <= last; ++kind) {
-    FixedText<32> text;
-    text.format("Detected_%d", kind);
-    Sample(out, "qorclustd_detections_total", {{"kind", text.c_str()}}, v.detected[kind - 1]);
+    Sample(out, "qorclustd_detections_total", {{"kind", DetectedWord(kind).c_str()}},
+           v.detected[kind - 1]);
   }
   const TakeoverTally& t = *v.takeovers;
   Family(out, "qorclustd_takeovers_started_total", "counter", "Take-over scripts started.");
@@ -312,20 +311,21 @@ bool MetricsDue(const MetricsView& v, const MetricsPace& last) {
 }
 
 MetricsView CycleView(int64_t cycleMicros, int64_t cycles) {
-  static const int64_t startMill = getqortimemill();
+  static const int64_t startMill = GetQorTimeMill();
   MetricsView v;
   v.startMill = startMill;
   v.role = ClustRole;
   v.version = QorVersion.c_str();
   v.address = CurrentSvr.c_str();
-  v.nowMill = getqortimemill();
+  v.nowMill = GetQorTimeMill();
   v.cycleMicros = cycleMicros;
   v.cycles = cycles;
   const char* addresses[2] = {cnf.clustmaster.c_str(), cnf.clustslave.c_str()};
   QzPool* pools[2] = {mpool, spool};
-  for (int side = 0; side < 2; ++side) {
+  for (Db db : kDbs) {
+    const int side = Index(db);
     v.db[side].address = addresses[side];
-    v.db[side].up = pools[side] != nullptr && DbAnswers(side);
+    v.db[side].up = pools[side] != nullptr && DbAnswers(db);
     v.db[side].writes = HeartbeatWrites[side];
   }
   v.reads[0] = {ClustsOnMaster, mactinfo.count, mactinfo.side};

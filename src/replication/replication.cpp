@@ -11,6 +11,7 @@
 #include "base/paths.h"
 #include "base/shell.h"
 #include "config/qorconf.h"
+#include "net/ping.h"
 #include "store/clust_record.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"
@@ -83,7 +84,7 @@ void SyncProfiles(const char* command, const char* synced, const char* unchanged
 }  // namespace
 
 TemplatePull RsyncLicWlistTpl(TplRecord& record) {
-  int64_t now = getqortimemill();
+  int64_t now = GetQorTimeMill();
   if (ClustRole == kRoleMaster) return {};
   TemplatePull pull{now, false};
   const char* master = cnf.clustmaster.c_str();
@@ -102,7 +103,7 @@ TemplatePull RsyncLicWlistTpl(TplRecord& record) {
   const char* addresses[2] = {master, cnf.clustslave.c_str()};
   const Db dbs[2] = {Db::kMaster, Db::kSlave};
   for (int side = 0; side < 2; ++side) {
-    if (record.syncmill == 0 || record.written[side] || Ping(addresses[side], 1, 3) != 0) continue;
+    if (record.syncmill == 0 || record.written[side] || Ping(addresses[side]) != 0) continue;
     record.written[side] =
         UpdateTplsyncSql(dbs[side], Clust.hostname.c_str(), record.syncmill, kTplSynced) == kDbOk;
   }

@@ -29,7 +29,7 @@ struct TemplatePull {
 };
 
 // The last pull of this process, for the metrics. Written by the daemon's cycle when a slow pass
-// hands its pull back (cli/slow_pass.h); read by the metrics file.
+// hands its pull back (daemon/slow_pass.h); read by the metrics file.
 extern TemplatePull LastTemplatePull;
 
 // The record of the last pull that ended well (tpl_syncstate 100, tpl_syncmill its start), and

@@ -15,8 +15,16 @@ enum class Db { kMaster, kSlave };
 // Both, for what is kept per database (Index gives its slot).
 constexpr Db kDbs[] = {Db::kMaster, Db::kSlave};
 constexpr int kDbCount = 2;
-constexpr int Index(Db db) { return db == Db::kMaster ? 0 : 1; }
-constexpr Db Other(Db db) { return db == Db::kMaster ? Db::kSlave : Db::kMaster; }
+constexpr int Index(Db db) {
+  return db == Db::kMaster ? 0 : 1;
+}
+constexpr Db Other(Db db) {
+  return db == Db::kMaster ? Db::kSlave : Db::kMaster;
+}
+
+// The form of a heartbeat's update of its own row: every column, or the few that change from
+// cycle to cycle.
+enum class RowForm { kShort, kFull };
 
 using ClustText = FixedText<128>;
 

@@ -9,6 +9,7 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "config/qorconf.h"
+#include "net/ping.h"
 #include "store/pools.h"
 
 namespace qor {
@@ -66,7 +67,7 @@ bool WhereClause(FixedText<128>& where, const char** order, const char* cond) {
   }
   if (std::strncmp(cond, "like_", 5) == 0) {
     char pattern[128];
-    if (strext(pattern, sizeof pattern, cond, 5, static_cast<int>(std::strlen(cond))) != 0) {
+    if (StrExt(pattern, sizeof pattern, cond, 5, static_cast<int>(std::strlen(cond))) != 0) {
       return false;
     }
     SqlQuoted p(pattern);
@@ -153,10 +154,10 @@ void FillClustRecord(ClustRecord& rec, int ncols, const char* const* values, Act
   info.cores = static_cast<int>(std::clamp<long long>(cores, INT_MIN, INT_MAX));
 }
 
-int GetClusterSql(const char* dbsvr, const char* dbuser, const char* /*dbpwd*/, const char* cond,
-                  ActInfo* info, ClustRecord** records, int target) {
+int GetClusterSql(const char* dbsvr, const char* cond, ActInfo* info, ClustRecord** records,
+                  Db db) {
   *info = ActInfo{};
-  Trace("_xgetclustersql(1): dbsvr=%s dbuser=%s cond=%s con=%p\n", dbsvr, dbuser, cond,
+  Trace("_xgetclustersql(1): dbsvr=%s dbuser=%s cond=%s con=%p\n", dbsvr, cnf.dbuser.c_str(), cond,
         static_cast<void*>(nullptr));
   SqlText sql;
   if (!BuildClusterSelect(sql, cond)) {
@@ -164,8 +165,7 @@ int GetClusterSql(const char* dbsvr, const char* dbuser, const char* /*dbpwd*/, 
     return kDbQueryFailed;
   }
   Trace("_xgetclustersql(2): sql=\n%s\n", sql.c_str());
-  if (Cluster && target != 0 && target != 1) return kDbOk;
-  QzPool* pool = PoolByTarget(target);
+  QzPool* pool = PoolByTarget(db);
   DbConn conn(pool);
   if (!conn.usable()) {
     LogError("getclustersql db connection error to %s", dbsvr);
@@ -196,7 +196,7 @@ Db ReadDb(const ActInfo& info, Db named) {
   return info.side == 0 ? Db::kMaster : info.side == 1 ? Db::kSlave : named;
 }
 
-int strext(char* out, size_t size, const char* src, int start, int len) {
+int StrExt(char* out, size_t size, const char* src, int start, int len) {
   if (start < 0 || len < 0 || static_cast<size_t>(len) > std::strlen(src)) return 1;
   size_t srclen = std::strlen(src);
   size_t from = static_cast<size_t>(start) < srclen ? static_cast<size_t>(start) : srclen;
@@ -205,7 +205,7 @@ int strext(char* out, size_t size, const char* src, int start, int len) {
   return 0;
 }
 
-int GetClustCountSql(const char* /*dbsvr*/, int* count) {
+int GetClustCountSql(int* count) {
   DbConn conn(FirstOpenPool());
   if (!conn.usable()) {
     LogError("getclustcountsql db connection error");
@@ -225,14 +225,11 @@ int GetClustCount(int* count) {
   *count = 0;
   const char* master = cnf.clustmaster.c_str();
   const char* slave = cnf.clustslave.c_str();
-  if (ClustRole == kRoleMaster) {
-    GetClustCountSql(master, count);
-  } else if (ClustRole == kRoleSlave) {
-    GetClustCountSql(Ping(master, 1, 3) == 0 ? master : slave, count);
-  } else if (Ping(master, 1, 3) == 0) {
-    GetClustCountSql(master, count);
-  } else if (Ping(slave, 1, 3) == 0) {
-    GetClustCountSql(slave, count);
+  // The first open pool answers. The slave asks after its master first, as it always has; a member
+  // counts only while the master or the slave answers.
+  if (ClustRole == kRoleMaster || Ping(master) == 0 || ClustRole == kRoleSlave ||
+      Ping(slave) == 0) {
+    GetClustCountSql(count);
   }
   return 0;
 }

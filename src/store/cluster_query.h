@@ -21,10 +21,9 @@ bool BuildClusterSelect(SqlText& sql, const char* cond);
 // info's servers and cores. SQL NULL reads as the empty text (0 for numbers); texts are cut at 127.
 void FillClustRecord(ClustRecord& rec, int ncols, const char* const* values, ActInfo& info);
 
-// 0 done, 500 no usable connection, 501 the query failed or the selector was refused. target 0:
-// master's pool (slave's if absent), 1: slave's only; others do nothing (cluster mode).
-int GetClusterSql(const char* dbsvr, const char* dbuser, const char* dbpwd, const char* cond,
-                  ActInfo* info, ClustRecord** records, int target);
+// 0 done, 500 no usable connection, 501 the query failed or the selector was refused. Reads db
+// through PoolByTarget (the master's falls back to the slave's); dbsvr names it in messages.
+int GetClusterSql(const char* dbsvr, const char* cond, ActInfo* info, ClustRecord** records, Db db);
 
 // The database whose rows info counts, which is the one their ids belong to; named when the read
 // reached none. A write back by id names it, so that the row read is the row written.
@@ -32,10 +31,10 @@ Db ReadDb(const ActInfo& info, Db named);
 
 // Copies at most len characters of src from start on into out (size bytes): 0, or 1 without
 // copying when start or len is negative or len exceeds the length of src.
-int strext(char* out, size_t size, const char* src, int start, int len);
+int StrExt(char* out, size_t size, const char* src, int start, int len);
 
 // Rows of the table by the first open pool; the count is written only on success.
-int GetClustCountSql(const char* dbsvr, int* count);
+int GetClustCountSql(int* count);
 // The row count by role, pinging the servers it needs; always 0.
 int GetClustCount(int* count);
 

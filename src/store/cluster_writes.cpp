@@ -4,9 +4,9 @@
 
 #include "base/clock.h"
 #include "base/log.h"
-#include "config/processors.h"
 #include "config/qorconf.h"
 #include "config/qorver.h"
+#include "metrics/utilisation.h"
 #include "store/pools.h"
 
 namespace qor {
@@ -20,7 +20,7 @@ long AsLong(int64_t v) {
 }
 
 void NoteOwnRowWrite(Db db, bool ok, int64_t sinceMicros) {
-  OwnRowWrites& w = HeartbeatWrites[db == Db::kMaster ? 0 : 1];
+  OwnRowWrites& w = HeartbeatWrites[Index(db)];
   w.lastOk = ok;
   w.lastMicros = MonotonicMicros() - sinceMicros;
   ++(ok ? w.ok : w.failed);
@@ -52,6 +52,25 @@ bool PlainName(const char* name) {
   return true;
 }
 
+// "update clusters set updated_at=now(), <columns> where hostname = '<host>';" on db: the writes
+// that mark a server's row by its name, traced, refused and reported under op's name (trace2:
+// the name of the second trace line).
+int UpdateHostRow(Db db, const char* host, const char* columns, const char* op,
+                  const char* trace2) {
+  Trace("_x%s(1) dbsvr=%s host=%s\n", op, AddressOf(db), host);
+  SqlQuoted h(host);
+  SqlText sql;
+  if (!h.ok() || !sql.format("update clusters set updated_at=now(), %s where hostname = '%s';",
+                             columns, h.c_str())) {
+    return Refuse(op, host);
+  }
+  Trace("_x%s(2): sql=\n%s\n", trace2, sql.c_str());
+  FixedText<64> connErr, stmtErr;
+  connErr.format("%s db connection error", op);
+  stmtErr.format("%s db update error", op);
+  return ExecuteOn(PoolOf(db), sql.c_str(), connErr.c_str(), stmtErr.c_str());
+}
+
 }  // namespace
 
 bool InsertStatement(SqlText& sql, const ClustRecord& rec, int64_t mill) {
@@ -69,47 +88,37 @@ bool InsertStatement(SqlText& sql, const ClustRecord& rec, int64_t mill) {
              rec.cpuloadavg, rec.cpuloadavgpp, rec.containers, AsLong(mill));
 }
 
-bool UpdateStatement(SqlText& sql, const ClustRecord& r, int withlastwrite, int full) {
-  if (full == 1) {
+// The four forms differ in two pieces: the last write stamp after the status (with withlastwrite),
+// and, in the short form, the template stamps before tpl_syncstate (with withlastwrite only).
+bool UpdateStatement(SqlText& sql, const ClustRecord& r, int withlastwrite, RowForm form) {
+  FixedText<48> lastwrite;
+  if (withlastwrite == 1) lastwrite.format("last_writemill='%ld', ", AsLong(r.last_writemill));
+  if (form == RowForm::kFull) {
     SqlQuoted host(r.hostname.c_str()), ip(r.ipaddress.c_str()), cid(r.clusterid.c_str()),
         role(r.role.c_str()), ver(QorVersion.c_str());
-    if (!(host.ok() && ip.ok() && cid.ok() && role.ok() && ver.ok())) return false;
-    if (withlastwrite == 1) {
-      return sql.format(
-          "update clusters set updated_at=now(), hostname='%s', ipaddress='%s', clusterid='%s', "
-          "role='%s', role_id='%d', status='%d', last_writemill='%ld', cpus='%d', "
-          "cpuphycores='%d', cpucores='%d', cpuprocs='%d', cpuloadavg='%0.2f', "
-          "cpuloadavgpp='%0.2f', containers='%d',cpuutil='%0.2f',memutil='%0.2f',"
-          "diskutil='%0.2f',tpl_updatemill='%ld',  tpl_syncmill='%ld', tpl_syncstate='%d', "
-          "qorver='%s' where id='%d';",
-          host.c_str(), ip.c_str(), cid.c_str(), role.c_str(), r.role_id, r.status,
-          AsLong(r.last_writemill), r.cpus, r.cpuphycores, r.cpucores, r.cpuprocs, r.cpuloadavg,
-          r.cpuloadavgpp, r.containers, CpuUtil, MemUtil, DiskUtil, AsLong(r.tpl_updatemill),
-          AsLong(r.tpl_syncmill), r.tpl_syncstate, ver.c_str(), r.id);
-    }
-    return sql.format(
-        "update clusters set updated_at=now(), hostname='%s', ipaddress='%s', clusterid='%s', "
-        "role='%s', role_id='%d', status='%d', cpus='%d', cpuphycores='%d', cpucores='%d', "
-        "cpuprocs='%d', cpuloadavg='%0.2f', cpuloadavgpp='%0.2f', containers='%d',"
-        "cpuutil='%0.2f',memutil='%0.2f',diskutil='%0.2f',tpl_updatemill='%ld',  "
-        "tpl_syncmill='%ld', tpl_syncstate='%d', qorver='%s' where id='%d';",
-        host.c_str(), ip.c_str(), cid.c_str(), role.c_str(), r.role_id, r.status, r.cpus,
-        r.cpuphycores, r.cpucores, r.cpuprocs, r.cpuloadavg, r.cpuloadavgpp, r.containers, CpuUtil,
-        MemUtil, DiskUtil, AsLong(r.tpl_updatemill), AsLong(r.tpl_syncmill), r.tpl_syncstate,
-        ver.c_str(), r.id);
+    return host.ok() && ip.ok() && cid.ok() && role.ok() && ver.ok() &&
+           sql.format(
+               "update clusters set updated_at=now(), hostname='%s', ipaddress='%s', "
+               "clusterid='%s', role='%s', role_id='%d', status='%d', %scpus='%d', "
+               "cpuphycores='%d', cpucores='%d', cpuprocs='%d', cpuloadavg='%0.2f', "
+               "cpuloadavgpp='%0.2f', containers='%d',cpuutil='%0.2f',memutil='%0.2f',"
+               "diskutil='%0.2f',tpl_updatemill='%ld',  tpl_syncmill='%ld', tpl_syncstate='%d', "
+               "qorver='%s' where id='%d';",
+               host.c_str(), ip.c_str(), cid.c_str(), role.c_str(), r.role_id, r.status,
+               lastwrite.c_str(), r.cpus, r.cpuphycores, r.cpucores, r.cpuprocs, r.cpuloadavg,
+               r.cpuloadavgpp, r.containers, CpuUtil, MemUtil, DiskUtil, AsLong(r.tpl_updatemill),
+               AsLong(r.tpl_syncmill), r.tpl_syncstate, ver.c_str(), r.id);
   }
+  FixedText<64> tplstamps;
   if (withlastwrite == 1) {
-    return sql.format(
-        "update clusters set updated_at=now(), status='%d', last_writemill='%ld', "
-        "cpuloadavg='%0.2f', cpuloadavgpp='%0.2f', containers='%d',tpl_updatemill='%ld',  "
-        "tpl_syncmill='%ld', tpl_syncstate='%d' where id='%d';",
-        r.status, AsLong(r.last_writemill), r.cpuloadavg, r.cpuloadavgpp, r.containers,
-        AsLong(r.tpl_updatemill), AsLong(r.tpl_syncmill), r.tpl_syncstate, r.id);
+    tplstamps.format("tpl_updatemill='%ld',  tpl_syncmill='%ld', ", AsLong(r.tpl_updatemill),
+                     AsLong(r.tpl_syncmill));
   }
   return sql.format(
-      "update clusters set updated_at=now(), status='%d', cpuloadavg='%0.2f', "
-      "cpuloadavgpp='%0.2f', containers='%d',tpl_syncstate='%d' where id='%d';",
-      r.status, r.cpuloadavg, r.cpuloadavgpp, r.containers, r.tpl_syncstate, r.id);
+      "update clusters set updated_at=now(), status='%d', %scpuloadavg='%0.2f', "
+      "cpuloadavgpp='%0.2f', containers='%d',%stpl_syncstate='%d' where id='%d';",
+      r.status, lastwrite.c_str(), r.cpuloadavg, r.cpuloadavgpp, r.containers, tplstamps.c_str(),
+      r.tpl_syncstate, r.id);
 }
 
 // The where clause is built in 128 bytes, as it always was; a host that does not fit is refused.
@@ -150,13 +159,12 @@ int InsertClusterSql(Db db, int64_t mill, ClustRecord rec) {
                      "insertclustersql db insert error");
 }
 
-int UpdateClusterSql(Db db, ClustRecord** records, int index, int withlastwrite, int full) {
-  ClustRecord& rec = *records[index];
+int UpdateClusterSql(Db db, ClustRecord& rec, int withlastwrite, RowForm form) {
   rec.role_id = RoleIdOf(rec.role.c_str());
   Trace("_xupdateclustersql(1): dbsvr=%s cnf.dbuser=%s cnf.cldbname=%s\n", AddressOf(db),
         cnf.dbuser.c_str(), cnf.cldbname.c_str());
   SqlText sql;
-  if (!UpdateStatement(sql, rec, withlastwrite, full)) {
+  if (!UpdateStatement(sql, rec, withlastwrite, form)) {
     NoteOwnRowWrite(db, false, MonotonicMicros());
     return Refuse("updateclustersql", rec.hostname.c_str());
   }
@@ -176,45 +184,22 @@ int SetStatusClusterSql(Db db, int id, int status) {
 }
 
 int SetOldClusterSvrSql(Db db, const char* host) {
-  Trace("_xsetoldclustersvrsql(1) dbsvr=%s host=%s\n", AddressOf(db), host);
-  SqlQuoted h(host);
-  SqlText sql;
-  if (!h.ok() || !sql.format("update clusters set updated_at=now(), status = '%d', last_writemill "
-                             "= '0' where hostname = '%s';",
-                             kStatusOld, h.c_str())) {
-    return Refuse("setoldclustersvrsql", host);
-  }
-  Trace("_xsetoldclustersvrsql(2): sql=\n%s\n", sql.c_str());
-  return ExecuteOn(PoolOf(db), sql.c_str(), "setoldclustersvrsql db connection error",
-                   "setoldclustersvrsql db update error");
+  FixedText<64> set;
+  set.format("status = '%d', last_writemill = '0'", kStatusOld);
+  return UpdateHostRow(db, host, set.c_str(), "setoldclustersvrsql", "setoldclustersvrsql");
 }
 
 int SetTplOldClusterSvrSql(Db db, const char* host) {
-  Trace("_xsettploldclustersvrsql(1) dbsvr=%s host=%s\n", AddressOf(db), host);
-  SqlQuoted h(host);
-  SqlText sql;
-  if (!h.ok() || !sql.format("update clusters set updated_at=now(), tpl_syncstate = '%d', "
-                             "tpl_syncmill = '0' where hostname = '%s';",
-                             kTplOld, h.c_str())) {
-    return Refuse("settploldclustersvrsql", host);
-  }
-  Trace("_xsettploldclustersvrsql(2): sql=\n%s\n", sql.c_str());
-  return ExecuteOn(PoolOf(db), sql.c_str(), "settploldclustersvrsql db connection error",
-                   "settploldclustersvrsql db update error");
+  FixedText<64> set;
+  set.format("tpl_syncstate = '%d', tpl_syncmill = '0'", kTplOld);
+  return UpdateHostRow(db, host, set.c_str(), "settploldclustersvrsql", "settploldclustersvrsql");
 }
 
 int UpdateTplsyncSql(Db db, const char* host, int64_t syncmill, int state) {
-  Trace("_xupdatetplsyncsql(1) dbsvr=%s host=%s\n", AddressOf(db), host);
-  SqlQuoted h(host);
-  SqlText sql;
-  if (!h.ok() || !sql.format("update clusters set updated_at=now(), tpl_syncstate = '%d', "
-                             "tpl_syncmill = '%ld' where hostname = '%s';",
-                             state, AsLong(syncmill), h.c_str())) {
-    return Refuse("updatetplsyncsql", host);
-  }
-  Trace("_xupdatetplsyncssql(2): sql=\n%s\n", sql.c_str());
-  return ExecuteOn(PoolOf(db), sql.c_str(), "updatetplsyncsql db connection error",
-                   "updatetplsyncsql db update error");
+  FixedText<64> set;
+  set.format("tpl_syncstate = '%d', tpl_syncmill = '%ld'", state, AsLong(syncmill));
+  // The second trace line has always been spelt so.
+  return UpdateHostRow(db, host, set.c_str(), "updatetplsyncsql", "updatetplsyncssql");
 }
 
 int RemoveClusterSvrsSql(Db db, const char* selector) {

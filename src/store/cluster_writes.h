@@ -29,14 +29,13 @@ extern OwnRowWrites HeartbeatWrites[2];
 
 // Statement texts, exactly as the database's log shows them; false when a value does not fit.
 bool InsertStatement(SqlText& sql, const ClustRecord& rec, int64_t mill);
-bool UpdateStatement(SqlText& sql, const ClustRecord& rec, int withlastwrite, int full);
+bool UpdateStatement(SqlText& sql, const ClustRecord& rec, int withlastwrite, RowForm form);
 bool RemoveStatement(SqlText& sql, const char* selector);
 bool SweepStatement(SqlText& sql, int minutes);
 
 int InsertClusterSql(Db db, int64_t mill, ClustRecord rec);
-// Sets records[index]->role_id from its role text first. The record's id must have been read
-// from db.
-int UpdateClusterSql(Db db, ClustRecord** records, int index, int withlastwrite, int full);
+// Sets rec.role_id from its role text first. The record's id must have been read from db.
+int UpdateClusterSql(Db db, ClustRecord& rec, int withlastwrite, RowForm form);
 int SetStatusClusterSql(Db db, int id, int status);
 int SetOldClusterSvrSql(Db db, const char* host);
 int SetTplOldClusterSvrSql(Db db, const char* host);

@@ -5,6 +5,7 @@
 
 #include "base/log.h"
 #include "config/qorconf.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
 
@@ -15,15 +16,15 @@ int SlaveAlive = 0;
 FixedText<128> Clusttarget;
 
 int CheckCluster(int* masterAlive, int* slaveAlive, int cluster, const char* master,
-                 const char* slave, const char* user, const char* password, ClustRecord** records) {
+                 const char* slave, ClustRecord** records) {
   *masterAlive = 0;
   *slaveAlive = 0;
   if (cluster == 0) return 1;
   ActInfo info;
-  if (Ping(master, 1, 3) == 0) {
-    GetClusterSql(master, user, password, "-active_all_master_slave", &info, records, 0);
+  if (Ping(master) == 0) {
+    GetClusterSql(master, "-active_all_master_slave", &info, records, Db::kMaster);
   } else {
-    GetClusterSql(slave, user, password, "-active_all_master_slave", &info, records, 1);
+    GetClusterSql(slave, "-active_all_master_slave", &info, records, Db::kSlave);
   }
   if (info.count == 2) {
     *masterAlive = 1;
@@ -41,7 +42,7 @@ int CheckCluster(int* masterAlive, int* slaveAlive, int cluster, const char* mas
 
 int IsClustMaster(const char* server, const char* selector, ClustRecord** records) {
   ActInfo info;
-  GetClusterSql(server, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), selector, &info, records, 0);
+  GetClusterSql(server, selector, &info, records, Db::kMaster);
   if (info.count != 1) return 1;
   return records[0]->role == "master" ? 0 : 1;
 }
@@ -65,7 +66,7 @@ int GetClust(int count, ClustRecord** records, int index) {
 int GetTarget(const char* server, ClustRecord** records) {
   Trace("_xgettarget(1): starting...");
   ActInfo info;
-  GetClusterSql(server, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-target", &info, records, 0);
+  GetClusterSql(server, "-target", &info, records, Db::kMaster);
   GetClust(info.count, records, 0);
   Clusttarget.set(records[0]->ipaddress);
   Trace("_xgettarget(2): clusttarget -> %s\n", Clusttarget.c_str());
@@ -75,10 +76,9 @@ int GetTarget(const char* server, ClustRecord** records) {
 int ReadClusterList(const char* server) {
   // The slave's own listing needs its pool; anything else reads the master's copy first.
   Db db = Db::kMaster;
-  int target = DbOfAddress(server, &db) && db == Db::kSlave && PoolOf(db) != nullptr ? 1 : 0;
+  if (!(DbOfAddress(server, &db) && PoolOf(db) != nullptr)) db = Db::kMaster;
   ActInfo info;
-  GetClusterSql(server, cnf.dbuser.c_str(), cnf.dbpwd.c_str(), "-all", &info, ClustsOnMaster,
-                target);
+  GetClusterSql(server, "-all", &info, ClustsOnMaster, db);
   return info.count;
 }
 

@@ -15,7 +15,7 @@ extern FixedText<128> Clusttarget;
 
 // Both flags are set to 0 first; 0 when the rows told, 1 otherwise.
 int CheckCluster(int* masterAlive, int* slaveAlive, int cluster, const char* master,
-                 const char* slave, const char* user, const char* password, ClustRecord** records);
+                 const char* slave, ClustRecord** records);
 // 0 when selector matches exactly one row and it is the master's; 1 otherwise.
 int IsClustMaster(const char* server, const char* selector, ClustRecord** records);
 // Copies entry index into Clust (after re-reading the configuration); 1 when count is below 1.

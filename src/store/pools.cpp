@@ -8,7 +8,7 @@
 #include "base/log.h"
 #include "base/shell.h"
 #include "config/qorconf.h"
-#include "store/icmp_echo.h"
+#include "net/ping.h"
 
 namespace qor {
 
@@ -27,7 +27,8 @@ void NoteAnswer(int side, bool answered) {
 }
 
 // A pool whose server kept a call of this round waiting in vain counts as absent, as while its
-// server does not answer ping: target 0 and the first open pool go on with the slave's database.
+// server does not answer ping: reads of the master's and the first open pool go on with the
+// slave's database.
 bool Open(const QzPool* pool) {
   return pool != nullptr && !qz_pool_timed_out(pool);
 }
@@ -54,7 +55,7 @@ void BuildPool(const PoolSlot& side, const char* address) {
               static_cast<void*>(mpool), static_cast<void*>(spool), ConnectionPool);
   }
   char password[256];
-  url_encode(password, sizeof password, cnf.dbpwd.c_str());
+  UrlEncode(password, sizeof password, cnf.dbpwd.c_str());
   FixedText<512> url;
   url.format("mysql://%s/qor?user=qordirect&password=%s", address, password);
   qz_set_fatal_handler(LibraryFatal);
@@ -69,7 +70,7 @@ void BuildPool(const PoolSlot& side, const char* address) {
 }
 
 void Reconnect(const PoolSlot& side, const char* role, const char* address) {
-  if (Ping(address, 1, 3) != 0) {
+  if (Ping(address) != 0) {
     NoteAnswer(side.index(), false);
     if (*side.pool != nullptr) {
       qz_pool_free(*side.pool);
@@ -85,42 +86,6 @@ void Reconnect(const PoolSlot& side, const char* role, const char* address) {
 }
 
 }  // namespace
-
-namespace {
-
-// Addresses that did not answer since the cycle began (ReconnectCluster begins it). A silent
-// server costs three seconds a ping, and a cycle asks for the master and the slave several times
-// over; once per cycle is enough to know it is gone, and keeps a lone slave's cycle short.
-FixedText<256> silent[8];
-int silentCount = 0;
-
-bool KnownSilent(const char* address) {
-  for (int i = 0; i < silentCount; ++i) {
-    if (silent[i] == address) return true;
-  }
-  return false;
-}
-
-void NoteSilent(const char* address) {
-  if (silentCount < static_cast<int>(sizeof silent / sizeof silent[0])) {
-    silent[silentCount++].set(address);
-  }
-}
-
-// One run of the ping command: answered when it printed a reply line.
-bool PingCommandAnswered(const char* command) {
-  bool answered = false;
-  RunShell(command, 8192, [&](char* line) {
-    if (std::strlen(line) > 8 && std::strncmp(line, "64 bytes", 8) == 0) answered = true;
-  });
-  return answered;
-}
-
-}  // namespace
-
-void ForgetSilentAddresses() {
-  silentCount = 0;
-}
 
 int ReconnectCluster() {
   ForgetSilentAddresses();
@@ -140,8 +105,8 @@ int SideOf(const QzPool* pool) {
   return pool == nullptr ? -1 : pool == mpool ? 0 : pool == spool ? 1 : -1;
 }
 
-bool DbAnswers(int side) {
-  return answering[side == 1 ? 1 : 0];
+bool DbAnswers(Db db) {
+  return answering[Index(db)];
 }
 
 void CloseConnectionPool() {
@@ -151,32 +116,11 @@ void CloseConnectionPool() {
   spool = nullptr;
 }
 
-int Ping(const char* address, int deadline, int attempts) {
-  // The address stands unquoted on a shell command line: anything but a plain address or host
-  // name is refused here, once per call, and counts as not answering; so is one too long for the
-  // command, which cut would name another host.
-  FixedText<256> command;
-  if (!IsShellSafeWord(address) ||
-      !command.format("%s %d %s", "/bin/ping -c 1 -w", deadline, address)) {
-    LogError("ping refused address (%.64s)", address ? address : "");
-    return 1;
-  }
-  if (KnownSilent(address)) return 1;
-  // The requests go out from this process, as /bin/ping would send them, without starting a
-  // process for each; /bin/ping runs only where that cannot be done.
-  EchoProbe probe(address);
-  for (int i = 0; i < attempts; ++i) {
-    if (probe.usable() ? probe.Attempt(deadline) : PingCommandAnswered(command.c_str())) return 0;
-  }
-  NoteSilent(address);
-  return 1;
-}
-
-char to_hex(int value) {
+char ToHex(int value) {
   return "0123456789abcdef"[value & 15];
 }
 
-bool url_encode(char* out, size_t size, const char* text) {
+bool UrlEncode(char* out, size_t size, const char* text) {
   size_t n = 0;
   for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p) {
     char enc[4] = {static_cast<char>(*p), '\0', '\0', '\0'};
@@ -185,8 +129,8 @@ bool url_encode(char* out, size_t size, const char* text) {
     } else if (!std::isalnum(*p) || *p > 127) {
       if (*p != '-' && *p != '_' && *p != '.' && *p != '~') {
         enc[0] = '%';
-        enc[1] = to_hex(*p >> 4);
-        enc[2] = to_hex(*p);
+        enc[1] = ToHex(*p >> 4);
+        enc[2] = ToHex(*p);
       }
     }
     size_t len = std::strlen(enc);
@@ -227,13 +171,13 @@ QzPool* PoolOfAddress(const char* address) {
   return DbOfAddress(address, &db) ? PoolOf(db) : nullptr;
 }
 
-QzPool* PoolByTarget(int target) {
-  if (target == 0 && !Open(PoolOf(Db::kMaster))) return PoolOf(Db::kSlave);
-  return PoolOf(target == 0 ? Db::kMaster : Db::kSlave);
+QzPool* PoolByTarget(Db db) {
+  if (db == Db::kMaster && !Open(PoolOf(Db::kMaster))) return PoolOf(Db::kSlave);
+  return PoolOf(db);
 }
 
 QzPool* FirstOpenPool() {
-  return PoolByTarget(0);
+  return PoolByTarget(Db::kMaster);
 }
 
 DbConn::DbConn(QzPool* pool) : pool_(pool) {

@@ -1,6 +1,6 @@
 // The two connection pools (mpool to the master's database, spool to the slave's), kept in line
-// with the servers' reachability by ReconnectCluster; Ping, the reachability test of the whole
-// program; and the rules by which every statement picks its pool and handles its connection.
+// with the servers' reachability (net/ping.h) by ReconnectCluster; and the rules by which every
+// statement picks its pool and handles its connection.
 #pragma once
 
 #include <cstddef>
@@ -32,29 +32,20 @@ extern int ConnectionPool;
 // connection, and the choice below passes it over. The cycle calls this first, so a hung
 // database costs each cycle about QZ_WAIT_SECONDS and the other database still gets its writes.
 int ReconnectCluster();
-// Forgets which addresses did not answer ping: they are asked again.
-void ForgetSilentAddresses();
 // Frees mpool, then spool.
 void CloseConnectionPool();
 
 // Which database a pool reaches: 0 mpool, 1 spool, -1 none.
 int SideOf(const QzPool* pool);
-// Whether the database of side (0 mpool, also standalone; 1 spool) answered this process's last
+// Whether db (the master's also standalone) answered this process's last
 // call. Failures are a pool dropped or not built, no usable connection, and a call that ran out of
 // time (a statement the server refused counts as answered).
-bool DbAnswers(int side);
-
-// 0 when address answered one echo request within attempts tries of deadline seconds each.
-// The requests leave from this process (store/icmp_echo.h); /bin/ping runs instead for host names
-// and IPv6 addresses, and where no ICMP socket can be opened. An address that is not a plain
-// address or host name, or too long for the command, is never tried: logged, and 1.
-int Ping(const char* address, int deadline, int attempts);
+bool DbAnswers(Db db);
 
 // Percent-encoding of a password for the connection URL; false when out was too small.
-bool url_encode(char* out, size_t size, const char* text);
+bool UrlEncode(char* out, size_t size, const char* text);
 // Lower-case hexadecimal digit of the low four bits of value.
-char to_hex(int value);
-
+char ToHex(int value);
 
 // The one rule from a database to its pool: mpool for the master's, spool for the slave's;
 // standalone always mpool. nullptr while that pool does not exist: a write then fails, it never
@@ -68,10 +59,10 @@ bool DbOfAddress(const char* address, Db* db);
 // PoolOf the database address names; nullptr for an address that names neither.
 QzPool* PoolOfAddress(const char* address);
 
-// Pools for reads, which may be answered by either copy. For the rest of a round in which a call
-// on mpool ran out of time, target 0 and the first open pool take spool, as while mpool is
-// absent. By target: 0 takes mpool, else spool; any other target takes spool only.
-QzPool* PoolByTarget(int target);
+// Pools for reads, which may be answered by either copy: the master's database's takes mpool, or
+// spool while mpool is absent and for the rest of a round in which a call on mpool ran out of
+// time; the slave's takes spool only.
+QzPool* PoolByTarget(Db db);
 // First open pool: mpool, else spool.
 QzPool* FirstOpenPool();
 

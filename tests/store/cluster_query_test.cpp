@@ -131,26 +131,25 @@ TEST_F(StoreClusterQuery, OnlySixtyFourRowsAreStoredAndCountedFromOneFetch) {
   EXPECT_EQ(Logs(), std::vector<std::string>{"getclustersql more than 64 rows on 127.0.0.1"});
 }
 
-// Which database each target of a read reaches, pool or no pool, and what a read without one
-// logs.
+// Which database a read of each reaches, pool or no pool, and what a read without one logs.
 TEST_F(StoreClusterQuery, TargetPicksTheDatabase) {
   const std::set<std::string> none, m = {kMasterAddr}, s = {kSlaveAddr},
                                     both = {kMasterAddr, kSlaveAddr};
+  constexpr qor::Db kM = qor::Db::kMaster, kS = qor::Db::kSlave;
   struct Case {
     const char* name;
     bool standalone;
     std::set<std::string> down;  // addresses silent while the pools are built
-    int target;
+    qor::Db db;
     int rc;
     std::vector<std::string> hosts;
     int side;  // the database the rows came from
-  } cases[] = {{"target 0 with both pools", false, none, 0, 0, {"on-master"}, 0},
-               {"target 0 without mpool", false, m, 0, 0, {"on-slave"}, 1},
-               {"target 1 with both pools", false, none, 1, 0, {"on-slave"}, 1},
-               {"target 1 without spool", false, s, 1, 500, {}, -1},
-               {"target 0 without pools", false, both, 0, 500, {}, -1},
-               {"target 2 in a cluster", false, none, 2, 0, {}, -1},
-               {"standalone target 2", true, none, 2, 0, {"on-master"}, 0}};
+  } cases[] = {{"master's with both pools", false, none, kM, 0, {"on-master"}, 0},
+               {"master's without mpool", false, m, kM, 0, {"on-slave"}, 1},
+               {"slave's with both pools", false, none, kS, 0, {"on-slave"}, 1},
+               {"slave's without spool", false, s, kS, 500, {}, -1},
+               {"master's without pools", false, both, kM, 500, {}, -1},
+               {"standalone", true, none, kM, 0, {"on-master"}, 0}};
   Sql("master", InsertRows({{"on-master", "127.0.0.1", "master", 100, 1, "0"}}));
   Sql("slave", InsertRows({{"on-slave", "127.0.0.2", "slave", 100, 1, "0"}}));
   for (const Case& c : cases) {
@@ -160,7 +159,7 @@ TEST_F(StoreClusterQuery, TargetPicksTheDatabase) {
     qor::CloseConnectionPool();
     Connect(c.down);
     qor::ActInfo info{7, 7, 7};
-    EXPECT_EQ(Select("-all", &info, c.target), c.rc);
+    EXPECT_EQ(Select("-all", &info, c.db), c.rc);
     EXPECT_EQ(Hosts(info, qor::ClustsTemp), c.hosts);
     EXPECT_EQ(info.side, c.side);
     EXPECT_EQ(Logs(),

@@ -40,17 +40,19 @@ class StoreMonitor : public HeartbeatTest {
   // Passes of monitor at 0, 1 and 17 s of the watcher's clock: the first sees every row (its own
   // marks stamp some), the last judges. The rows of writers change before each later pass, in
   // both databases, as their heartbeats would. The last pass's result.
-  int Watch(int (*monitor)(int), const std::string& writers = "''") {
+  int Watch(int (*monitor)(), const std::string& writers = "''") {
     int rc = 0;
     for (int64_t at : {0, 1000, 17000}) {
       if (at > 0) {
         for (const char* side : {"master", "slave"}) {
-          Sql(side, "update clusters set updated_at = updated_at + interval 1 second where "
-                    "hostname in (" + writers + ");");
+          Sql(side,
+              "update clusters set updated_at = updated_at + interval 1 second where "
+              "hostname in (" +
+                  writers + ");");
         }
       }
       watcherMs = 1000000 + at;
-      rc = monitor(0);
+      rc = monitor();
     }
     return rc;
   }
@@ -165,9 +167,9 @@ TEST_F(StoreMonitor, SlaveSettlesItsHeldTakeoversAgainstTheMastersVerdict) {
   Connect();
   qor::QordownRuns().Hold("gone", "10.0.0.9", 0);
   for (int status : {100, 200}) {
-    Sql("master", "update clusters set status = " + std::to_string(status) +
-                      " where hostname = 'gone';");
-    qor::MonitorOnSlave(0);
+    Sql("master",
+        "update clusters set status = " + std::to_string(status) + " where hostname = 'gone';");
+    qor::MonitorOnSlave();
     EXPECT_EQ(qor::QordownRuns().Holds("gone"), status == 100) << status;
   }
   EXPECT_EQ(Logged(Logs(), "monitoronslave(9) gone(10.0.0.9) was taken over by the master"), 1);
@@ -191,14 +193,16 @@ TEST_F(StoreMonitor, AMarkedMemberIsMarkedButNotTakenOverUntilItsMarkExpires) {
   EXPECT_TRUE(marks.empty()) << "the slave's database did not answer: no mark there";
   Watch(qor::MonitorOnMaster);
   EXPECT_EQ(Sql("master", "select status from clusters where hostname = 'gone';"), "200\n");
-  EXPECT_EQ(Logged(Logs(), "monitoronmaster(10) take-over of gone(10.0.0.9) skipped for "
-                           "maintenance until "), 1);
+  EXPECT_EQ(Logged(Logs(),
+                   "monitoronmaster(10) take-over of gone(10.0.0.9) skipped for "
+                   "maintenance until "),
+            1);
   watcherMs += 2000;
-  qor::MonitorOnMaster(0);
+  qor::MonitorOnMaster();
   EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 0);
   Sql("master", "update qorclustd_maintenance set until = now() - interval 1 second;");
   watcherMs += 16000;
-  qor::MonitorOnMaster(0);
+  qor::MonitorOnMaster();
   qor::WaitQordown();
   EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 1);
   qor::ReadMaintenanceSql(qor::Db::kMaster, &marks);

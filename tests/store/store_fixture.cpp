@@ -6,6 +6,7 @@
 #include "config/qorconf.h"
 #include "membership/heartbeat.h"
 #include "membership/nodedown.h"
+#include "net/ping.h"
 #include "store/cluster_query.h"
 #include "store/pools.h"
 
@@ -39,9 +40,8 @@ void StoreTest::Connect(const std::set<std::string>& down) {
   Logs();
 }
 
-int StoreTest::Select(const char* cond, qor::ActInfo* info, int target) {
-  return qor::GetClusterSql(kMasterAddr, "qordirect", QOR_TESTDB_PASSWORD, cond, info,
-                            qor::ClustsTemp, target);
+int StoreTest::Select(const char* cond, qor::ActInfo* info, qor::Db db) {
+  return qor::GetClusterSql(kMasterAddr, cond, info, qor::ClustsTemp, db);
 }
 
 void StoreTest::ForEachSqlMode(const std::function<void()>& body) {

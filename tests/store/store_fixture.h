@@ -48,7 +48,7 @@ class StoreTest : public ::testing::Test {
   // the seam keeps them blocked afterwards; its command record and the log start empty.
   void Connect(const std::set<std::string>& down = {});
   // GetClusterSql as the program calls it, naming the master's address.
-  int Select(const char* cond, qor::ActInfo* info, int target = 0);
+  int Select(const char* cond, qor::ActInfo* info, qor::Db db = qor::Db::kMaster);
   // Runs body under each sql_mode the statements must be safe in, set as the master's global
   // mode (connections made after the switch take it): the server's own, then the same with
   // NO_BACKSLASH_ESCAPES. The server's own mode is set back afterwards.

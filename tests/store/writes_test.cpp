@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
-#include "config/processors.h"
 #include "config/qorconf.h"
 #include "config/qorver.h"
 #include "housekeeping/container_rows.h"
+#include "metrics/utilisation.h"
 #include "store/cluster_writes.h"
 #include "store/pools.h"
 #include "store_fixture.h"
@@ -35,9 +35,10 @@ class StoreWrites : public StoreTest {
   // Rows with ids 3, 4, ... of these host names in both databases, stamped long ago, each
   // column a value no write writes; pools built while the addresses in down do not answer.
   void Seed(const std::vector<std::string>& hosts, const std::set<std::string>& down = {}) {
-    std::string sql = "insert into clusters (id, hostname, status, last_writemill, tpl_syncmill, "
-                      "cpus, cpuloadavg, cpuloadavgpp, containers, cpuutil, qorver, updated_at) "
-                      "values ";
+    std::string sql =
+        "insert into clusters (id, hostname, status, last_writemill, tpl_syncmill, "
+        "cpus, cpuloadavg, cpuloadavgpp, containers, cpuutil, qorver, updated_at) "
+        "values ";
     for (size_t i = 0; i < hosts.size(); ++i) {
       std::string host;
       for (char c : hosts[i]) host += c == '\'' ? "''" : std::string(1, c);
@@ -57,23 +58,37 @@ std::string Seeded(const std::string& host) {
 // Only the columns of the form change, of the row with the record's id.
 TEST_F(StoreWrites, UpdateFormsChangeTheirColumns) {
   struct {
-    int withlastwrite, full;
+    int withlastwrite;
+    qor::RowForm form;
     std::string row;
-  } cases[] = {{1, 1, "node-1\t100\t1700000000123\t1700000000789\t300\t2\t1.24\t0.07\t9\t0.61\t4.2.0\t1\n"},
-               {0, 1, "node-1\t100\t1111\t1700000000789\t300\t2\t1.24\t0.07\t9\t0.61\t4.2.0\t1\n"},
-               {1, 0, "old\t100\t1700000000123\t1700000000789\t300\t1\t1.24\t0.07\t9\t0.10\t1.0\t1\n"},
-               {0, 0, "old\t100\t1111\t3333\t300\t1\t1.24\t0.07\t9\t0.10\t1.0\t1\n"}};
+  } cases[] = {
+      {1, qor::RowForm::kFull,
+       "node-1\t100\t1700000000123\t1700000000789\t300\t2\t1.24\t0.07\t9\t0.61\t4.2.0\t1\n"},
+      {0, qor::RowForm::kFull,
+       "node-1\t100\t1111\t1700000000789\t300\t2\t1.24\t0.07\t9\t0.61\t4.2.0\t1\n"},
+      {1, qor::RowForm::kShort,
+       "old\t100\t1700000000123\t1700000000789\t300\t1\t1.24\t0.07\t9\t0.10\t1.0\t1\n"},
+      {0, qor::RowForm::kShort, "old\t100\t1111\t3333\t300\t1\t1.24\t0.07\t9\t0.10\t1.0\t1\n"}};
   for (const auto& c : cases) {
     Seed({"old", "other"});
     // Each written column a value of its own; 1.236 rounds up in "%0.2f", 0.075 (just below in
     // binary) down.
-    qor::ClustRecord rec{.id = 3, .hostname = "node-1", .role_id = 55, .status = 100,
-                         .last_writemill = 1700000000123, .tpl_syncmill = 1700000000789,
-                         .tpl_syncstate = 300, .cpus = 2, .cpuphycores = 8, .cpucores = 16,
-                         .cpuloadavg = 1.236, .cpuloadavgpp = 0.075, .containers = 9};
-    qor::ClustRecord* records[] = {&rec};
-    EXPECT_EQ(qor::UpdateClusterSql(qor::Db::kMaster, records, 0, c.withlastwrite, c.full), 0);
-    EXPECT_EQ(Sql("master", kCols), c.row + Seeded("other")) << c.withlastwrite << c.full;
+    qor::ClustRecord rec{.id = 3,
+                         .hostname = "node-1",
+                         .role_id = 55,
+                         .status = 100,
+                         .last_writemill = 1700000000123,
+                         .tpl_syncmill = 1700000000789,
+                         .tpl_syncstate = 300,
+                         .cpus = 2,
+                         .cpuphycores = 8,
+                         .cpucores = 16,
+                         .cpuloadavg = 1.236,
+                         .cpuloadavgpp = 0.075,
+                         .containers = 9};
+    EXPECT_EQ(qor::UpdateClusterSql(qor::Db::kMaster, rec, c.withlastwrite, c.form), 0);
+    EXPECT_EQ(Sql("master", kCols), c.row + Seeded("other"))
+        << c.withlastwrite << static_cast<int>(c.form);
   }
 }
 
@@ -202,13 +217,14 @@ TEST_F(StoreContainerRows, NullRowsGoOnTheDatabaseTheAddressNames) {
 }
 
 TEST_F(StoreContainerRows, StaleBrowserAndDesktopRowsAreReleasedOnTheTargetsDatabase) {
-  const std::string released = ":web:u\nc1:web:u\nNULL:NULL:NULL\nNULL:NULL:NULL\nNULL:NULL:NULL\n"
-                               "c5:lumobr_2:u\nc6:web_1:u\n";
+  const std::string released =
+      ":web:u\nc1:web:u\nNULL:NULL:NULL\nNULL:NULL:NULL\nNULL:NULL:NULL\n"
+      "c5:lumobr_2:u\nc6:web_1:u\n";
   Connect();
-  EXPECT_EQ(qor::DeleteLumoBRSql(kSlaveAddr, 1), 0);
+  EXPECT_EQ(qor::DeleteLumoBRSql(qor::Db::kSlave), 0);
   EXPECT_EQ(Kept("slave"), released);
   EXPECT_EQ(Kept("master"), untouched);
-  EXPECT_EQ(qor::DeleteLumoBRSql(kMasterAddr, 0), 0);
+  EXPECT_EQ(qor::DeleteLumoBRSql(qor::Db::kMaster), 0);
   EXPECT_EQ(Kept("master"), released);
   EXPECT_TRUE(Logs().empty());
 }

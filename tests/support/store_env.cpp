@@ -6,7 +6,7 @@
 
 #include "config/qorconf.h"
 #include "lab/ns_host.h"
-#include "store/icmp_echo.h"
+#include "net/icmp_echo.h"
 #include "store/pools.h"
 
 namespace qortest {

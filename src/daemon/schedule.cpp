@@ -1,4 +1,4 @@
-#include "cli/schedule.h"
+#include "daemon/schedule.h"
 
 namespace qor {
 
@@ -9,7 +9,7 @@ CyclePlan PlanCycle(const LoopCounters& c, int tplsync) {
 }
 
 void FinishCycle(LoopCounters& c, const CyclePlan& plan) {
-  c.full = plan.recheck || plan.slow ? 1 : 0;
+  c.form = plan.recheck || plan.slow ? RowForm::kFull : RowForm::kShort;
   if (plan.slow) {
     c.basecounter = 0;
     c.checkcounter = 0;

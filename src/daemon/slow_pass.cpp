@@ -1,4 +1,4 @@
-#include "cli/slow_pass.h"
+#include "daemon/slow_pass.h"
 
 #include <fcntl.h>
 #include <limits.h>
@@ -115,9 +115,8 @@ void LogStart(const SlowPass& p, const LoopCounters& c, int64_t sequence) {
     done.pulled = 1;
   }
   if (ClustRole == kRoleMaster || ClustRole == kRoleSlave) {
-    bool master = ClustRole == kRoleMaster;
     Step("container-row release");
-    DeleteLumoBRSql(master ? cnf.clustmaster.c_str() : cnf.clustslave.c_str(), master ? 0 : 1);
+    DeleteLumoBRSql(ClustRole == kRoleMaster ? Db::kMaster : Db::kSlave);
     Step("lumobrstat -sync_all");
     SyncLumoBrProf();
     Step("lumodtstat -sync_all");

@@ -1,5 +1,5 @@
 // The daemon process: double fork into its own session, then the endless cycle of heartbeat,
-// monitoring and configuration re-check, which starts the slow work beside it (cli/slow_pass.h).
+// monitoring and configuration re-check, which starts the slow work beside it (daemon/slow_pass.h).
 // Also the running check, the stop command and the process listing, which find daemons by
 // "qorclustd -start" in the process table.
 #pragma once
@@ -7,8 +7,8 @@
 #include <cstdint>
 
 #include "base/paths.h"
-#include "cli/schedule.h"
-#include "cli/slow_pass.h"
+#include "daemon/schedule.h"
+#include "daemon/slow_pass.h"
 
 namespace qor {
 

@@ -12,9 +12,9 @@ extern bool ContainersFailing;
 
 // Rows of host that hold a container, by the first open pool, into *count: 0, or 500 without a
 // usable connection, 501 when the query failed (*count untouched).
-int getcontainers(const char* host, int* count);
+int GetContainers(const char* host, int* count);
 // The heartbeat's count: Containers gets host's count; after a failure it keeps the last good one,
-// and the first failure of a run is logged. getcontainers' status.
+// and the first failure of a run is logged. GetContainers' status.
 int CountContainers(const char* host);
 
 // This server's lumobr and lumodt containers; 0 on failure, on a member, or without any pool.

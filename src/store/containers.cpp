@@ -1,4 +1,4 @@
-#include "metrics/containers.h"
+#include "store/containers.h"
 
 #include <cstdlib>
 
@@ -13,7 +13,7 @@ namespace qor {
 int Containers = 0;
 bool ContainersFailing = false;
 
-int getcontainers(const char* host, int* count) {
+int GetContainers(const char* host, int* count) {
   SqlQuoted h(host);
   SqlText sql;
   if (!h.ok() ||
@@ -46,7 +46,7 @@ int getcontainers(const char* host, int* count) {
 int CountContainers(const char* host) {
   // A failure is no count: stored as one it would make the server look full (or empty) to the
   // target choice. One line per run of failures, as a database down fails every cycle.
-  int rc = getcontainers(host, &Containers);
+  int rc = GetContainers(host, &Containers);
   if (rc != kDbOk && !ContainersFailing) {
     LogError("getcontainers failed (%d), containers kept at %d", rc, Containers);
   }

@@ -11,7 +11,7 @@
 #include <cstdint>
 
 #include "base/fixed_text.h"
-#include "cli/schedule.h"
+#include "daemon/schedule.h"
 #include "replication/replication.h"
 
 namespace qor {

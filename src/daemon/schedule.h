@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "store/clust_record.h"
+
 namespace qor {
 
 // Seconds slept after every cycle.
@@ -14,9 +16,9 @@ constexpr int kActInterval = 300;
 constexpr int kRecheckInterval = 60;
 
 struct LoopCounters {
-  int basecounter = 0;   // cycles since the last slow-work pass
-  int checkcounter = 0;  // nominal seconds since the last slow-work pass
-  int full = 1;          // full-row flag of the next heartbeat
+  int basecounter = 0;            // cycles since the last slow-work pass
+  int checkcounter = 0;           // nominal seconds since the last slow-work pass
+  RowForm form = RowForm::kFull;  // the next heartbeat's row
 };
 
 struct CyclePlan {
@@ -26,7 +28,7 @@ struct CyclePlan {
 
 CyclePlan PlanCycle(const LoopCounters& c, int tplsync);
 
-// Counters after a cycle that ran plan (the heartbeat already consumed c.full).
+// Counters after a cycle that ran plan (the heartbeat already consumed c.form).
 void FinishCycle(LoopCounters& c, const CyclePlan& plan);
 
 }  // namespace qor

@@ -1,4 +1,4 @@
-#include "cli/daemon.h"
+#include "daemon/daemon.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -14,15 +14,16 @@
 
 #include "base/clock.h"
 #include "base/fatal.h"
+#include "base/fixed_text.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/process.h"
+#include "base/progname.h"
 #include "base/shell.h"
-#include "cli/progname.h"
-#include "cli/schedule.h"
-#include "cli/slow_pass.h"
 #include "config/qorconf.h"
 #include "config/qorver.h"
+#include "daemon/schedule.h"
+#include "daemon/slow_pass.h"
 #include "housekeeping/container_rows.h"
 #include "membership/heartbeat.h"
 #include "membership/monitor.h"
@@ -76,21 +77,35 @@ void Daemonise() {
   setpriority(PRIO_PROCESS, 0, -20);
 }
 
+// The pipeline that finds the running daemons in the process table: ps with psOptions, their
+// lines, then tail (nothing, or more of the pipeline).
+FixedText<96> DaemonsCommand(const char* psOptions, const char* tail) {
+  FixedText<96> command;
+  command.format("ps %s | grep 'qorclustd -start' | grep -v grep%s", psOptions, tail);
+  return command;
+}
+
+// Runs command, each output line to f; a pipeline that cannot be started ends the process.
+template <class F>
+void RunOrEnd(const FixedText<96>& command, size_t lineMax, F&& f) {
+  if (!RunShell(command.c_str(), lineMax, f)) FatalCommand(command.c_str());
+}
+
 // The configuration re-check of the cycle: 1 when the daemon must stop.
 int Recheck(int64_t* prevTotal, int64_t* prevIdle) {
   GetQorconf();
   if (StopsOutsideCluster(StopLevel::kError)) return 1;
   CheckAllRsvContainers();
   int64_t total = 0, idle = 0;
-  if (getcpuidle(&total, &idle) == 0) {
+  if (GetCpuIdle(&total, &idle) == 0) {
     CpuUtil = CpuUtilBetween(*prevTotal, *prevIdle, total, idle);
     *prevTotal = total;
     *prevIdle = idle;
   } else {
     CpuUtil = 0.0;
   }
-  MemUtil = getmemutil();
-  DiskUtil = getdiskutil("/");
+  MemUtil = GetMemUtil();
+  DiskUtil = GetDiskUtil("/");
   return 0;
 }
 
@@ -118,10 +133,10 @@ int DaemonCycle(DaemonState& s) {
   if (ConnectionPool != 5) ConnectionPool = 5;
   ReconnectCluster();
   GetClustCount(&ClustCount);
-  UpdateCluster(s.counters.full);
+  UpdateCluster(s.counters.form);
   NotifyHeartbeatDone();
-  s.counters.full = 0;
-  if (MonitorCluster(0) == kMonitorDone) PublishObservations(kRunDir, kObservedFile);
+  s.counters.form = RowForm::kShort;
+  if (MonitorCluster() == kMonitorDone) PublishObservations(kRunDir, kObservedFile);
   AdvanceQordown();
   CyclePlan plan = PlanCycle(s.counters, SlowRequest(Tplsync, s.slow, MonotonicMill()));
   if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) {
@@ -159,11 +174,11 @@ int DaemonMain() {
             static_cast<void*>(spool));
   CheckAllRsvContainers();
   UseQordownRecord();
-  getcpuidle(&state.prevTotal, &state.prevIdle);
-  getqorver(QorVersion);
-  MemUtil = getmemutil();
-  DiskUtil = getdiskutil("/");
-  state.counters.full = 1;
+  GetCpuIdle(&state.prevTotal, &state.prevIdle);
+  GetQorVer(QorVersion);
+  MemUtil = GetMemUtil();
+  DiskUtil = GetDiskUtil("/");
+  state.counters.form = RowForm::kFull;
   for (;;) {
     if (DaemonCycle(state) != 0) return 1;
     NotifyCycleDone(state.lastCycleUs / 1000, state.slow.what.c_str(),
@@ -173,7 +188,7 @@ int DaemonMain() {
 }
 
 int CheckRunning(int boot) {
-  if (checkroot() != 0) {
+  if (CheckRoot() != 0) {
     std::puts("Please sudo this!");
     return 1;
   }
@@ -182,8 +197,8 @@ int CheckRunning(int boot) {
               static_cast<int>(getgid()));
     return 1;
   }
-  const char* command = "ps aux | grep 'qorclustd -start' | grep -v grep | wc -l";
-  Trace("_checkrunning: cmd=%s\n", command);
+  const FixedText<96> command = DaemonsCommand("aux", " | wc -l");
+  Trace("_checkrunning: cmd=%s\n", command.c_str());
   // A running daemon shows its own command line for the instant a command of its cycle is being
   // started, so one look may count a copy twice. A copy that runs is seen in every look: the
   // smallest of a few looks is the true count.
@@ -193,12 +208,10 @@ int CheckRunning(int boot) {
     if (look > 0) usleep(100000);
     char first[128] = {};
     bool got = false;
-    if (!RunShell(command, sizeof first, [&](char* line) {
-          if (!got) CopyText(first, sizeof first, line);
-          got = true;
-        })) {
-      FatalCommand(command);
-    }
+    RunOrEnd(command, sizeof first, [&](char* line) {
+      if (!got) CopyText(first, sizeof first, line);
+      got = true;
+    });
     int seen = std::atoi(first);
     Trace("_checkrunning: result=%d, buf=%s\n", seen, first);
     if (count < 0 || seen < count) count = seen;
@@ -212,7 +225,6 @@ int CheckRunning(int boot) {
 }
 
 int StopDaemon() {
-  const char* command = "ps ax | grep 'qorclustd -start' | grep -v grep";
   int lastLength = 0;
   bool atLineStart = true;
   constexpr int kMaxDaemons = 16;
@@ -221,7 +233,7 @@ int StopDaemon() {
   // Whole lines: a long command line read in 127-character pieces would turn the start of a
   // later piece into a process id, and that process would be killed. For the same reason the
   // rest of a line longer than the buffer is skipped.
-  bool started = RunShell(command, kShellLineMax, [&](char* line) {
+  RunOrEnd(DaemonsCommand("ax", ""), kShellLineMax, [&](char* line) {
     bool begins = atLineStart;
     size_t length = std::strlen(line);
     atLineStart = length > 0 && line[length - 1] == '\n';
@@ -239,7 +251,6 @@ int StopDaemon() {
     // SIGTERM, which systemd's unit takes for a deliberate stop and does not restart after.
     if (pid > 0 && kill(pid, SIGTERM) == 0 && ended < kMaxDaemons) stopped[ended++] = pid;
   });
-  if (!started) FatalCommand(command);
   // The file goes once the daemons are gone, so that none of them writes it again after.
   for (int i = 0; i < ended; ++i) {
     for (int wait = 0; wait < 40 && kill(stopped[i], 0) == 0; ++wait) usleep(50000);
@@ -251,10 +262,7 @@ int StopDaemon() {
 }
 
 int ShowThisProc() {
-  const char* command = "ps aux | grep 'qorclustd -start' | grep -v grep";
-  if (!RunShell(command, 128, [](char* line) { std::fputs(line, stdout); })) {
-    FatalCommand(command);
-  }
+  RunOrEnd(DaemonsCommand("aux", ""), 128, [](char* line) { std::fputs(line, stdout); });
   return 0;
 }
 

@@ -1,4 +1,4 @@
-#include "store/icmp_echo.h"
+#include "net/icmp_echo.h"
 
 #include <arpa/inet.h>
 #include <linux/icmp.h>
