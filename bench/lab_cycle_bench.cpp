@@ -63,7 +63,6 @@ int main(int argc, char** argv) {
   // The daemon's start-up, as far as the cycle needs it.
   qor::InitClusterMem();
   qor::InitCpusets();
-  qor::Timemill = qor::GetQorTimeMill();
   qor::GetCpuinfo();
   char hostname[128] = {};
   gethostname(hostname, sizeof hostname - 1);

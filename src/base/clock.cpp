@@ -8,8 +8,6 @@
 
 namespace qor {
 
-int64_t Timemill = 0;
-
 int64_t GetQorTimeMill() {
   struct timeval tv;
   gettimeofday(&tv, nullptr);
@@ -26,6 +24,10 @@ int64_t MonotonicMicros() {
   timespec ts;
   clock_gettime(CLOCK_MONOTONIC, &ts);
   return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
+}
+
+Clocks ReadClocks() {
+  return {GetQorTimeMill(), MonotonicMill()};
 }
 
 namespace {

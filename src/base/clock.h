@@ -15,6 +15,14 @@ int64_t MonotonicMill();
 // The same clock in microseconds, for durations that a loopback round trip fits in.
 int64_t MonotonicMicros();
 
+// The two clocks as a pass reads them, once, at its start. The heartbeat, the monitors and the
+// cycle judge by these values and read no clock themselves, so a test can hand them any instant.
+struct Clocks {
+  int64_t wallMill = 0;  // GetQorTimeMill: the stamps written into rows, the dates of log lines
+  int64_t monoMs = 0;    // MonotonicMill: every silence and duration
+};
+Clocks ReadClocks();
+
 // Date text forms of MyGetDate.
 enum DateForm { kDateTime = 0, kDateStamp = 1, kDateSlashed = 2, kDateMonth = 3 };
 
@@ -24,13 +32,6 @@ time_t MyGetDate(char* text, size_t size, int form);
 
 // The text MyGetDate writes for the instant t (local time).
 void FormatQorDate(char* text, size_t size, time_t t, int form);
-
-}  // namespace qor
-
-namespace qor {
-
-// Milliseconds since the epoch taken at start-up, and again at the start of each heartbeat.
-extern int64_t Timemill;
 
 }  // namespace qor
 

@@ -41,17 +41,18 @@ namespace {
 struct CommandArgs {
   const CommandLine& line;
   const char* hostname;  // gethostname at start-up
+  int64_t startMill;     // the wall clock at start-up
 };
 
 using CommandFn = int (*)(const CommandArgs&);
 
-int TimeSec(const CommandArgs&) {
-  std::printf("%" PRId64 "\n", Timemill / 1000);
+int TimeSec(const CommandArgs& a) {
+  std::printf("%" PRId64 "\n", a.startMill / 1000);
   return 0;
 }
 
-int TimeMill(const CommandArgs&) {
-  std::printf("%" PRId64 "\n", Timemill);
+int TimeMill(const CommandArgs& a) {
+  std::printf("%" PRId64 "\n", a.startMill);
   return 0;
 }
 
@@ -158,7 +159,7 @@ int Proc(const CommandArgs&) {
 
 // One heartbeat writing the whole row, then what the two databases hold.
 int Update(const CommandArgs&) {
-  UpdateCluster(RowForm::kFull);
+  UpdateCluster(RowForm::kFull, GetQorTimeMill());
   return ShowTwoDatabases(0);
 }
 
@@ -302,7 +303,7 @@ int QorMain(int argc, char** argv) {
 
   InitClusterMem();
   InitCpusets();
-  Timemill = GetQorTimeMill();
+  const int64_t startMill = GetQorTimeMill();
   GetCpuinfo();
   char hostname[128] = {};
   gethostname(hostname, sizeof hostname - 1);
@@ -318,7 +319,7 @@ int QorMain(int argc, char** argv) {
                ClustsTemp);
   Clust.hostname.set(hostname);
   Clust.ipaddress.set(CurrentSvr);
-  int status = Dispatch(CommandArgs{line, hostname});
+  int status = Dispatch(CommandArgs{line, hostname, startMill});
   CloseConnectionPool();
   return status;
 }

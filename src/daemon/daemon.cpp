@@ -133,7 +133,7 @@ int DaemonCycle(DaemonState& s) {
   if (ConnectionPool != 5) ConnectionPool = 5;
   ReconnectCluster();
   GetClustCount(&ClustCount);
-  UpdateCluster(s.counters.form);
+  UpdateCluster(s.counters.form, ReadClocks().wallMill);
   NotifyHeartbeatDone();
   s.counters.form = RowForm::kShort;
   if (MonitorCluster() == kMonitorDone) PublishObservations(kRunDir, kObservedFile);

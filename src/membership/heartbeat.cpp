@@ -24,14 +24,14 @@ ActInfo sactinfo;
 // Raised by the slave and member heartbeats, cleared by the cycle loop after its pull.
 int Tplsync = 0;
 
-int UpdateCluster(RowForm form) {
+int UpdateCluster(RowForm form, int64_t nowMill) {
   switch (ClustRole) {
     case kRoleMaster:
-      return UpdateMaster(form);
+      return UpdateMaster(form, nowMill);
     case kRoleSlave:
-      return UpdateSlave(form);
+      return UpdateSlave(form, nowMill);
     case kRoleMember:
-      return UpdateMember(form);
+      return UpdateMember(form, nowMill);
     default:
       std::puts("Unknown Role error!");
       LogError("updatecluster(1) unknown role error!\n");
@@ -40,7 +40,6 @@ int UpdateCluster(RowForm form) {
 }
 
 void FillOwnRecord(const char* containersOf) {
-  Timemill = GetQorTimeMill();
   char host[128] = {};
   gethostname(host, sizeof host - 1);
   Clust.hostname.set(host);
@@ -62,7 +61,7 @@ void FillOwnRecord(const char* containersOf) {
   Clust.cpuloadavgpp = static_cast<double>(Cpu.loadavgpp);
 }
 
-bool BeginHeartbeat(const HeartbeatRole& r, const char* containersOf) {
+bool BeginHeartbeat(const HeartbeatRole& r, const char* containersOf, int64_t nowMill) {
   if (!Cluster) {
     LogNotice("%s(1) this is not cluster!", r.op);
     return false;
@@ -73,7 +72,7 @@ bool BeginHeartbeat(const HeartbeatRole& r, const char* containersOf) {
   Trace("_x%s(2): cpus=%d phycores=%d cores=%d procs=%d\n", r.op, Clust.cpus, Clust.cpuphycores,
         Clust.cpucores, Clust.cpuprocs);
   Trace("_x%s(2): loadavg=%0.2f pp=%0.2f containers=%d updated=%ld\n", r.op, Clust.cpuloadavg,
-        Clust.cpuloadavgpp, Clust.containers, Timemill);
+        Clust.cpuloadavgpp, Clust.containers, nowMill);
   if (ClustRole != r.role) {
     std::printf("Not %s Role error!\n", r.title);
     LogError("%s(%d) not %s role error!\n", r.op, r.roleErrorStep, r.word);
@@ -90,11 +89,11 @@ bool GuardInsert(const char* op, int step) {
   return false;
 }
 
-int InsertOwnRow(const char* op, int step, Db db, int status, int traced) {
+int InsertOwnRow(const char* op, int step, Db db, int status, int traced, int64_t nowMill) {
   if (!GuardInsert(op, step)) return kHeartbeatStopped;
   Trace("_x%s(%d): insert into %s with status=%d ...\n", op, step + 1, AddressOf(db), traced);
   Clust.status = status;
-  InsertClusterSql(db, Timemill, Clust);
+  InsertClusterSql(db, nowMill, Clust);
   return kHeartbeatDone;
 }
 

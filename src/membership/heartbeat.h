@@ -4,6 +4,8 @@
 // GetClustCount. Single-threaded; each call re-reads the configuration.
 #pragma once
 
+#include <cstdint>
+
 #include "store/clust_record.h"
 #include "store/pools.h"
 
@@ -20,14 +22,14 @@ extern ActInfo sactinfo;
 // 1 when a heartbeat asks the cycle loop for a template pull now; the loop sets it back to 0.
 extern int Tplsync;
 
-// form: the whole row or the short form. The role writer's result, or 1 for a role that is none
-// of master, slave and member.
-int UpdateCluster(RowForm form);
-int UpdateMaster(RowForm form);
-int UpdateSlave(RowForm form);
-int UpdateMember(RowForm form);
+// form: the whole row or the short form; nowMill: the wall clock the inserted rows are stamped
+// with. The role writer's result, or 1 for a role that is none of master, slave and member.
+int UpdateCluster(RowForm form, int64_t nowMill);
+int UpdateMaster(RowForm form, int64_t nowMill);
+int UpdateSlave(RowForm form, int64_t nowMill);
+int UpdateMember(RowForm form, int64_t nowMill);
 
-// The measuring part every role writer shares: Timemill, host name, own address, cluster id and
+// The measuring part every role writer shares: host name, own address, cluster id and
 // role text (as configured before the re-read), the container count of containersOf, the
 // processor figures, then the configuration re-read.
 void FillOwnRecord(const char* containersOf);
@@ -36,9 +38,9 @@ void FillOwnRecord(const char* containersOf);
 // "<op>(<step>): not insert because clustcount=%d is over!", when the table is full.
 bool GuardInsert(const char* op, int step);
 // The insert branch: behind the row guard of step, this node's row with status goes into db; the
-// trace line of step + 1 shows traced, the status as that branch had it before. kHeartbeatDone,
-// or kHeartbeatStopped by the guard.
-int InsertOwnRow(const char* op, int step, Db db, int status, int traced);
+// trace line of step + 1 shows traced, the status as that branch had it before; the row is
+// stamped nowMill. kHeartbeatDone, or kHeartbeatStopped by the guard.
+int InsertOwnRow(const char* op, int step, Db db, int status, int traced, int64_t nowMill);
 
 // What tells the three heartbeats apart at their start: the name their lines carry
 // ("updatemaster"), the role they serve, its name in the two spellings of the role error, and
@@ -53,6 +55,6 @@ struct HeartbeatRole {
 // The start every heartbeat shares: outside a cluster it writes nothing; otherwise it fills and
 // traces this node's own record (containers counted in the database of containersOf), and stops
 // a node whose configured role is not the heartbeat's. True to go on.
-bool BeginHeartbeat(const HeartbeatRole& r, const char* containersOf);
+bool BeginHeartbeat(const HeartbeatRole& r, const char* containersOf, int64_t nowMill);
 
 }  // namespace qor

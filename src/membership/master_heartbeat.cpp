@@ -41,7 +41,7 @@ void LogMasterNote(MasterNote note, const ClustRecord& Mm, const ClustRecord& Ms
 
 // The master's database holds the master's and the slave's rows: the slave's database decides
 // with it when its server answers.
-int WritePair(RowForm form) {
+int WritePair(RowForm form, int64_t nowMill) {
   const Db own = ReadDb(mactinfo, Db::kMaster);
   const char* slave = cnf.clustslave.c_str();
   ClustRecord& Mm = *ClustsOnMaster[0];
@@ -71,7 +71,8 @@ int WritePair(RowForm form) {
       UpdateClusterSql(Db::kSlave, *ClustsOnMaster[0], d.withlastwrite, form);
       return kHeartbeatDone;
     case MasterAction::kInsertIntoSlave:
-      if (InsertOwnRow("updatemaster", 8, Db::kSlave, Mm.status, Mm.status) != kHeartbeatDone) {
+      if (InsertOwnRow("updatemaster", 8, Db::kSlave, Mm.status, Mm.status, nowMill) !=
+          kHeartbeatDone) {
         return kHeartbeatStopped;
       }
       UpdateClusterSql(own, *ClustsOnMaster[0], d.withlastwrite, form);
@@ -96,9 +97,9 @@ int KeepAliveOnSlave(RowForm form) {
 
 }  // namespace
 
-int UpdateMaster(RowForm form) {
+int UpdateMaster(RowForm form, int64_t nowMill) {
   if (!BeginHeartbeat({"updatemaster", kRoleMaster, "Master", "master", 15},
-                      cnf.clustmaster.c_str())) {
+                      cnf.clustmaster.c_str(), nowMill)) {
     return kHeartbeatStopped;
   }
 
@@ -109,16 +110,16 @@ int UpdateMaster(RowForm form) {
   const Db own = ReadDb(mactinfo, Db::kMaster);
   switch (ClassifyPair(mactinfo.count, *ClustsOnMaster[0], "master")) {
     case PairRows::kBoth:
-      return WritePair(form);
+      return WritePair(form, nowMill);
     case PairRows::kOwnOnly:
       // Without the slave's row there is nothing to judge against: no read of the slave's side.
       CopyOwnValues(*ClustsOnMaster[0], Clust, Containers);
       UpdateClusterSql(own, *ClustsOnMaster[0], 0, form);
       return kHeartbeatDone;
     case PairRows::kOtherOnly:
-      return InsertOwnRow("updatemaster", 11, own, kStatusActive, kStatusActive);
+      return InsertOwnRow("updatemaster", 11, own, kStatusActive, kStatusActive, nowMill);
     case PairRows::kNeither:
-      return InsertOwnRow("updatemaster", 13, own, kStatusActive, kStatusActive);
+      return InsertOwnRow("updatemaster", 13, own, kStatusActive, kStatusActive, nowMill);
   }
   return kHeartbeatDone;
 }

@@ -69,7 +69,7 @@ void Decide(Db db, ClustRecord& row, bool writtenOnMaster) {
 // The member's row in one database. *writtenOnMaster: set when the row was written into the
 // master's, not when it was inserted instead; the slave's decision reads it. 0 to go on, 1 to
 // stop.
-int WriteOn(const MemberSide& side, RowForm form, bool* writtenOnMaster) {
+int WriteOn(const MemberSide& side, RowForm form, int64_t nowMill, bool* writtenOnMaster) {
   const char* host = Clust.hostname.c_str();
   // A read that failed (its database kept it waiting past the bound, or refused it) says nothing
   // about the row: an insert then would give the server a second row, on whichever database the
@@ -94,7 +94,8 @@ int WriteOn(const MemberSide& side, RowForm form, bool* writtenOnMaster) {
     }
     case OneRow::kMissing:
       if (!read) return kHeartbeatDone;
-      return InsertOwnRow("updatemember", side.insertStep, target, kStatusActive, kStatusActive);
+      return InsertOwnRow("updatemember", side.insertStep, target, kStatusActive, kStatusActive,
+                          nowMill);
     case OneRow::kDuplicates:
       std::printf("Multiple %s found %s\n", host, side.multipleWhere);
       LogError("updatemember(%d) multiple %s found on %s\n", side.multipleStep, host,
@@ -106,18 +107,19 @@ int WriteOn(const MemberSide& side, RowForm form, bool* writtenOnMaster) {
 
 }  // namespace
 
-int UpdateMember(RowForm form) {
-  if (!BeginHeartbeat({"updatemember", kRoleMember, "Member", "member", 13}, cnf.dbsvr.c_str())) {
+int UpdateMember(RowForm form, int64_t nowMill) {
+  if (!BeginHeartbeat({"updatemember", kRoleMember, "Member", "member", 13}, cnf.dbsvr.c_str(),
+                      nowMill)) {
     return kHeartbeatStopped;
   }
   bool writtenOnMaster = false;
   if (Ping(cnf.clustmaster.c_str()) == 0 &&
-      WriteOn(kSides[Index(Db::kMaster)], form, &writtenOnMaster) != kHeartbeatDone) {
+      WriteOn(kSides[Index(Db::kMaster)], form, nowMill, &writtenOnMaster) != kHeartbeatDone) {
     return kHeartbeatStopped;
   }
   // A server that does not answer is skipped without a message.
   if (Ping(cnf.clustslave.c_str()) == 0) {
-    return WriteOn(kSides[Index(Db::kSlave)], form, &writtenOnMaster);
+    return WriteOn(kSides[Index(Db::kSlave)], form, nowMill, &writtenOnMaster);
   }
   return kHeartbeatDone;
 }

@@ -44,7 +44,7 @@ OneRow ReadOwnRowOnSlave() {
 }
 
 // The master's database holds both rows: the slave's row there is written first, then its copy.
-int WritePairOnMaster(RowForm form) {
+int WritePairOnMaster(RowForm form, int64_t nowMill) {
   const ClustRecord& Mm = *ClustsOnMaster[0];
   ClustRecord& Ms = *ClustsOnMaster[1];
   CopyOwnValues(Ms, Clust, Containers);
@@ -62,11 +62,11 @@ int WritePairOnMaster(RowForm form) {
     UpdateClusterSql(Db::kSlave, *ClustsOnMaster[1], withlastwrite, form);
     return kHeartbeatDone;
   }
-  return InsertOwnRow("updateslave", 6, Db::kSlave, Ms.status, Ms.status);
+  return InsertOwnRow("updateslave", 6, Db::kSlave, Ms.status, Ms.status, nowMill);
 }
 
 // The master's database holds only the slave's row.
-int WriteOwnOnlyOnMaster(RowForm form) {
+int WriteOwnOnlyOnMaster(RowForm form, int64_t nowMill) {
   ClustRecord& row = *ClustsOnMaster[0];
   CopyOwnValues(row, Clust, Containers);
   row.status = Reactivated(row.status);
@@ -78,10 +78,10 @@ int WriteOwnOnlyOnMaster(RowForm form) {
     UpdateClusterSql(Db::kSlave, *ClustsOnMaster[0], 0, form);
     return kHeartbeatDone;
   }
-  return InsertOwnRow("updateslave", 8, Db::kSlave, kStatusActive, Clust.status);
+  return InsertOwnRow("updateslave", 8, Db::kSlave, kStatusActive, Clust.status, nowMill);
 }
 
-int WriteWithMaster(RowForm form) {
+int WriteWithMaster(RowForm form, int64_t nowMill) {
   if (GetClusterSql(MasterAddr(), "-master_slave", &mactinfo, ClustsOnMaster, Db::kMaster) !=
       kDbOk) {
     return kHeartbeatStopped;
@@ -89,20 +89,20 @@ int WriteWithMaster(RowForm form) {
   Trace("_xupdateslave(4): mactinfo.count=%d\n", mactinfo.count);
   switch (ClassifyPair(mactinfo.count, *ClustsOnMaster[0], "slave")) {
     case PairRows::kBoth:
-      return WritePairOnMaster(form);
+      return WritePairOnMaster(form, nowMill);
     case PairRows::kOwnOnly:
-      return WriteOwnOnlyOnMaster(form);
+      return WriteOwnOnlyOnMaster(form, nowMill);
     case PairRows::kOtherOnly:
       // The slave's database is not read first: the master's side alone says the row is new.
       if (InsertOwnRow("updateslave", 10, ReadDb(mactinfo, Db::kMaster), kStatusActive,
-                       Clust.status) != kHeartbeatDone) {
+                       Clust.status, nowMill) != kHeartbeatDone) {
         return kHeartbeatStopped;
       }
-      InsertClusterSql(Db::kSlave, Timemill, Clust);
+      InsertClusterSql(Db::kSlave, nowMill, Clust);
       return kHeartbeatDone;
     case PairRows::kNeither:
       return InsertOwnRow("updateslave", 12, ReadDb(mactinfo, Db::kMaster), kStatusActive,
-                          Clust.status);
+                          Clust.status, nowMill);
   }
   return kHeartbeatDone;
 }
@@ -136,7 +136,7 @@ void WriteAlone(int index, const ClustRecord* Sm, RowForm form) {
   UpdateClusterSql(Db::kSlave, *ClustsOnSlave[index], d.withlastwrite, form);
 }
 
-int WriteWithoutMaster(RowForm form) {
+int WriteWithoutMaster(RowForm form, int64_t nowMill) {
   if (GetClusterSql(SlaveAddr(), "-master_slave", &sactinfo, ClustsOnSlave, Db::kSlave) != kDbOk) {
     return kHeartbeatStopped;
   }
@@ -155,18 +155,19 @@ int WriteWithoutMaster(RowForm form) {
       break;
   }
   Clust.status = kStatusActive;
-  InsertClusterSql(Db::kSlave, Timemill, Clust);
+  InsertClusterSql(Db::kSlave, nowMill, Clust);
   return kHeartbeatDone;
 }
 
 }  // namespace
 
-int UpdateSlave(RowForm form) {
-  if (!BeginHeartbeat({"updateslave", kRoleSlave, "Slave", "slave", 18}, cnf.clustslave.c_str())) {
+int UpdateSlave(RowForm form, int64_t nowMill) {
+  if (!BeginHeartbeat({"updateslave", kRoleSlave, "Slave", "slave", 18}, cnf.clustslave.c_str(),
+                      nowMill)) {
     return kHeartbeatStopped;
   }
-  if (Ping(MasterAddr()) == 0) return WriteWithMaster(form);
-  return WriteWithoutMaster(form);
+  if (Ping(MasterAddr()) == 0) return WriteWithMaster(form, nowMill);
+  return WriteWithoutMaster(form, nowMill);
 }
 
 }  // namespace qor

@@ -117,8 +117,8 @@ const Column kColumns[] = {
     {"cpuloadavg", [](ClustRecord& r, const char* v) { r.cpuloadavg = AsDouble(v); }},
     {"cpuloadavgpp", [](ClustRecord& r, const char* v) { r.cpuloadavgpp = AsDouble(v); }},
     {"containers", [](ClustRecord& r, const char* v) { r.containers = AtoI(v); }},
-    {"updated_at",
-     [](ClustRecord& r, const char* v) { r.updated_at = ParseUpdatedAt(v, time(nullptr)); }},
+    // Read against the reader's clock, which FillClustRecord is handed.
+    {"updated_at", nullptr},
     {"qortimemill", [](ClustRecord& r, const char* v) { r.qortimemill = AtoL(v); }},
     {"cpuutil", [](ClustRecord& r, const char* v) { r.cpuutil = AsDouble(v); }},
     {"memutil", [](ClustRecord& r, const char* v) { r.memutil = AsDouble(v); }},
@@ -126,7 +126,7 @@ const Column kColumns[] = {
     {"qorver", [](ClustRecord& r, const char* v) { r.qorver.set(v); }},
 };
 constexpr int kColumnCount = static_cast<int>(sizeof kColumns / sizeof kColumns[0]);
-constexpr int kStatusColumn = 6, kCoresColumn = 15;
+constexpr int kStatusColumn = 6, kCoresColumn = 15, kUpdatedAtColumn = 20;
 
 }  // namespace
 
@@ -142,9 +142,17 @@ bool BuildClusterSelect(SqlText& sql, const char* cond) {
   return sql.format("select %s %s %s %s;", columns.c_str(), "from clusters", where.c_str(), order);
 }
 
-void FillClustRecord(ClustRecord& rec, int ncols, const char* const* values, ActInfo& info) {
+void FillClustRecord(ClustRecord& rec, int ncols, const char* const* values, ActInfo& info,
+                     int64_t nowSec) {
   int n = ncols < kColumnCount ? ncols : kColumnCount;
-  for (int i = 0; i < n; ++i) kColumns[i].fill(rec, values[i] ? values[i] : "");
+  for (int i = 0; i < n; ++i) {
+    const char* v = values[i] ? values[i] : "";
+    if (i == kUpdatedAtColumn) {
+      rec.updated_at = ParseUpdatedAt(v, nowSec);
+    } else {
+      kColumns[i].fill(rec, v);
+    }
+  }
   // Active rows count as servers, and their cores go into the sum; any node's row can claim any
   // core count, so the sum of a full array is held to int.
   if (n <= kStatusColumn || rec.status != kStatusActive) return;
@@ -174,12 +182,13 @@ int GetClusterSql(const char* dbsvr, const char* cond, ActInfo* info, ClustRecor
   // The arrays hold 64 rows: later rows are neither stored nor counted, so that every reader
   // that walks entries 0 to count-1 sees only rows of this query.
   bool overflow = false;
+  const int64_t nowSec = time(nullptr);
   int rc = conn.Query(sql.c_str(), [&](int ncols, const char* const* values) {
     if (info->count >= Maxcluster) {
       overflow = true;
       return;
     }
-    FillClustRecord(*records[info->count], ncols, values, *info);
+    FillClustRecord(*records[info->count], ncols, values, *info, nowSec);
     ++info->count;
   });
   if (rc != kDbOk) {

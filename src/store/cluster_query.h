@@ -19,7 +19,9 @@ bool BuildClusterSelect(SqlText& sql, const char* cond);
 
 // Fills rec from one result row (columns by position, at most 26 used) and adds an active row to
 // info's servers and cores. SQL NULL reads as the empty text (0 for numbers); texts are cut at 127.
-void FillClustRecord(ClustRecord& rec, int ncols, const char* const* values, ActInfo& info);
+// updated_at is read as the instant nearest nowSec, the reader's own wall clock.
+void FillClustRecord(ClustRecord& rec, int ncols, const char* const* values, ActInfo& info,
+                     int64_t nowSec);
 
 // 0 done, 500 no usable connection, 501 the query failed or the selector was refused. Reads db
 // through PoolByTarget (the master's falls back to the slave's); dbsvr names it in messages.

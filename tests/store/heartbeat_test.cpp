@@ -18,6 +18,9 @@ namespace {
 
 using StoreHeartbeat = HeartbeatTest;
 
+// The wall clock the heartbeats stamp their inserts with.
+constexpr int64_t kNowMill = 1700000000000;
+
 // Rows' columns with a last one that tells whether the row was written in the last minute.
 const char* const kWritten =
     "hostname,role,status,last_writemill,updated_at > now() - interval 1 minute";
@@ -28,7 +31,7 @@ TEST_F(StoreHeartbeat, MasterWithTheSlaveSilentDecidesFromItsDatabaseAlone) {
       {{host, "", "master", 100, 0, "0", 5000}, {"shost", "", "slave", 100, 0, "0", 7000}});
   Put("slave", {{host, "", "master", 100, 0, "0", 5000, 3600}});
 
-  EXPECT_EQ(qor::UpdateMaster(qor::RowForm::kShort), 0);
+  EXPECT_EQ(qor::UpdateMaster(qor::RowForm::kShort, kNowMill), 0);
   EXPECT_EQ(Logs(), (Lines{"updatemaster(10) lastwritemill -> 5000 7000",
                            "DB_OLD_STAT_1: " + host + "(127.0.0.1) is now DB_OLD_STAT(" + host +
                                ":5000 < shost:7000)"}));
@@ -46,14 +49,14 @@ TEST_F(StoreHeartbeat, SlaveWithTheMasterSilentAndNoMasterRowMakesItsDatabaseOld
   qor::ClustsOnMaster[0]->last_writemill = 6000;
   qor::ClustsOnMaster[1]->last_writemill = 4000;
   Put("slave", {{host, "", "slave", 100, 0, "0", 4000}});
-  EXPECT_EQ(qor::UpdateSlave(qor::RowForm::kShort), 0);
+  EXPECT_EQ(qor::UpdateSlave(qor::RowForm::kShort, kNowMill), 0);
   EXPECT_EQ(Logs(), (Lines{"updateslave(15) lastwritemill -> 6000 4000",
                            "DB_OLD_STAT_3: " + host + "(127.0.0.1) is now DB_OLD_STAT(" + host +
                                ":4000)"}));
   EXPECT_EQ(Rows("slave"), Line({host, "slave", "300", "0"}));
 
   Sql("slave", "update clusters set updated_at = now() - interval 1 hour;");
-  EXPECT_EQ(qor::UpdateSlave(qor::RowForm::kShort), 0);
+  EXPECT_EQ(qor::UpdateSlave(qor::RowForm::kShort, kNowMill), 0);
   EXPECT_TRUE(Logs().empty());
   EXPECT_EQ(Rows("slave", kWritten), Line({host, "slave", "300", "0", "1"}));
 }
@@ -64,7 +67,7 @@ TEST_F(StoreHeartbeat, MembersCopyOnTheSlaveTakesTheMastersStatusAndTemplateMark
   Become("member");
   Put("master", {{host, "", "member", 200, 0, "0", 0, 0, 88, 77, 300}});
   Put("slave", {{"filler", "", "member", 100, 0, "0", 0}, {host, "", "member", 300, 0, "0", 0}});
-  EXPECT_EQ(qor::UpdateMember(qor::RowForm::kFull), 0);
+  EXPECT_EQ(qor::UpdateMember(qor::RowForm::kFull, kNowMill), 0);
   EXPECT_EQ(Rows("master"), Line({host, "member", "100", "0"}));
   EXPECT_EQ(Rows("slave"),
             Line({"filler", "member", "100", "0"}) + Line({host, "member", "100", "0"}));
@@ -96,7 +99,7 @@ TEST_F(StoreHeartbeat, PullRecordedOnlyWhenRsyncEndedWell) {
 TEST_F(StoreHeartbeat, RowGuardStopsAMemberAboveSixtyFourRows) {
   Become("member");
   qor::ClustCount = 65;
-  EXPECT_EQ(qor::UpdateMember(qor::RowForm::kShort), 1);
+  EXPECT_EQ(qor::UpdateMember(qor::RowForm::kShort, kNowMill), 1);
   EXPECT_EQ(Logs(), Lines{"updatemember(6): not insert because clustcount=65 is over!\n"});
   EXPECT_EQ(Rows("master") + Rows("slave"), "");
 }
@@ -108,13 +111,14 @@ TEST_F(StoreHeartbeat, FailedContainerCountKeepsTheLastGoodOne) {
   Put("master", {{host, "", "member"}});
   qor::Containers = 7;
   Sql("master", "rename table containers to containers_away;");
-  for (int cycle = 0; cycle < 2; ++cycle) EXPECT_EQ(qor::UpdateMember(qor::RowForm::kShort), 0);
+  for (int cycle = 0; cycle < 2; ++cycle)
+    EXPECT_EQ(qor::UpdateMember(qor::RowForm::kShort, kNowMill), 0);
   Sql("master", "rename table containers_away to containers;");
   EXPECT_EQ(Rows("master", "hostname,containers"), Line({host, "7"}));
   EXPECT_EQ(Logs(), (Lines{"getcontainersdb db query error",
                            "getcontainers failed (501), containers kept at 7",
                            "getcontainersdb db query error"}));
-  EXPECT_EQ(qor::UpdateMember(qor::RowForm::kShort), 0);
+  EXPECT_EQ(qor::UpdateMember(qor::RowForm::kShort, kNowMill), 0);
   EXPECT_EQ(Rows("master", "hostname,containers"), Line({host, "0"}));
   EXPECT_FALSE(qor::ContainersFailing);
 }
@@ -126,7 +130,7 @@ TEST_F(StoreHeartbeat, MemberInsertsNoRowAfterAReadThatFailed) {
   for (const char* side : sides) Sql(side, "revoke select on qor.* from 'qordirect'@'%';");
   qor::CloseConnectionPool();
   Connect();
-  EXPECT_EQ(qor::UpdateMember(qor::RowForm::kShort), 0);
+  EXPECT_EQ(qor::UpdateMember(qor::RowForm::kShort, kNowMill), 0);
   for (const char* side : sides) Sql(side, "grant select on qor.* to 'qordirect'@'%';");
   EXPECT_EQ(Rows("master") + Rows("slave"), "");
 }
