@@ -165,7 +165,8 @@ int Update(const CommandArgs&) {
 
 // Ends only after the take-over scripts its pass started, as the listing may show their work.
 int Monitor(const CommandArgs&) {
-  MonitorCluster();
+  DetectorMemory detector;
+  MonitorCluster(detector, ReadClocks());
   WaitQordown();
   return ShowTwoDatabases(0);
 }

@@ -74,7 +74,8 @@ int Explain(bool json) {
                    : "this server is a member: it judges nobody");
     return 0;
   }
-  bool observed = LoadObservations(kObservedFile);
+  DetectorMemory d;
+  bool observed = LoadObservations(d, kObservedFile);
   const int64_t nowMs = MonotonicMill();
   const bool master = ClustRole == kRoleMaster;
   const char* peer = master ? cnf.clustslave.c_str() : cnf.clustmaster.c_str();
@@ -86,7 +87,7 @@ int Explain(bool json) {
     int i = Index(db);
     read[i] =
         GetClusterSql(AddressOf(db), "-all", infos[i], rows[i], db) == kDbOk && infos[i]->side == i;
-    if (read[i]) Detector().seen.Read(db, rows[i], infos[i]->count, nowMs, true);
+    if (read[i]) d.seen.Read(db, rows[i], infos[i]->count, nowMs, true);
   }
   // The slave judges from its own database only while the master's cannot be read; the master
   // judges from its own.
@@ -102,10 +103,10 @@ int Explain(bool json) {
     bool own = master ? r->role_id == kRoleIdMaster : r->role_id == kRoleIdSlave;
     bool leftToMaster = !master && home == Db::kMaster && r->role_id != kRoleIdMaster;
     if (!own && !leftToMaster) judged.push_back(r);
-    if (r->role_id == kRoleIdMaster) MasterLastWriteMill = r->last_writemill;
+    if (r->role_id == kRoleIdMaster) d.MasterLastWriteMill = r->last_writemill;
   }
   std::vector<GuardRow> guardRows;
-  for (const ClustRecord* r : judged) guardRows.push_back(GuardRowOf(*r, home, nowMs));
+  for (const ClustRecord* r : judged) guardRows.push_back(GuardRowOf(d, *r, home, nowMs));
   bool asked = false, answers = false;
   PassGuard guard = GuardOf(guardRows, [&] {
     if (!asked) answers = Ping(peer) == 0;
@@ -122,9 +123,9 @@ int Explain(bool json) {
   };
   std::vector<Explained> out;
   for (const ClustRecord* r : judged) {
-    RowSeen seen = SeenOf(*r, home, held(r->hostname.c_str()), nowMs, marks);
+    RowSeen seen = SeenOf(d, *r, home, held(r->hostname.c_str()), nowMs, marks);
     RowVerdict v = Judge(seen, guard, guard.writing > 0, [&](bool s) {
-      if (master) return DecideOnMaster(*r, s, MasterLastWriteMill);
+      if (master) return DecideOnMaster(*r, s, d.MasterLastWriteMill);
       if (home == Db::kMaster) return DecideMasterAnswering(*r, slaveRow ? *slaveRow : *r, s);
       return r->role_id == kRoleIdMaster ? DecideMasterSilent(*r, s, r->last_writemill, 0)
                                          : DecideMemberFromSlave(*r, s);

@@ -136,7 +136,9 @@ int DaemonCycle(DaemonState& s) {
   UpdateCluster(s.counters.form, ReadClocks().wallMill);
   NotifyHeartbeatDone();
   s.counters.form = RowForm::kShort;
-  if (MonitorCluster() == kMonitorDone) PublishObservations(kRunDir, kObservedFile);
+  if (MonitorCluster(s.detector, ReadClocks()) == kMonitorDone) {
+    PublishObservations(s.detector, kRunDir, kObservedFile);
+  }
   AdvanceQordown();
   CyclePlan plan = PlanCycle(s.counters, SlowRequest(Tplsync, s.slow, MonotonicMill()));
   if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) {
@@ -150,7 +152,7 @@ int DaemonCycle(DaemonState& s) {
   FinishCycle(s.counters, plan);
   ++s.cycles;
   if (s.metricsDir) {
-    MetricsView v = CycleView(MonotonicMicros() - start, s.cycles);
+    MetricsView v = CycleView(s.detector, ReadClocks(), MonotonicMicros() - start, s.cycles);
     v.slowWorkMs = SlowPassRunningMs(s.slow, MonotonicMill());
     PublishMetrics(v, s.metricsDir);
   }

@@ -9,15 +9,17 @@
 #include "base/paths.h"
 #include "daemon/schedule.h"
 #include "daemon/slow_pass.h"
+#include "membership/watch.h"
 
 namespace qor {
 
 // What the cycle keeps from one cycle to the next.
 struct DaemonState {
   LoopCounters counters;
-  int64_t sequence = 0;   // slow-work log lines written so far
-  SlowPass slow;          // the slow pass beside the cycle
-  int64_t prevTotal = 0;  // last processor sample
+  int64_t sequence = 0;     // slow-work log lines written so far
+  SlowPass slow;            // the slow pass beside the cycle
+  DetectorMemory detector;  // what the monitors observed in the cycles so far
+  int64_t prevTotal = 0;    // last processor sample
   int64_t prevIdle = 0;
   int64_t cycles = 0;       // cycles run so far
   int64_t lastCycleUs = 0;  // the last cycle's length, its metrics file included

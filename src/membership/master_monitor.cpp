@@ -21,14 +21,9 @@
 
 namespace qor {
 
-int64_t MasterLastWriteMill = 0;
-int64_t SlaveLastWriteMill = 0;
-int64_t MasterTplUpdateMill = 0;
-int64_t DetectedCount[kDetectedKinds] = {};
-
-int MonitorCluster() {
-  if (ClustRole == kRoleMaster) return MonitorOnMaster();
-  if (ClustRole == kRoleSlave) return MonitorOnSlave();
+int MonitorCluster(DetectorMemory& d, const Clocks& now) {
+  if (ClustRole == kRoleMaster) return MonitorOnMaster(d, now);
+  if (ClustRole == kRoleSlave) return MonitorOnSlave(d, now);
   return kMonitorNotMine;
 }
 
@@ -52,48 +47,51 @@ class SlaveReach {
 
 // The status, to the slave's database by the id the same host has there: each database numbers
 // its rows itself.
-void WriteSlaveCopy(const ClustRecord& row, int status, int64_t nowMs) {
+void WriteSlaveCopy(DetectorMemory& d, const ClustRecord& row, int status, int64_t nowMs) {
   ActInfo info;
   GetClusterSql(cnf.clustslave.c_str(), row.hostname.c_str(), &info, ClustsTemp, Db::kSlave);
   if (info.count != 1 || info.side != Index(Db::kSlave)) return;
   SetStatusClusterSql(Db::kSlave, ClustsTemp[0]->id, status);
-  Detector().seen.Wrote(Db::kSlave, row.hostname.c_str(), nowMs, status);
+  d.seen.Wrote(Db::kSlave, row.hostname.c_str(), nowMs, status);
 }
 
-void WriteStatus(const ClustRecord& row, int status, bool slaveReadable, int64_t nowMs) {
+void WriteStatus(DetectorMemory& d, const ClustRecord& row, int status, bool slaveReadable,
+                 int64_t nowMs) {
   SetStatusClusterSql(Db::kMaster, row.id, status);
-  Detector().seen.Wrote(Db::kMaster, row.hostname.c_str(), nowMs, status);
-  if (slaveReadable) WriteSlaveCopy(row, status, nowMs);
+  d.seen.Wrote(Db::kMaster, row.hostname.c_str(), nowMs, status);
+  if (slaveReadable) WriteSlaveCopy(d, row, status, nowMs);
 }
 
 struct Pass {
+  DetectorMemory& d;
   int64_t now, nowMs;
-  PassGuard guard;
-  bool slaveReadable;
+  PassGuard guard{};
+  bool slaveReadable = false;
   int held = 0;  // take-overs newly held in this pass
-  PassMarks marks;
+  PassMarks marks{};
 };
 
 void CheckRow(ClustRecord& row, Pass& p) {
   TakeoverQueue& queue = QordownRuns();
   const char* host = row.hostname.c_str();
-  RowSeen seen = SeenOf(row, Db::kMaster, queue.Holds(host), p.nowMs, p.marks);
+  DetectorMemory& d = p.d;
+  RowSeen seen = SeenOf(d, row, Db::kMaster, queue.Holds(host), p.nowMs, p.marks);
   Trace("_xmonitoronmaster(9): delta=%ld ldate1=%ld ldate2=%ld\n",
         static_cast<long>(seen.silentMs / 1000), static_cast<long>(p.now),
         static_cast<long>(row.updated_at));
   RowVerdict v = Judge(seen, p.guard, p.guard.writing > 0,
-                       [&](bool s) { return DecideOnMaster(row, s, MasterLastWriteMill); });
-  ReportOneDb("monitoronmaster(5)", row, v.takeover == Takeover::kOneDb);
-  if (v.logDetected) LogDetected(1, row, p.now);
+                       [&](bool s) { return DecideOnMaster(row, s, d.MasterLastWriteMill); });
+  ReportOneDb(d, "monitoronmaster(5)", row, v.takeover == Takeover::kOneDb);
+  if (v.logDetected) LogDetected(d, 1, row, p.now);
   if (v.decided.old) {
-    LogNotice("monitoronmaster(1) lastwritemill -> %ld %ld", static_cast<long>(MasterLastWriteMill),
-              static_cast<long>(row.last_writemill));
+    LogNotice("monitoronmaster(1) lastwritemill -> %ld %ld",
+              static_cast<long>(d.MasterLastWriteMill), static_cast<long>(row.last_writemill));
     LogError("DB_OLD_STAT_4: %s(%s) is now DB_OLD_STAT(%s:%ld > %s:%ld)", host,
-             row.ipaddress.c_str(), cnf.clustmaster.c_str(), static_cast<long>(MasterLastWriteMill),
-             host, static_cast<long>(row.last_writemill));
+             row.ipaddress.c_str(), cnf.clustmaster.c_str(),
+             static_cast<long>(d.MasterLastWriteMill), host, static_cast<long>(row.last_writemill));
     row.last_writemill = 0;
   }
-  if (v.write) WriteStatus(row, v.decided.status, p.slaveReadable, p.nowMs);
+  if (v.write) WriteStatus(d, row, v.decided.status, p.slaveReadable, p.nowMs);
   switch (v.takeover) {
     case Takeover::kRun:
       // The take-over sees the row as read, but with the last write cleared for a slave made old.
@@ -112,41 +110,41 @@ void CheckRow(ClustRecord& row, Pass& p) {
       break;
     case Takeover::kNone:
     case Takeover::kOneDb:
-      if (seen.held && Detector().seen.Writing(host, p.nowMs)) {
+      if (seen.held && d.seen.Writing(host, p.nowMs)) {
         LogNotice("monitoronmaster(4) %s(%s) writes again, its held take-over dropped", host,
                   row.ipaddress.c_str());
         queue.Drop(host);
       }
       break;
   }
-  SettleMaintenance("monitoronmaster(10)", row, seen, p.marks, p.nowMs);
+  SettleMaintenance(d, "monitoronmaster(10)", row, seen, p.marks, p.nowMs);
 }
 
 // A status the slave's database missed (its server did not answer when the verdict was
 // written) is copied there at the first pass that can, while the server stays silent there.
-void HealSlaveCopy(const ClustRecord& row, const Pass& p) {
+void HealSlaveCopy(const ClustRecord& row, Pass& p) {
   if (!p.slaveReadable || (row.status != kStatusInactive && row.status != kStatusOld)) return;
-  const RowWatch* copy = Detector().seen.Find(Db::kSlave, row.hostname.c_str());
+  const RowWatch* copy = p.d.seen.Find(Db::kSlave, row.hostname.c_str());
   if (copy == nullptr || copy->status != kStatusActive || copy->silentMs <= kSilentMs) return;
   LogNotice("monitoronmaster(7) %s(%s) status %d copied to the database on %s",
             row.hostname.c_str(), row.ipaddress.c_str(), row.status, cnf.clustslave.c_str());
-  WriteSlaveCopy(row, row.status, p.nowMs);
+  WriteSlaveCopy(p.d, row, row.status, p.nowMs);
 }
 
 // Each database's copy is marked by what that copy says, so a mark the slave's database missed
 // is made there at the first pass that can read it.
-void MarkTemplate(const ClustRecord& row, bool slaveReadable, int64_t nowMs) {
+void MarkTemplate(const ClustRecord& row, Pass& p) {
   const char* host = row.hostname.c_str();
-  if (TemplateMarkDue(row, MasterTplUpdateMill)) {
+  if (TemplateMarkDue(row, p.d.MasterTplUpdateMill)) {
     UpdateTplsyncSql(Db::kMaster, host, row.tpl_syncmill, kTplOld);
-    Detector().seen.Wrote(Db::kMaster, host, nowMs, 0);
+    p.d.seen.Wrote(Db::kMaster, host, p.nowMs, 0);
   }
-  if (!slaveReadable) return;
+  if (!p.slaveReadable) return;
   for (int i = 0; i < sactinfo.count; ++i) {
     const ClustRecord& copy = *ClustsOnSlave[i];
-    if (copy.hostname != host || !TemplateMarkDue(copy, MasterTplUpdateMill)) continue;
+    if (copy.hostname != host || !TemplateMarkDue(copy, p.d.MasterTplUpdateMill)) continue;
     UpdateTplsyncSql(Db::kSlave, host, copy.tpl_syncmill, kTplOld);
-    Detector().seen.Wrote(Db::kSlave, host, nowMs, 0);
+    p.d.seen.Wrote(Db::kSlave, host, p.nowMs, 0);
   }
 }
 
@@ -168,11 +166,10 @@ void DropVanished(const ActInfo& info, ClustRecord* const* rows) {
 
 }  // namespace
 
-int MonitorOnMaster() {
+int MonitorOnMaster(DetectorMemory& d, const Clocks& now) {
   char date[32];
-  Pass p;
-  p.now = MyGetDate(date, sizeof date, kDateTime);
-  p.nowMs = DetectorNowMs();
+  Pass p{.d = d, .now = now.wallMill / 1000, .nowMs = now.monoMs};
+  FormatQorDate(date, sizeof date, static_cast<time_t>(p.now), kDateTime);
   Trace("_xmonitoronmaster(1): starting at %s (%ld)\n", date, static_cast<long>(p.now));
   if (ClustRole != kRoleMaster) return kMonitorNotMine;
   int read = GetClusterSql(cnf.clustmaster.c_str(), "-all", &mactinfo, ClustsOnMaster, Db::kMaster);
@@ -180,7 +177,7 @@ int MonitorOnMaster() {
   // to the slave's, from which the slave keeps the watch; judged from both sides, a server that
   // died then would be taken over twice.
   bool own = read == kDbOk && mactinfo.side == Index(Db::kMaster);
-  if (!ObserveDb(Db::kMaster, own, ClustsOnMaster, mactinfo.count, p.nowMs, true,
+  if (!ObserveDb(d, Db::kMaster, own, ClustsOnMaster, mactinfo.count, p.nowMs, true,
                  "monitoronmaster(6)")) {
     return kMonitorDone;
   }
@@ -190,28 +187,28 @@ int MonitorOnMaster() {
                    GetClusterSql(cnf.clustslave.c_str(), "-all", &sactinfo, ClustsOnSlave,
                                  Db::kSlave) == kDbOk &&
                    sactinfo.side == Index(Db::kSlave);
-  p.slaveReadable = ObserveDb(Db::kSlave, slaveRead, ClustsOnSlave, sactinfo.count, p.nowMs, true,
-                              "monitoronmaster(6)");
+  p.slaveReadable = ObserveDb(d, Db::kSlave, slaveRead, ClustsOnSlave, sactinfo.count, p.nowMs,
+                              true, "monitoronmaster(6)");
   std::vector<GuardRow> guardRows;
   for (int i = 0; i < mactinfo.count; ++i) {
     const ClustRecord& row = *ClustsOnMaster[i];
     // Master rows come first by role_id; each one read sets the reference for the rows after it.
     if (row.role_id == kRoleIdMaster) {
-      MasterLastWriteMill = row.last_writemill;
-      MasterTplUpdateMill = row.tpl_updatemill;
+      d.MasterLastWriteMill = row.last_writemill;
+      d.MasterTplUpdateMill = row.tpl_updatemill;
     } else {
-      guardRows.push_back(GuardRowOf(row, Db::kMaster, p.nowMs));
+      guardRows.push_back(GuardRowOf(d, row, Db::kMaster, p.nowMs));
     }
   }
   SlaveReach slave;
   p.guard = GuardOf(guardRows, [&] { return slave.answers(); });
-  Detector().marks = p.marks.All();
+  d.marks = p.marks.All();
   for (int i = 0; i < mactinfo.count; ++i) {
     ClustRecord& row = *ClustsOnMaster[i];
     if (row.role_id == kRoleIdMaster) continue;
     CheckRow(row, p);
     HealSlaveCopy(row, p);
-    MarkTemplate(row, p.slaveReadable, p.nowMs);
+    MarkTemplate(row, p);
   }
   DropVanished(mactinfo, ClustsOnMaster);
   if (p.held > 0 && p.guard.cutOff) {

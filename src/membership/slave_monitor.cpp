@@ -24,10 +24,11 @@ namespace qor {
 namespace {
 
 struct Pass {
+  DetectorMemory& d;
   int64_t now = 0, nowMs = 0;
   int idOnSlave = 0;        // the id of the master's row in the slave's database
   bool othersRead = false;  // ClustsOnSlave holds every other server's row of this database
-  PassMarks marks;
+  PassMarks marks{};
 };
 
 void TraceAge(int step, const Pass& p, const ClustRecord& row, const RowSeen& seen) {
@@ -38,7 +39,7 @@ void TraceAge(int step, const Pass& p, const ClustRecord& row, const RowSeen& se
 
 void WriteSlaveStatus(const ClustRecord& row, int id, int status, const Pass& p) {
   SetStatusClusterSql(Db::kSlave, id, status);
-  Detector().seen.Wrote(Db::kSlave, row.hostname.c_str(), p.nowMs, status);
+  p.d.seen.Wrote(Db::kSlave, row.hostname.c_str(), p.nowMs, status);
 }
 
 // The take-overs this slave held while the master was silent, now that the master's database
@@ -63,7 +64,7 @@ void SettleHeld(const Pass& p) {
       why = "has no row any more";
     } else if (row->status == kStatusInactive || row->status == kStatusOld) {
       why = "was taken over by the master";
-    } else if (Detector().seen.Writing(h.hostname.c_str(), p.nowMs)) {
+    } else if (p.d.seen.Writing(h.hostname.c_str(), p.nowMs)) {
       why = "writes again";
     }
     if (why == nullptr) continue;
@@ -84,7 +85,7 @@ int WatchAnsweringMaster(Pass& p) {
   // refusing its heartbeat): the master cannot judge anyone from there either, so the slave
   // keeps the watch from its own database, as when the host is silent.
   bool readOk = read == kDbOk && mactinfo.side == Index(Db::kMaster);
-  if (!ObserveDb(Db::kMaster, readOk, ClustsOnMaster, mactinfo.count, p.nowMs, false,
+  if (!ObserveDb(p.d, Db::kMaster, readOk, ClustsOnMaster, mactinfo.count, p.nowMs, false,
                  "monitoronslave(8)")) {
     return WatchFromSlave(p, true);
   }
@@ -95,14 +96,15 @@ int WatchAnsweringMaster(Pass& p) {
   // Ordered by role text: anything but the master's and the slave's row is no pair to judge.
   if (!(M.role == "master" && S.role == "slave")) return kMonitorDone;
   if (M.status != kStatusActive && M.status != kStatusInactive) return kMonitorDone;
-  RowSeen seen = SeenOf(M, Db::kMaster, QordownRuns().Holds(M.hostname.c_str()), p.nowMs, p.marks);
+  RowSeen seen =
+      SeenOf(p.d, M, Db::kMaster, QordownRuns().Holds(M.hostname.c_str()), p.nowMs, p.marks);
   TraceAge(3, p, M, seen);
   RowVerdict v =
       Judge(seen, PassGuard{}, true, [&](bool s) { return DecideMasterAnswering(M, S, s); });
-  ReportOneDb("monitoronslave(8)", M, v.takeover == Takeover::kOneDb);
-  SettleMaintenance("monitoronslave(10)", M, seen, p.marks, p.nowMs);
+  ReportOneDb(p.d, "monitoronslave(8)", M, v.takeover == Takeover::kOneDb);
+  SettleMaintenance(p.d, "monitoronslave(10)", M, seen, p.marks, p.nowMs);
   if (!v.logDetected) return kMonitorDone;
-  LogDetected(2, M, p.now);
+  LogDetected(p.d, 2, M, p.now);
   if (v.decided.old) {
     LogError("DB_OLD_STAT_5: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", M.hostname.c_str(),
              M.ipaddress.c_str(), M.hostname.c_str(), static_cast<long>(M.last_writemill),
@@ -112,7 +114,7 @@ int WatchAnsweringMaster(Pass& p) {
     M.last_writemill = 0;
   }
   SetStatusClusterSql(Db::kMaster, M.id, v.decided.status);
-  Detector().seen.Wrote(Db::kMaster, M.hostname.c_str(), p.nowMs, v.decided.status);
+  p.d.seen.Wrote(Db::kMaster, M.hostname.c_str(), p.nowMs, v.decided.status);
   WriteSlaveStatus(M, p.idOnSlave, v.decided.status, p);
   if (v.takeover == Takeover::kRun) Qordown(M);
   if (v.takeover == Takeover::kMaintenance) {
@@ -125,25 +127,25 @@ int WatchAnsweringMaster(Pass& p) {
 bool JudgeAlone(ClustRecord& R, int kind, const PassGuard& guard, Pass& p) {
   TakeoverQueue& queue = QordownRuns();
   const char* host = R.hostname.c_str();
-  RowSeen seen = SeenOf(R, Db::kSlave, queue.Holds(host), p.nowMs, p.marks);
+  RowSeen seen = SeenOf(p.d, R, Db::kSlave, queue.Holds(host), p.nowMs, p.marks);
   TraceAge(kind == 3 ? 6 : 7, p, R, seen);
   RowVerdict v = Judge(seen, guard, guard.writing > 0, [&](bool s) {
-    return kind == 3 ? DecideMasterSilent(R, s, MasterLastWriteMill, SlaveLastWriteMill)
+    return kind == 3 ? DecideMasterSilent(R, s, p.d.MasterLastWriteMill, p.d.SlaveLastWriteMill)
                      : DecideMemberFromSlave(R, s);
   });
-  if (v.logDetected) LogDetected(kind, R, p.now);
+  if (v.logDetected) LogDetected(p.d, kind, R, p.now);
   if (v.decided.old) {
     LogError("DB_OLD_STAT_6: %s(%s) is now DB_OLD_STAT(%s:%ld < %s:%ld)", host, R.ipaddress.c_str(),
-             cnf.clustmaster.c_str(), static_cast<long>(MasterLastWriteMill),
-             cnf.clustslave.c_str(), static_cast<long>(SlaveLastWriteMill));
+             cnf.clustmaster.c_str(), static_cast<long>(p.d.MasterLastWriteMill),
+             cnf.clustslave.c_str(), static_cast<long>(p.d.SlaveLastWriteMill));
   }
   if (v.write) WriteSlaveStatus(R, R.id, v.decided.status, p);
   if (v.takeover == Takeover::kRun) Qordown(R);
   if (v.takeover == Takeover::kMaintenance)
     SkipForMaintenance("monitoronslave(10)", R, p.marks, p.nowMs);
-  SettleMaintenance("monitoronslave(10)", R, seen, p.marks, p.nowMs);
+  SettleMaintenance(p.d, "monitoronslave(10)", R, seen, p.marks, p.nowMs);
   if (v.takeover == Takeover::kHold) return queue.Hold(host, R.ipaddress.c_str(), p.nowMs);
-  if (seen.held && v.takeover == Takeover::kNone && Detector().seen.Writing(host, p.nowMs)) {
+  if (seen.held && v.takeover == Takeover::kNone && p.d.seen.Writing(host, p.nowMs)) {
     LogNotice("monitoronslave(9) %s(%s) writes again, its held take-over dropped", host,
               R.ipaddress.c_str());
     queue.Drop(host);
@@ -156,26 +158,26 @@ bool JudgeAlone(ClustRecord& R, int kind, const PassGuard& guard, Pass& p) {
 int WatchFromSlave(Pass& p, bool masterAnswers) {
   ActInfo own;
   GetClusterSql(cnf.clustslave.c_str(), "-slave", &own, ClustsTemp, Db::kSlave);
-  SlaveLastWriteMill = own.count >= 1 ? ClustsTemp[0]->last_writemill : 0;
+  p.d.SlaveLastWriteMill = own.count >= 1 ? ClustsTemp[0]->last_writemill : 0;
   Trace("_xmonitoronslave(5): sactinfo.count=%d\n", sactinfo.count);
   if (!p.othersRead) return kMonitorDone;
   std::vector<GuardRow> rows;
   for (int i = 0; i < sactinfo.count; ++i)
-    rows.push_back(GuardRowOf(*ClustsOnSlave[i], Db::kSlave, p.nowMs));
+    rows.push_back(GuardRowOf(p.d, *ClustsOnSlave[i], Db::kSlave, p.nowMs));
   PassGuard guard = GuardOf(rows, [&] { return masterAnswers; });
   int held = 0;
   for (int i = 0; i < sactinfo.count; ++i) {
     ClustRecord& R = *ClustsOnSlave[i];
     bool master = R.role == "master";
-    if (master) MasterLastWriteMill = R.last_writemill;
+    if (master) p.d.MasterLastWriteMill = R.last_writemill;
     // The master's row is judged at 100 or 200 (rewritten), the members' at 100 only.
     bool watched = R.status == kStatusActive || (master && R.status == kStatusInactive);
     if (watched) {
       held += JudgeAlone(R, master ? 3 : 4, guard, p) ? 1 : 0;
     } else {
       const char* host = R.hostname.c_str();
-      RowSeen seen = SeenOf(R, Db::kSlave, QordownRuns().Holds(host), p.nowMs, p.marks);
-      SettleMaintenance("monitoronslave(10)", R, seen, p.marks, p.nowMs);
+      RowSeen seen = SeenOf(p.d, R, Db::kSlave, QordownRuns().Holds(host), p.nowMs, p.marks);
+      SettleMaintenance(p.d, "monitoronslave(10)", R, seen, p.marks, p.nowMs);
     }
   }
   if (held > 0 && guard.cutOff) {
@@ -195,17 +197,16 @@ int WatchFromSlave(Pass& p, bool masterAnswers) {
 
 }  // namespace
 
-int MonitorOnSlave() {
+int MonitorOnSlave(DetectorMemory& d, const Clocks& now) {
   char date[32];
-  Pass p;
-  p.now = MyGetDate(date, sizeof date, kDateTime);
-  p.nowMs = DetectorNowMs();
+  Pass p{.d = d, .now = now.wallMill / 1000, .nowMs = now.monoMs};
+  FormatQorDate(date, sizeof date, static_cast<time_t>(p.now), kDateTime);
   Trace("_xmonitoronslave(1): starting at %s (%ld)\n", date, static_cast<long>(p.now));
   if (ClustRole != kRoleSlave) return kMonitorNotMine;
   int read = GetClusterSql(cnf.clustslave.c_str(), "-master", &sactinfo, ClustsOnSlave, Db::kSlave);
   // The master's row in this database is watched beside its row in the master's: a master that
   // still writes here is not taken over for a database of its own that stopped taking writes.
-  ObserveDb(Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave), ClustsOnSlave,
+  ObserveDb(p.d, Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave), ClustsOnSlave,
             sactinfo.count, p.nowMs, false, "monitoronslave(8)");
   if (sactinfo.count != 1) return kMonitorDone;
   // A master that the slave's database already holds as old is not watched, nor are the members.
@@ -215,9 +216,9 @@ int MonitorOnSlave() {
   // judges the members: a slave cut off later knows who was writing before, and judges nobody by
   // a gap it did not watch.
   read = GetClusterSql(cnf.clustslave.c_str(), "-not_slave", &sactinfo, ClustsOnSlave, Db::kSlave);
-  p.othersRead = ObserveDb(Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave),
+  p.othersRead = ObserveDb(p.d, Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave),
                            ClustsOnSlave, sactinfo.count, p.nowMs, true, "monitoronslave(8)");
-  Detector().marks = p.marks.All();
+  p.d.marks = p.marks.All();
   if (Ping(cnf.clustmaster.c_str()) == 0) return WatchAnsweringMaster(p);
   return WatchFromSlave(p, false);
 }

@@ -14,26 +14,8 @@
 
 namespace qor {
 
-DetectorMemory& Detector() {
-  static DetectorMemory memory;
-  return memory;
-}
-
-namespace {
-int64_t (*detectorClock)() = nullptr;
-}  // namespace
-
-int64_t DetectorNowMs() {
-  return detectorClock != nullptr ? detectorClock() : MonotonicMill();
-}
-
-void SetDetectorClock(int64_t (*clock)()) {
-  detectorClock = clock;
-}
-
-bool ObserveDb(Db db, bool readOk, ClustRecord* const* rows, int count, int64_t nowMs,
-               bool complete, const char* step) {
-  DetectorMemory& d = Detector();
+bool ObserveDb(DetectorMemory& d, Db db, bool readOk, ClustRecord* const* rows, int count,
+               int64_t nowMs, bool complete, const char* step) {
   // A watcher whose own heartbeat a database refused (read only, full, out of connections) sees
   // every row there go stale at once: no evidence of anyone's silence.
   int64_t failures = HeartbeatWrites[Index(db)].failed;
@@ -70,8 +52,9 @@ const MaintenanceMark* PassMarks::Of(const char* host) {
   return MarkOf(marks_, host);
 }
 
-RowSeen SeenOf(const ClustRecord& row, Db db, bool held, int64_t nowMs, PassMarks& marks) {
-  const Observations& seen = Detector().seen;
+RowSeen SeenOf(const DetectorMemory& d, const ClustRecord& row, Db db, bool held, int64_t nowMs,
+               PassMarks& marks) {
+  const Observations& seen = d.seen;
   RowSeen s;
   s.status = row.status;
   s.member = row.role_id != kRoleIdMaster && row.role_id != kRoleIdSlave;
@@ -91,8 +74,8 @@ RowSeen SeenOf(const ClustRecord& row, Db db, bool held, int64_t nowMs, PassMark
   return s;
 }
 
-GuardRow GuardRowOf(const ClustRecord& row, Db db, int64_t nowMs) {
-  const Observations& seen = Detector().seen;
+GuardRow GuardRowOf(const DetectorMemory& d, const ClustRecord& row, Db db, int64_t nowMs) {
+  const Observations& seen = d.seen;
   const RowWatch* w = seen.Find(db, row.hostname.c_str());
   return {
       .everWriting = seen.EverWriting(row.hostname.c_str()),
@@ -113,12 +96,12 @@ void SkipForMaintenance(const char* step, const ClustRecord& row, PassMarks& mar
   QordownRuns().Hold(row.hostname.c_str(), row.ipaddress.c_str(), nowMs, true);
 }
 
-void SettleMaintenance(const char* step, const ClustRecord& row, const RowSeen& seen,
-                       PassMarks& marks, int64_t nowMs) {
+void SettleMaintenance(const DetectorMemory& d, const char* step, const ClustRecord& row,
+                       const RowSeen& seen, PassMarks& marks, int64_t nowMs) {
   TakeoverQueue& queue = QordownRuns();
   const char* host = row.hostname.c_str();
   if (!queue.HoldsForMaintenance(host)) return;
-  if (Detector().seen.Writing(host, nowMs)) {
+  if (d.seen.Writing(host, nowMs)) {
     LogNotice("%s %s(%s) writes again, its held take-over dropped", step, host,
               row.ipaddress.c_str());
     queue.Drop(host);
@@ -134,9 +117,9 @@ void SettleMaintenance(const char* step, const ClustRecord& row, const RowSeen& 
   Qordown(row);
 }
 
-void PublishObservations(const char* dir, const char* path) {
+void PublishObservations(const DetectorMemory& d, const char* dir, const char* path) {
   std::string text;
-  Detector().seen.ForEach([&](Db db, const std::string& host, const RowWatch& w) {
+  d.seen.ForEach([&](Db db, const std::string& host, const RowWatch& w) {
     char line[512];
     std::snprintf(line, sizeof line, "%d\t%s\t%lld\t%d\t%lld\t%lld\t%lld\t%lld\n", Index(db),
                   host.c_str(), static_cast<long long>(w.updatedAt), w.status,
@@ -152,7 +135,7 @@ void PublishObservations(const char* dir, const char* path) {
   if (std::fclose(f) == 0 && ok) std::rename(tmp.c_str(), path);
 }
 
-bool LoadObservations(const char* path) {
+bool LoadObservations(DetectorMemory& d, const char* path) {
   FILE* f = std::fopen(path, "r");
   if (f == nullptr) return false;
   char host[256];
@@ -167,14 +150,13 @@ bool LoadObservations(const char* path) {
     w.silentMs = silentMs;
     w.changedMs = changedMs;
     w.judgedMs = judgedMs;
-    Detector().seen.Put(db == 0 ? Db::kMaster : Db::kSlave, host, w);
+    d.seen.Put(db == 0 ? Db::kMaster : Db::kSlave, host, w);
   }
   std::fclose(f);
   return true;
 }
 
-void ReportOneDb(const char* step, const ClustRecord& row, bool oneDb) {
-  DetectorMemory& d = Detector();
+void ReportOneDb(DetectorMemory& d, const char* step, const ClustRecord& row, bool oneDb) {
   std::string host = row.hostname.c_str();
   if (!oneDb) {
     d.oneDb.erase(host);
@@ -194,8 +176,8 @@ FixedText<16> DetectedWord(int kind) {
   return word;
 }
 
-void LogDetected(int kind, const ClustRecord& row, int64_t now) {
-  ++DetectedCount[kind - 1];
+void LogDetected(DetectorMemory& d, int kind, const ClustRecord& row, int64_t now) {
+  ++d.DetectedCount[kind - 1];
   LogError(
       "%s that %s(%s)<%ld> has not been updated for more than %ld seconds since the "
       "current time<%ld>",

@@ -310,14 +310,15 @@ bool MetricsDue(const MetricsView& v, const MetricsPace& last) {
          AlertDigest(v) != last.digest;
 }
 
-MetricsView CycleView(int64_t cycleMicros, int64_t cycles) {
+MetricsView CycleView(const DetectorMemory& d, const Clocks& now, int64_t cycleMicros,
+                      int64_t cycles) {
   static const int64_t startMill = GetQorTimeMill();
   MetricsView v;
   v.startMill = startMill;
   v.role = ClustRole;
   v.version = QorVersion.c_str();
   v.address = CurrentSvr.c_str();
-  v.nowMill = GetQorTimeMill();
+  v.nowMill = now.wallMill;
   v.cycleMicros = cycleMicros;
   v.cycles = cycles;
   const char* addresses[2] = {cnf.clustmaster.c_str(), cnf.clustslave.c_str()};
@@ -330,18 +331,18 @@ MetricsView CycleView(int64_t cycleMicros, int64_t cycles) {
   }
   v.reads[0] = {ClustsOnMaster, mactinfo.count, mactinfo.side};
   v.reads[1] = {ClustsOnSlave, sactinfo.count, sactinfo.side};
-  v.detected = DetectedCount;
+  v.detected = d.DetectedCount;
   const TakeoverQueue& runs = QordownRuns();
   v.takeovers = &runs.tally();
-  if (runs.running()) v.takeoverRunningMs = MonotonicMill() - runs.running()->startedMs;
+  if (runs.running()) v.takeoverRunningMs = now.monoMs - runs.running()->startedMs;
   v.takeoversWaiting = runs.waiting();
   v.takeoversHeld = runs.held().size();
   v.pull = LastTemplatePull;
   if (ClustRole == kRoleMaster || ClustRole == kRoleSlave) {
-    v.seen = &Detector().seen;
-    v.monoMill = DetectorNowMs();
-    v.oneDbReports = Detector().oneDbReports;
-    v.marks = &Detector().marks;
+    v.seen = &d.seen;
+    v.monoMill = now.monoMs;
+    v.oneDbReports = d.oneDbReports;
+    v.marks = &d.marks;
   }
   return v;
 }

@@ -18,9 +18,6 @@
 namespace qortest {
 namespace {
 
-// The watcher's clock: the test moves it.
-int64_t watcherMs = 0;
-
 class StoreMonitor : public HeartbeatTest {
  protected:
   void SetUp() override {
@@ -28,19 +25,16 @@ class StoreMonitor : public HeartbeatTest {
     // The take-over script is counted, not run: it is the platform's, not this machine's.
     auto ping = seam.real;
     seam.real = [ping](std::string& c) { return c != qor::kQordownCommand && ping(c); };
-    qor::MasterLastWriteMill = qor::SlaveLastWriteMill = qor::MasterTplUpdateMill = 0;
-    qor::Detector() = qor::DetectorMemory{};
-    watcherMs = 1000000;
-    qor::SetDetectorClock([] { return watcherMs; });
   }
-  void TearDown() override {
-    qor::SetDetectorClock(nullptr);
-    HeartbeatTest::TearDown();
-  }
+  // The watcher's memory of its passes, and its monotonic clock: the test moves it.
+  qor::DetectorMemory detector;
+  int64_t watcherMs = 1000000;
+  using Monitor = int (*)(qor::DetectorMemory&, const qor::Clocks&);
+  int Pass(Monitor monitor) { return monitor(detector, {1700000000000 + watcherMs, watcherMs}); }
   // Passes of monitor at 0, 1 and 17 s of the watcher's clock: the first sees every row (its own
   // marks stamp some), the last judges. The rows of writers change before each later pass, in
   // both databases, as their heartbeats would. The last pass's result.
-  int Watch(int (*monitor)(), const std::string& writers = "''") {
+  int Watch(Monitor monitor, const std::string& writers = "''") {
     int rc = 0;
     for (int64_t at : {0, 1000, 17000}) {
       if (at > 0) {
@@ -52,7 +46,7 @@ class StoreMonitor : public HeartbeatTest {
         }
       }
       watcherMs = 1000000 + at;
-      rc = monitor();
+      rc = Pass(monitor);
     }
     return rc;
   }
@@ -169,7 +163,7 @@ TEST_F(StoreMonitor, SlaveSettlesItsHeldTakeoversAgainstTheMastersVerdict) {
   for (int status : {100, 200}) {
     Sql("master",
         "update clusters set status = " + std::to_string(status) + " where hostname = 'gone';");
-    qor::MonitorOnSlave();
+    Pass(qor::MonitorOnSlave);
     EXPECT_EQ(qor::QordownRuns().Holds("gone"), status == 100) << status;
   }
   EXPECT_EQ(Logged(Logs(), "monitoronslave(9) gone(10.0.0.9) was taken over by the master"), 1);
@@ -198,11 +192,11 @@ TEST_F(StoreMonitor, AMarkedMemberIsMarkedButNotTakenOverUntilItsMarkExpires) {
                    "maintenance until "),
             1);
   watcherMs += 2000;
-  qor::MonitorOnMaster();
+  Pass(qor::MonitorOnMaster);
   EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 0);
   Sql("master", "update qorclustd_maintenance set until = now() - interval 1 second;");
   watcherMs += 16000;
-  qor::MonitorOnMaster();
+  Pass(qor::MonitorOnMaster);
   qor::WaitQordown();
   EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 1);
   qor::ReadMaintenanceSql(qor::Db::kMaster, &marks);
