@@ -67,8 +67,7 @@ int WritePair(RowForm form, int64_t nowMill) {
       return kHeartbeatDone;
     case MasterAction::kWriteBoth:
       UpdateClusterSql(own, *ClustsOnMaster[0], d.withlastwrite, form);
-      Mm.id = Sm->id;
-      UpdateClusterSql(Db::kSlave, *ClustsOnMaster[0], d.withlastwrite, form);
+      UpdateClusterSql(Db::kSlave, Sm->id, Mm, d.withlastwrite, form);
       return kHeartbeatDone;
     case MasterAction::kInsertIntoSlave:
       if (InsertOwnRow("updatemaster", 8, Db::kSlave, Mm.status, Mm.status, nowMill) !=

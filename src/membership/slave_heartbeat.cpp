@@ -58,8 +58,7 @@ int WritePairOnMaster(RowForm form, int64_t nowMill) {
   if (onSlave == OneRow::kFound) {
     const ClustRecord& Ss = *ClustsOnSlave[0];
     int withlastwrite = LastWriteDiffers(Ms, Ss);
-    Ms.id = Ss.id;
-    UpdateClusterSql(Db::kSlave, *ClustsOnMaster[1], withlastwrite, form);
+    UpdateClusterSql(Db::kSlave, Ss.id, Ms, withlastwrite, form);
     return kHeartbeatDone;
   }
   return InsertOwnRow("updateslave", 6, Db::kSlave, Ms.status, Ms.status, nowMill);
@@ -74,8 +73,7 @@ int WriteOwnOnlyOnMaster(RowForm form, int64_t nowMill) {
   OneRow onSlave = ReadOwnRowOnSlave();
   if (onSlave == OneRow::kDuplicates) return kHeartbeatStopped;
   if (onSlave == OneRow::kFound) {
-    row.id = ClustsOnSlave[0]->id;
-    UpdateClusterSql(Db::kSlave, *ClustsOnMaster[0], 0, form);
+    UpdateClusterSql(Db::kSlave, ClustsOnSlave[0]->id, row, 0, form);
     return kHeartbeatDone;
   }
   return InsertOwnRow("updateslave", 8, Db::kSlave, kStatusActive, Clust.status, nowMill);

@@ -173,6 +173,12 @@ int UpdateClusterSql(Db db, ClustRecord& rec, int withlastwrite, RowForm form) {
                      "updateclustersql db update error");
 }
 
+int UpdateClusterSql(Db db, int id, const ClustRecord& rec, int withlastwrite, RowForm form) {
+  ClustRecord copy = rec;
+  copy.id = id;
+  return UpdateClusterSql(db, copy, withlastwrite, form);
+}
+
 int SetStatusClusterSql(Db db, int id, int status) {
   Trace("_xsetstatussql(1) dbsvr=%s cnf.dbuser=%s cnf.cldbname=%s\n", AddressOf(db),
         cnf.dbuser.c_str(), cnf.cldbname.c_str());

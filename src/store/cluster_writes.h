@@ -36,6 +36,9 @@ bool SweepStatement(SqlText& sql, int minutes);
 int InsertClusterSql(Db db, int64_t mill, ClustRecord rec);
 // Sets rec.role_id from its role text first. The record's id must have been read from db.
 int UpdateClusterSql(Db db, ClustRecord& rec, int withlastwrite, RowForm form);
+// The same write of a row read from the other database, under id, the number its host has in db:
+// each database numbers its rows itself. rec stays as read.
+int UpdateClusterSql(Db db, int id, const ClustRecord& rec, int withlastwrite, RowForm form);
 int SetStatusClusterSql(Db db, int id, int status);
 int SetOldClusterSvrSql(Db db, const char* host);
 int SetTplOldClusterSvrSql(Db db, const char* host);
