@@ -61,7 +61,6 @@ int main(int argc, char** argv) {
   std::chrono::steady_clock::time_point top;
   int cycles = argc > 1 ? std::max(1, std::atoi(argv[1])) : 100;
   // The daemon's start-up, as far as the cycle needs it.
-  qor::InitClusterMem();
   qor::InitCpusets();
   qor::GetCpuinfo();
   char hostname[128] = {};
@@ -72,15 +71,16 @@ int main(int argc, char** argv) {
   }
   qor::GetIfAddress(qor::CurrentSvr, qor::cnf.netif.c_str());
   qor::ConnectionPool = 5;
-  if (qor::CheckClustConf(qor::CurrentSvr.c_str(), qor::Clust.clusterid, qor::Clust.role) !=
+  qor::DaemonState state;
+  qor::ClustRecord& own = state.node.Clust;
+  if (qor::CheckClustConf(qor::CurrentSvr.c_str(), own.clusterid, own.role) !=
       qor::kClustConfValid) {
     std::fprintf(stderr, "lab_cycle_bench: not a valid cluster configuration\n");
     return 1;
   }
   qor::ReconnectCluster();
-  qor::Clust.hostname.set(hostname);
-  qor::Clust.ipaddress.set(qor::CurrentSvr);
-  qor::DaemonState state;
+  own.hostname.set(hostname);
+  own.ipaddress.set(qor::CurrentSvr);
   qor::GetCpuIdle(&state.prevTotal, &state.prevIdle);
   qor::GetQorVer(qor::QorVersion);
   qor::MemUtil = qor::GetMemUtil();

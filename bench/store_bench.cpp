@@ -60,7 +60,6 @@ int main(int argc, char** argv) {
   qor::cnf.clustmaster = argv[1];
   qor::cnf.clustslave = argv[2];
   qor::cnf.dbpwd = argv[3];
-  qor::InitClusterMem();
   qor::ConnectionPool = 1;
   qor::ReconnectCluster();
   if (qor::mpool == nullptr || qor::spool == nullptr) {
@@ -81,9 +80,9 @@ int main(int argc, char** argv) {
     }
   }
   qor::ActInfo info;
-  Figure query = Measure(100, [&] {
-    qor::GetClusterSql(argv[1], "-all", &info, qor::ClustsOnMaster, qor::Db::kMaster);
-  });
+  qor::ClusterRows rows;
+  Figure query =
+      Measure(100, [&] { qor::GetClusterSql(argv[1], "-all", &info, rows, qor::Db::kMaster); });
   if (info.count != 64) std::fprintf(stderr, "store_bench: read %d rows, not 64\n", info.count);
   Figure reconnect = Measure(100, [] { qor::ReconnectCluster(); });
   std::printf(

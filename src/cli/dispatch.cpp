@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <memory>
 
 #include "base/clock.h"
 #include "base/log.h"
@@ -41,6 +42,7 @@ namespace {
 struct CommandArgs {
   const CommandLine& line;
   const char* hostname;  // gethostname at start-up
+  NodeState& node;       // this node's own row (host name and address) and room for reads
   int64_t startMill;     // the wall clock at start-up
 };
 
@@ -73,8 +75,9 @@ int PingCommand(const CommandArgs& a) {
 }
 
 int CountCommand(const CommandArgs&) {
-  GetClustCount(&ClustCount);
-  std::printf("%d\n", ClustCount);
+  int count = 0;
+  GetClustCount(&count);
+  std::printf("%d\n", count);
   return 0;
 }
 
@@ -106,24 +109,24 @@ int ListingJson(const CommandArgs&) {
 
 // The daemon words. DaemonMain returns only on its stop paths; the process then exits 0. A refused
 // start ends with 1 once QorMain has closed the pools.
-int Start(const CommandArgs&) {
+int Start(const CommandArgs& a) {
   if (CheckRunning(0) != 0) return 1;
   LogNotice("%s daemon starting with -start...\n", Progname);
-  DaemonMain();
+  DaemonMain(a.node.Clust);
   return 0;
 }
 
-int StartBoot(const CommandArgs&) {
+int StartBoot(const CommandArgs& a) {
   if (CheckRunning(1) != 0) return 1;
   LogNotice("%s daemon starting with -start_boot...\n", Progname);
-  DaemonMain();
+  DaemonMain(a.node.Clust);
   return 0;
 }
 
-int StartNocheck(const CommandArgs&) {
+int StartNocheck(const CommandArgs& a) {
   std::printf("%s daemon starting with interval=%ld(sec)...\n", Progname,
               static_cast<long>(Interval));
-  DaemonMain();
+  DaemonMain(a.node.Clust);
   return 0;
 }
 
@@ -147,9 +150,9 @@ int Chown(const CommandArgs&) {
   return 0;
 }
 
-int SyncTpl(const CommandArgs&) {
+int SyncTpl(const CommandArgs& a) {
   TplRecord record;
-  RsyncLicWlistTpl(record);
+  RsyncLicWlistTpl(record, a.node.Clust.hostname.c_str());
   return 0;
 }
 
@@ -158,15 +161,15 @@ int Proc(const CommandArgs&) {
 }
 
 // One heartbeat writing the whole row, then what the two databases hold.
-int Update(const CommandArgs&) {
-  UpdateCluster(RowForm::kFull, GetQorTimeMill());
+int Update(const CommandArgs& a) {
+  UpdateCluster(a.node, RowForm::kFull, GetQorTimeMill());
   return ShowTwoDatabases(0);
 }
 
 // Ends only after the take-over scripts its pass started, as the listing may show their work.
-int Monitor(const CommandArgs&) {
+int Monitor(const CommandArgs& a) {
   DetectorMemory detector;
-  MonitorCluster(detector, ReadClocks());
+  MonitorCluster(a.node, detector, ReadClocks());
   WaitQordown();
   return ShowTwoDatabases(0);
 }
@@ -302,7 +305,6 @@ int QorMain(int argc, char** argv) {
     return ShowQorVersion();
   }
 
-  InitClusterMem();
   InitCpusets();
   const int64_t startMill = GetQorTimeMill();
   GetCpuinfo();
@@ -314,13 +316,14 @@ int QorMain(int argc, char** argv) {
   }
   GetIfAddress(CurrentSvr, cnf.netif.c_str());
   ConnectionPool = word == "-start" || word == "-start_boot" ? 5 : 1;
-  if (StopsOutsideCluster(StopLevel::kNotice)) return 1;
+  auto node = std::make_unique<NodeState>();
+  if (StopsOutsideCluster(node->Clust, StopLevel::kNotice)) return 1;
   if (!(word == "-dblisten")) ReconnectCluster();
   CheckCluster(&MasterAlive, &SlaveAlive, Cluster, cnf.clustmaster.c_str(), cnf.clustslave.c_str(),
-               ClustsTemp);
-  Clust.hostname.set(hostname);
-  Clust.ipaddress.set(CurrentSvr);
-  int status = Dispatch(CommandArgs{line, hostname, startMill});
+               node->ClustsTemp);
+  node->Clust.hostname.set(hostname);
+  node->Clust.ipaddress.set(CurrentSvr);
+  int status = Dispatch(CommandArgs{line, hostname, *node, startMill});
   CloseConnectionPool();
   return status;
 }

@@ -1,6 +1,7 @@
 #include "cli/explain.h"
 
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -80,8 +81,9 @@ int Explain(bool json) {
   const bool master = ClustRole == kRoleMaster;
   const char* peer = master ? cnf.clustslave.c_str() : cnf.clustmaster.c_str();
   // What the monitor reads: every row of each database that answers. Nothing is written.
-  ActInfo* infos[2] = {&mactinfo, &sactinfo};
-  ClustRecord** rows[2] = {ClustsOnMaster, ClustsOnSlave};
+  auto node = std::make_unique<NodeState>();
+  ActInfo* infos[2] = {&node->mactinfo, &node->sactinfo};
+  ClustRecord** rows[2] = {node->ClustsOnMaster, node->ClustsOnSlave};
   bool read[2] = {false, false};
   for (Db db : kDbs) {
     int i = Index(db);

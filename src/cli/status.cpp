@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <ctime>
+#include <memory>
 #include <string>
 
 #include "base/fatal.h"
@@ -21,12 +22,14 @@ namespace {
 // and 1 when there are none (or, for a single-row question, not exactly one).
 int ShowAddresses(const char* selector, bool exactlyOne, const char* none) {
   ActInfo info;
-  GetClusterSql(cnf.clustmaster.c_str(), selector, &info, ClustsOnMaster, Db::kMaster);
+  auto rows = std::make_unique<ClusterRows>();
+  ClustRecord** records = *rows;
+  GetClusterSql(cnf.clustmaster.c_str(), selector, &info, records, Db::kMaster);
   if (exactlyOne ? info.count != 1 : info.count < 1) {
     std::puts(none);
     return 1;
   }
-  for (int i = 0; i < info.count; ++i) std::puts(ClustsOnMaster[i]->ipaddress.c_str());
+  for (int i = 0; i < info.count; ++i) std::puts(records[i]->ipaddress.c_str());
   return 0;
 }
 
@@ -88,14 +91,14 @@ int ShowTwoDatabases(int full) {
 
 namespace {
 
-// The rows of server's database into ClustsOnMaster, through the pool ReadClusterList would take;
-// false when the query failed.
-bool ReadRows(const char* server, ActInfo* info) {
+// The rows of server's database into records, through the pool ReadClusterList would take; false
+// when the query failed.
+bool ReadRows(const char* server, ActInfo* info, ClustRecord** records) {
   const Db db = !(mpool != nullptr && cnf.clustmaster == server) && spool != nullptr &&
                         cnf.clustslave == server
                     ? Db::kSlave
                     : Db::kMaster;
-  return GetClusterSql(server, "-all", info, ClustsOnMaster, db) == kDbOk;
+  return GetClusterSql(server, "-all", info, records, db) == kDbOk;
 }
 
 }  // namespace
@@ -107,16 +110,18 @@ int ShowTwoDatabasesJson() {
                              {"slave", cnf.clustslave.c_str()}};
   std::string out = "{\"databases\":[";
   bool unread = false;
+  auto rows = std::make_unique<ClusterRows>();
+  ClustRecord** records = *rows;
   for (int i = 0; i < 2 && Cluster; ++i) {
     const bool answers = Ping(sides[i][1]) == 0;
     ActInfo info;
-    const bool read = answers && ReadRows(sides[i][1], &info);
+    const bool read = answers && ReadRows(sides[i][1], &info, records);
     // A database that answers but whose rows cannot be read would list nobody, and a script
     // would take that for a cluster where nobody is silent.
     unread |= answers && !read;
     out += i == 0 ? "\n" : ",\n";
-    AppendDatabaseJson(out, sides[i][0], sides[i][1], answers, read, ClustsOnMaster,
-                       read ? info.count : 0, time(nullptr));
+    AppendDatabaseJson(out, sides[i][0], sides[i][1], answers, read, records, read ? info.count : 0,
+                       time(nullptr));
   }
   out += "]}";
   std::puts(out.c_str());
@@ -124,11 +129,13 @@ int ShowTwoDatabasesJson() {
 }
 
 int ShowTarget() {
+  auto rows = std::make_unique<ClusterRows>();
+  ClustRecord own;
   if (ClustRole == kRoleMaster) {
-    GetTarget(cnf.clustmaster.c_str(), ClustsOnMaster);
+    GetTarget(cnf.clustmaster.c_str(), *rows, own);
     std::printf("Master: Cluster Target -> %s\n", Clusttarget.c_str());
   } else if (ClustRole == kRoleSlave) {
-    GetTarget(cnf.clustslave.c_str(), ClustsOnSlave);
+    GetTarget(cnf.clustslave.c_str(), *rows, own);
     std::printf("Slave: Cluster Target -> %s\n", Clusttarget.c_str());
   } else {
     std::puts("Can not get cluster target on member servers!");
@@ -137,7 +144,8 @@ int ShowTarget() {
 }
 
 int ShowIsMaster(const char* hostname) {
-  bool master = IsClustMaster(cnf.clustmaster.c_str(), hostname, ClustsTemp) == 0;
+  auto rows = std::make_unique<ClusterRows>();
+  bool master = IsClustMaster(cnf.clustmaster.c_str(), hostname, *rows) == 0;
   std::puts(master ? "1" : "0");
   return master ? 0 : 1;
 }

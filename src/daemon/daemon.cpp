@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <memory>
 
 #include "base/clock.h"
 #include "base/fatal.h"
@@ -92,9 +93,9 @@ void RunOrEnd(const FixedText<96>& command, size_t lineMax, F&& f) {
 }
 
 // The configuration re-check of the cycle: 1 when the daemon must stop.
-int Recheck(int64_t* prevTotal, int64_t* prevIdle) {
+int Recheck(ClustRecord& own, int64_t* prevTotal, int64_t* prevIdle) {
   GetQorconf();
-  if (StopsOutsideCluster(StopLevel::kError)) return 1;
+  if (StopsOutsideCluster(own, StopLevel::kError)) return 1;
   CheckAllRsvContainers();
   int64_t total = 0, idle = 0;
   if (GetCpuIdle(&total, &idle) == 0) {
@@ -111,8 +112,8 @@ int Recheck(int64_t* prevTotal, int64_t* prevIdle) {
 
 }  // namespace
 
-bool StopsOutsideCluster(StopLevel level) {
-  if (CheckClustConf(CurrentSvr.c_str(), Clust.clusterid, Clust.role) == kClustConfValid) {
+bool StopsOutsideCluster(ClustRecord& own, StopLevel level) {
+  if (CheckClustConf(CurrentSvr.c_str(), own.clusterid, own.role) == kClustConfValid) {
     return false;
   }
   const char* text = "stopped because cluster not enabled or invalid config!";
@@ -129,30 +130,31 @@ bool StopsOutsideCluster(StopLevel level) {
 int DaemonCycle(DaemonState& s) {
   int64_t start = MonotonicMicros();
   // Before the heartbeat: a pass that pulled has answered the Tplsync requests raised so far.
-  if (CollectSlowPass(s.slow, MonotonicMill()) != 0) FatalExit();
+  NodeState& n = s.node;
+  if (CollectSlowPass(s.slow, MonotonicMill(), n.Tplsync) != 0) FatalExit();
   if (ConnectionPool != 5) ConnectionPool = 5;
   ReconnectCluster();
-  GetClustCount(&ClustCount);
-  UpdateCluster(s.counters.form, ReadClocks().wallMill);
+  GetClustCount(&n.ClustCount);
+  UpdateCluster(n, s.counters.form, ReadClocks().wallMill);
   NotifyHeartbeatDone();
   s.counters.form = RowForm::kShort;
-  if (MonitorCluster(s.detector, ReadClocks()) == kMonitorDone) {
+  if (MonitorCluster(n, s.detector, ReadClocks()) == kMonitorDone) {
     PublishObservations(s.detector, kRunDir, kObservedFile);
   }
   AdvanceQordown();
-  CyclePlan plan = PlanCycle(s.counters, SlowRequest(Tplsync, s.slow, MonotonicMill()));
-  if (plan.recheck && Recheck(&s.prevTotal, &s.prevIdle) != 0) {
+  CyclePlan plan = PlanCycle(s.counters, SlowRequest(n.Tplsync, s.slow, MonotonicMill()));
+  if (plan.recheck && Recheck(n.Clust, &s.prevTotal, &s.prevIdle) != 0) {
     // A cluster disabled in the file is a deliberate stop: no file may say the daemon still runs.
     if (s.metricsDir) RemoveMetrics(s.metricsDir);
     return 1;
   }
   if (plan.slow || (s.slow.waiting && s.slow.pid < 0)) {
-    StartSlowPass(s.slow, s.counters, &s.sequence);
+    StartSlowPass(s.slow, s.counters, &s.sequence, n);
   }
   FinishCycle(s.counters, plan);
   ++s.cycles;
   if (s.metricsDir) {
-    MetricsView v = CycleView(s.detector, ReadClocks(), MonotonicMicros() - start, s.cycles);
+    MetricsView v = CycleView(n, s.detector, ReadClocks(), MonotonicMicros() - start, s.cycles);
     v.slowWorkMs = SlowPassRunningMs(s.slow, MonotonicMill());
     PublishMetrics(v, s.metricsDir);
   }
@@ -160,13 +162,15 @@ int DaemonCycle(DaemonState& s) {
   return 0;
 }
 
-int DaemonMain() {
+int DaemonMain(const ClustRecord& own) {
   Daemonise();
-  DaemonState state;
+  auto daemon = std::make_unique<DaemonState>();
+  DaemonState& state = *daemon;
+  state.node.Clust = own;
   GetQorconf();
   LogNotice("started with actinterval=%d clustrole=%d cnf.clustcontrol=%d", kActInterval, ClustRole,
             cnf.clustcontrol);
-  if (StopsOutsideCluster(StopLevel::kNotice)) {
+  if (StopsOutsideCluster(state.node.Clust, StopLevel::kNotice)) {
     if (state.metricsDir) RemoveMetrics(state.metricsDir);
     return 1;
   }
@@ -183,7 +187,7 @@ int DaemonMain() {
   state.counters.form = RowForm::kFull;
   for (;;) {
     if (DaemonCycle(state) != 0) return 1;
-    NotifyCycleDone(state.lastCycleUs / 1000, state.slow.what.c_str(),
+    NotifyCycleDone(state.node.ClustCount, state.lastCycleUs / 1000, state.slow.what.c_str(),
                     SlowPassRunningMs(state.slow, MonotonicMill()));
     sleep(static_cast<unsigned>(Interval));
   }

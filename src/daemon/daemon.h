@@ -9,12 +9,14 @@
 #include "base/paths.h"
 #include "daemon/schedule.h"
 #include "daemon/slow_pass.h"
+#include "membership/node_state.h"
 #include "membership/watch.h"
 
 namespace qor {
 
 // What the cycle keeps from one cycle to the next.
 struct DaemonState {
+  NodeState node;  // this node's own row and the rows it read, handed to the heartbeat and monitors
   LoopCounters counters;
   int64_t sequence = 0;     // slow-work log lines written so far
   SlowPass slow;            // the slow pass beside the cycle
@@ -33,14 +35,15 @@ int DaemonCycle(DaemonState& s);
 
 // Never returns in the invoking process (it exits 0 at the first fork; under systemd once the
 // daemon has told systemd its pid). In the daemon it returns 1 only when the configuration is, or
-// becomes, invalid.
-int DaemonMain();
+// becomes, invalid. own: this node's row as the start-up filled it.
+int DaemonMain(const ClustRecord& own);
 
 // Outside an enabled cluster (or with settings that do not name this server) the program stops
 // with one line, logged as a notice at start-up and as an error by a running daemon's re-check;
-// the log and the pools are closed. True when it stopped.
+// the log and the pools are closed. own: this node's own row, whose cluster id and role are set
+// from the configuration as it is checked. True when it stopped.
 enum class StopLevel { kNotice, kError };
-bool StopsOutsideCluster(StopLevel level);
+bool StopsOutsideCluster(ClustRecord& own, StopLevel level);
 // 0 when no other daemon runs (boot 1: the count must be exactly 1, boot 0: exactly 2); 1, after
 // printing why, when one does or the caller is not root: the caller then ends with status 1.
 int CheckRunning(int boot);

@@ -80,8 +80,9 @@ void LogStart(const SlowPass& p, const LoopCounters& c, int64_t sequence) {
             static_cast<long>(sequence));
 }
 
-// The pass itself, in the child: its steps in the order the program always took them.
-[[noreturn]] void RunPass(int fd, pid_t daemon, TplRecord record) {
+// The pass itself, in the child: its steps in the order the program always took them. host and
+// servers: this server's name and the rows of the table, as the cycle handed them over.
+[[noreturn]] void RunPass(int fd, pid_t daemon, TplRecord record, ClustText host, int servers) {
   // A daemon that dies (killed by -stop, restarted by systemd) takes its pass with it.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != daemon) LeaveAfterFork();
@@ -103,7 +104,7 @@ void LogStart(const SlowPass& p, const LoopCounters& c, int64_t sequence) {
   if (ClustRole != kRoleMaster) {
     const char* what =
         ClustRole == kRoleSlave ? "pull of wlist, lumobr and qortemplates" : "pull of qortemplates";
-    int turn = PullTurnSeconds(ClustRole, Clust.hostname.c_str(), ClustCount);
+    int turn = PullTurnSeconds(ClustRole, host.c_str(), servers);
     if (turn > 0) {
       FixedText<64> waiting;
       waiting.format("%s, waiting its turn", what);
@@ -111,7 +112,7 @@ void LogStart(const SlowPass& p, const LoopCounters& c, int64_t sequence) {
       sleep(static_cast<unsigned>(turn));
     }
     Step(what);
-    done.pull = RsyncLicWlistTpl(record);
+    done.pull = RsyncLicWlistTpl(record, host.c_str());
     done.pulled = 1;
   }
   if (ClustRole == kRoleMaster || ClustRole == kRoleSlave) {
@@ -140,14 +141,14 @@ void Ended(SlowPass& p) {
 }
 
 // The result of a pass that ended: what the original in-cycle pass left behind.
-void Apply(SlowPass& p, const Note& n, int64_t nowMs) {
+void Apply(SlowPass& p, const Note& n, int64_t nowMs, int& tplsync) {
   p.done = true;
   p.record = n.record;
   if (n.pulled) {
     LastTemplatePull = n.pull;
     if (!n.pull.ok) p.retryAtMs = nowMs + kPullRetrySeconds * 1000;
   }
-  if (!(ClustRole == kRoleMaster && p.tplsync == 0)) Tplsync = 0;
+  if (!(ClustRole == kRoleMaster && p.tplsync == 0)) tplsync = 0;
 }
 
 }  // namespace
@@ -168,7 +169,8 @@ int PullTurnSeconds(int role, const char* hostname, int servers) {
   return static_cast<int>(hash % static_cast<uint32_t>(servers)) * kPullSpacingSeconds;
 }
 
-void StartSlowPass(SlowPass& p, const LoopCounters& counters, int64_t* sequence) {
+void StartSlowPass(SlowPass& p, const LoopCounters& counters, int64_t* sequence,
+                   const NodeState& node) {
   p.waiting = true;
   if (p.pid > 0) return;
   int fds[2];
@@ -176,14 +178,14 @@ void StartSlowPass(SlowPass& p, const LoopCounters& counters, int64_t* sequence)
     LogError("slow work not started: %s", std::strerror(errno));
     return;
   }
-  p.tplsync = Tplsync;
+  p.tplsync = node.Tplsync;
   LogStart(p, counters, (*sequence)++);
   std::fflush(nullptr);
   pid_t daemon = getpid();
   pid_t pid = fork();
   if (pid == 0) {
     close(fds[0]);
-    RunPass(fds[1], daemon, p.record);
+    RunPass(fds[1], daemon, p.record, node.Clust.hostname, node.ClustCount);
   }
   close(fds[1]);
   if (pid < 0) {
@@ -200,7 +202,7 @@ void StartSlowPass(SlowPass& p, const LoopCounters& counters, int64_t* sequence)
   p.done = false;
 }
 
-int CollectSlowPass(SlowPass& p, int64_t nowMs) {
+int CollectSlowPass(SlowPass& p, int64_t nowMs, int& tplsync) {
   if (p.pid <= 0) return 0;
   Note n;
   for (;;) {
@@ -218,7 +220,7 @@ int CollectSlowPass(SlowPass& p, int64_t nowMs) {
       return 1;
     }
     if (n.kind == kStep) p.what.set(n.what);
-    if (n.kind == kResult) Apply(p, n, nowMs);
+    if (n.kind == kResult) Apply(p, n, nowMs, tplsync);
   }
   if (nowMs - p.startedMs > static_cast<int64_t>(kSlowPassSeconds) * 1000) {
     kill(p.pid, SIGKILL);

@@ -12,6 +12,7 @@
 
 #include "base/fixed_text.h"
 #include "daemon/schedule.h"
+#include "membership/node_state.h"
 #include "replication/replication.h"
 
 namespace qor {
@@ -53,11 +54,14 @@ int PullTurnSeconds(int role, const char* hostname, int servers);
 
 // Starts the pass (when none runs; else it waits), logging the line of its start with counters
 // and sequence (then incremented).
-void StartSlowPass(SlowPass& p, const LoopCounters& counters, int64_t* sequence);
+// The pass is handed node's host name, row count and Tplsync request as they are now.
+void StartSlowPass(SlowPass& p, const LoopCounters& counters, int64_t* sequence,
+                   const NodeState& node);
 
 // Takes in the running pass's notes without waiting; at its end, its result (Tplsync consumed,
 // the pull's record, LastTemplatePull). A pass past kSlowPassSeconds is stopped. 1 when the pass
 // ended by a local failure that ends the daemon (a command that could not be started).
-int CollectSlowPass(SlowPass& p, int64_t nowMs);
+// tplsync: the node's Tplsync request, which a pass that pulled consumes.
+int CollectSlowPass(SlowPass& p, int64_t nowMs, int& tplsync);
 
 }  // namespace qor

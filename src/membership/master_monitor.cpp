@@ -21,9 +21,9 @@
 
 namespace qor {
 
-int MonitorCluster(DetectorMemory& d, const Clocks& now) {
-  if (ClustRole == kRoleMaster) return MonitorOnMaster(d, now);
-  if (ClustRole == kRoleSlave) return MonitorOnSlave(d, now);
+int MonitorCluster(NodeState& n, DetectorMemory& d, const Clocks& now) {
+  if (ClustRole == kRoleMaster) return MonitorOnMaster(n, d, now);
+  if (ClustRole == kRoleSlave) return MonitorOnSlave(n, d, now);
   return kMonitorNotMine;
 }
 
@@ -45,24 +45,8 @@ class SlaveReach {
   Reply reply_ = Reply::kNotAsked;
 };
 
-// The status, to the slave's database by the id the same host has there: each database numbers
-// its rows itself.
-void WriteSlaveCopy(DetectorMemory& d, const ClustRecord& row, int status, int64_t nowMs) {
-  ActInfo info;
-  GetClusterSql(cnf.clustslave.c_str(), row.hostname.c_str(), &info, ClustsTemp, Db::kSlave);
-  if (info.count != 1 || info.side != Index(Db::kSlave)) return;
-  SetStatusClusterSql(Db::kSlave, ClustsTemp[0]->id, status);
-  d.seen.Wrote(Db::kSlave, row.hostname.c_str(), nowMs, status);
-}
-
-void WriteStatus(DetectorMemory& d, const ClustRecord& row, int status, bool slaveReadable,
-                 int64_t nowMs) {
-  SetStatusClusterSql(Db::kMaster, row.id, status);
-  d.seen.Wrote(Db::kMaster, row.hostname.c_str(), nowMs, status);
-  if (slaveReadable) WriteSlaveCopy(d, row, status, nowMs);
-}
-
 struct Pass {
+  NodeState& n;
   DetectorMemory& d;
   int64_t now, nowMs;
   PassGuard guard{};
@@ -70,6 +54,22 @@ struct Pass {
   int held = 0;  // take-overs newly held in this pass
   PassMarks marks{};
 };
+
+// The status, to the slave's database by the id the same host has there: each database numbers
+// its rows itself.
+void WriteSlaveCopy(Pass& p, const ClustRecord& row, int status) {
+  ActInfo info;
+  GetClusterSql(cnf.clustslave.c_str(), row.hostname.c_str(), &info, p.n.ClustsTemp, Db::kSlave);
+  if (info.count != 1 || info.side != Index(Db::kSlave)) return;
+  SetStatusClusterSql(Db::kSlave, p.n.ClustsTemp[0]->id, status);
+  p.d.seen.Wrote(Db::kSlave, row.hostname.c_str(), p.nowMs, status);
+}
+
+void WriteStatus(Pass& p, const ClustRecord& row, int status) {
+  SetStatusClusterSql(Db::kMaster, row.id, status);
+  p.d.seen.Wrote(Db::kMaster, row.hostname.c_str(), p.nowMs, status);
+  if (p.slaveReadable) WriteSlaveCopy(p, row, status);
+}
 
 void CheckRow(ClustRecord& row, Pass& p) {
   TakeoverQueue& queue = QordownRuns();
@@ -91,7 +91,7 @@ void CheckRow(ClustRecord& row, Pass& p) {
              static_cast<long>(d.MasterLastWriteMill), host, static_cast<long>(row.last_writemill));
     row.last_writemill = 0;
   }
-  if (v.write) WriteStatus(d, row, v.decided.status, p.slaveReadable, p.nowMs);
+  if (v.write) WriteStatus(p, row, v.decided.status);
   switch (v.takeover) {
     case Takeover::kRun:
       // The take-over sees the row as read, but with the last write cleared for a slave made old.
@@ -128,7 +128,7 @@ void HealSlaveCopy(const ClustRecord& row, Pass& p) {
   if (copy == nullptr || copy->status != kStatusActive || copy->silentMs <= kSilentMs) return;
   LogNotice("monitoronmaster(7) %s(%s) status %d copied to the database on %s",
             row.hostname.c_str(), row.ipaddress.c_str(), row.status, cnf.clustslave.c_str());
-  WriteSlaveCopy(p.d, row, row.status, p.nowMs);
+  WriteSlaveCopy(p, row, row.status);
 }
 
 // Each database's copy is marked by what that copy says, so a mark the slave's database missed
@@ -140,8 +140,8 @@ void MarkTemplate(const ClustRecord& row, Pass& p) {
     p.d.seen.Wrote(Db::kMaster, host, p.nowMs, 0);
   }
   if (!p.slaveReadable) return;
-  for (int i = 0; i < sactinfo.count; ++i) {
-    const ClustRecord& copy = *ClustsOnSlave[i];
+  for (int i = 0; i < p.n.sactinfo.count; ++i) {
+    const ClustRecord& copy = *p.n.ClustsOnSlave[i];
     if (copy.hostname != host || !TemplateMarkDue(copy, p.d.MasterTplUpdateMill)) continue;
     UpdateTplsyncSql(Db::kSlave, host, copy.tpl_syncmill, kTplOld);
     p.d.seen.Wrote(Db::kSlave, host, p.nowMs, 0);
@@ -166,32 +166,33 @@ void DropVanished(const ActInfo& info, ClustRecord* const* rows) {
 
 }  // namespace
 
-int MonitorOnMaster(DetectorMemory& d, const Clocks& now) {
+int MonitorOnMaster(NodeState& n, DetectorMemory& d, const Clocks& now) {
   char date[32];
-  Pass p{.d = d, .now = now.wallMill / 1000, .nowMs = now.monoMs};
+  Pass p{.n = n, .d = d, .now = now.wallMill / 1000, .nowMs = now.monoMs};
   FormatQorDate(date, sizeof date, static_cast<time_t>(p.now), kDateTime);
   Trace("_xmonitoronmaster(1): starting at %s (%ld)\n", date, static_cast<long>(p.now));
   if (ClustRole != kRoleMaster) return kMonitorNotMine;
-  int read = GetClusterSql(cnf.clustmaster.c_str(), "-all", &mactinfo, ClustsOnMaster, Db::kMaster);
+  int read =
+      GetClusterSql(cnf.clustmaster.c_str(), "-all", &n.mactinfo, n.ClustsOnMaster, Db::kMaster);
   // The master judges from its own database only: while it does not answer, the read falls back
   // to the slave's, from which the slave keeps the watch; judged from both sides, a server that
   // died then would be taken over twice.
-  bool own = read == kDbOk && mactinfo.side == Index(Db::kMaster);
-  if (!ObserveDb(d, Db::kMaster, own, ClustsOnMaster, mactinfo.count, p.nowMs, true,
+  bool own = read == kDbOk && n.mactinfo.side == Index(Db::kMaster);
+  if (!ObserveDb(d, Db::kMaster, own, n.ClustsOnMaster, n.mactinfo.count, p.nowMs, true,
                  "monitoronmaster(6)")) {
     return kMonitorDone;
   }
   // The slave's copy of every row: a server silent here that still writes there lost its way to
   // this database only, and a member the slave took over meanwhile is not taken over again.
   bool slaveRead = spool != nullptr &&
-                   GetClusterSql(cnf.clustslave.c_str(), "-all", &sactinfo, ClustsOnSlave,
+                   GetClusterSql(cnf.clustslave.c_str(), "-all", &n.sactinfo, n.ClustsOnSlave,
                                  Db::kSlave) == kDbOk &&
-                   sactinfo.side == Index(Db::kSlave);
-  p.slaveReadable = ObserveDb(d, Db::kSlave, slaveRead, ClustsOnSlave, sactinfo.count, p.nowMs,
+                   n.sactinfo.side == Index(Db::kSlave);
+  p.slaveReadable = ObserveDb(d, Db::kSlave, slaveRead, n.ClustsOnSlave, n.sactinfo.count, p.nowMs,
                               true, "monitoronmaster(6)");
   std::vector<GuardRow> guardRows;
-  for (int i = 0; i < mactinfo.count; ++i) {
-    const ClustRecord& row = *ClustsOnMaster[i];
+  for (int i = 0; i < n.mactinfo.count; ++i) {
+    const ClustRecord& row = *n.ClustsOnMaster[i];
     // Master rows come first by role_id; each one read sets the reference for the rows after it.
     if (row.role_id == kRoleIdMaster) {
       d.MasterLastWriteMill = row.last_writemill;
@@ -203,14 +204,14 @@ int MonitorOnMaster(DetectorMemory& d, const Clocks& now) {
   SlaveReach slave;
   p.guard = GuardOf(guardRows, [&] { return slave.answers(); });
   d.marks = p.marks.All();
-  for (int i = 0; i < mactinfo.count; ++i) {
-    ClustRecord& row = *ClustsOnMaster[i];
+  for (int i = 0; i < n.mactinfo.count; ++i) {
+    ClustRecord& row = *n.ClustsOnMaster[i];
     if (row.role_id == kRoleIdMaster) continue;
     CheckRow(row, p);
     HealSlaveCopy(row, p);
     MarkTemplate(row, p);
   }
-  DropVanished(mactinfo, ClustsOnMaster);
+  DropVanished(n.mactinfo, n.ClustsOnMaster);
   if (p.held > 0 && p.guard.cutOff) {
     LogError(
         "monitoronmaster(4) all %d other servers are silent and %s does not answer: this server "

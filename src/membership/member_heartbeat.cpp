@@ -17,8 +17,8 @@ namespace qor {
 
 namespace {
 
-void CopyOwnMemberValues(ClustRecord& row) {
-  CopyOwnValues(row, Clust, Containers);
+void CopyOwnMemberValues(NodeState& n, ClustRecord& row) {
+  CopyOwnValues(row, n.Clust, Containers);
   row.role.set("member");
 }
 
@@ -26,8 +26,8 @@ void CopyOwnMemberValues(ClustRecord& row) {
 // the step numbers and words of its trace and log lines.
 struct MemberSide {
   Db db;
-  ActInfo* info;
-  ClustRecord** rows;
+  ActInfo NodeState::*info;
+  ClusterRows NodeState::*rows;
   int countStep;  // the trace of the rows found; 0: none
   int writeStep, insertStep, multipleStep;
   const char* rowsName;       // in the write's trace line
@@ -36,27 +36,27 @@ struct MemberSide {
 };
 
 // By Index(db).
-const MemberSide kSides[] = {
-    {Db::kMaster, &mactinfo, ClustsOnMaster, 4, 5, 6, 8, "clustonmaster",
-     "at CheckCluster on Master", "Master"},
-    {Db::kSlave, &sactinfo, ClustsOnSlave, 0, 9, 10, 12, "clustonslave", "on Slave", "slave"}};
+const MemberSide kSides[] = {{Db::kMaster, &NodeState::mactinfo, &NodeState::ClustsOnMaster, 4, 5,
+                              6, 8, "clustonmaster", "at CheckCluster on Master", "Master"},
+                             {Db::kSlave, &NodeState::sactinfo, &NodeState::ClustsOnSlave, 0, 9, 10,
+                              12, "clustonslave", "on Slave", "slave"}};
 
 // The member's row as last read from the master's database, in this cycle or an earlier one;
 // nullptr until a read has found it, since the records hold nothing of this node before that.
-const ClustRecord* LastReadOnMaster() {
-  const ClustRecord& row = *ClustsOnMaster[0];
-  return row.hostname == Clust.hostname ? &row : nullptr;
+const ClustRecord* LastReadOnMaster(NodeState& n) {
+  const ClustRecord& row = *n.ClustsOnMaster[0];
+  return row.hostname == n.Clust.hostname ? &row : nullptr;
 }
 
 // The found row's status (and, on the slave, template state) by the decision of its database.
-void Decide(Db db, ClustRecord& row, bool writtenOnMaster) {
+void Decide(NodeState& n, Db db, ClustRecord& row, bool writtenOnMaster) {
   if (db == Db::kMaster) {
     MemberMasterDecision d = DecideMemberOnMaster(row);
     row.status = d.status;
-    if (d.tplsync) Tplsync = 1;
+    if (d.tplsync) n.Tplsync = 1;
     return;
   }
-  const ClustRecord* M = LastReadOnMaster();
+  const ClustRecord* M = LastReadOnMaster(n);
   MemberSlaveDecision d = DecideMemberOnSlave(row, M, writtenOnMaster);
   row.status = d.status;
   if (d.copyTemplate) {
@@ -69,23 +69,26 @@ void Decide(Db db, ClustRecord& row, bool writtenOnMaster) {
 // The member's row in one database. *writtenOnMaster: set when the row was written into the
 // master's, not when it was inserted instead; the slave's decision reads it. 0 to go on, 1 to
 // stop.
-int WriteOn(const MemberSide& side, RowForm form, int64_t nowMill, bool* writtenOnMaster) {
-  const char* host = Clust.hostname.c_str();
+int WriteOn(NodeState& n, const MemberSide& side, RowForm form, int64_t nowMill,
+            bool* writtenOnMaster) {
+  const char* host = n.Clust.hostname.c_str();
+  ActInfo& info = n.*side.info;
+  ClusterRows& rows = n.*side.rows;
   // A read that failed (its database kept it waiting past the bound, or refused it) says nothing
   // about the row: an insert then would give the server a second row, on whichever database the
   // insert falls back to, and "multiple found" would stop its heartbeats there for good.
   bool read =
       GetClusterSql(side.db == Db::kMaster ? cnf.clustmaster.c_str() : cnf.clustslave.c_str(), host,
-                    side.info, side.rows, side.db) == kDbOk;
+                    &info, rows, side.db) == kDbOk;
   if (side.countStep != 0) {
-    Trace("_xupdatemember(%d): mactinfo.count=%d\n", side.countStep, side.info->count);
+    Trace("_xupdatemember(%d): mactinfo.count=%d\n", side.countStep, info.count);
   }
-  const Db target = ReadDb(*side.info, side.db);
-  switch (ClassifyOne(side.info->count)) {
+  const Db target = ReadDb(info, side.db);
+  switch (ClassifyOne(info.count)) {
     case OneRow::kFound: {
-      ClustRecord& row = *side.rows[0];
-      CopyOwnMemberValues(row);
-      Decide(side.db, row, *writtenOnMaster);
+      ClustRecord& row = *rows[0];
+      CopyOwnMemberValues(n, row);
+      Decide(n, side.db, row, *writtenOnMaster);
       Trace("_xupdatemember(%d): %s[0]->status=%d updating...\n", side.writeStep, side.rowsName,
             row.status);
       UpdateClusterSql(target, row, 0, form);
@@ -94,7 +97,7 @@ int WriteOn(const MemberSide& side, RowForm form, int64_t nowMill, bool* written
     }
     case OneRow::kMissing:
       if (!read) return kHeartbeatDone;
-      return InsertOwnRow("updatemember", side.insertStep, target, kStatusActive, kStatusActive,
+      return InsertOwnRow(n, "updatemember", side.insertStep, target, kStatusActive, kStatusActive,
                           nowMill);
     case OneRow::kDuplicates:
       std::printf("Multiple %s found %s\n", host, side.multipleWhere);
@@ -107,19 +110,19 @@ int WriteOn(const MemberSide& side, RowForm form, int64_t nowMill, bool* written
 
 }  // namespace
 
-int UpdateMember(RowForm form, int64_t nowMill) {
-  if (!BeginHeartbeat({"updatemember", kRoleMember, "Member", "member", 13}, cnf.dbsvr.c_str(),
+int UpdateMember(NodeState& n, RowForm form, int64_t nowMill) {
+  if (!BeginHeartbeat(n, {"updatemember", kRoleMember, "Member", "member", 13}, cnf.dbsvr.c_str(),
                       nowMill)) {
     return kHeartbeatStopped;
   }
   bool writtenOnMaster = false;
   if (Ping(cnf.clustmaster.c_str()) == 0 &&
-      WriteOn(kSides[Index(Db::kMaster)], form, nowMill, &writtenOnMaster) != kHeartbeatDone) {
+      WriteOn(n, kSides[Index(Db::kMaster)], form, nowMill, &writtenOnMaster) != kHeartbeatDone) {
     return kHeartbeatStopped;
   }
   // A server that does not answer is skipped without a message.
   if (Ping(cnf.clustslave.c_str()) == 0) {
-    return WriteOn(kSides[Index(Db::kSlave)], form, nowMill, &writtenOnMaster);
+    return WriteOn(n, kSides[Index(Db::kSlave)], form, nowMill, &writtenOnMaster);
   }
   return kHeartbeatDone;
 }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "base/clock.h"
+#include "membership/node_state.h"
 #include "membership/watch.h"
 
 namespace qor {
@@ -15,9 +16,9 @@ constexpr int kMonitorNotMine = 1;
 
 // The master's or the slave's monitor by ClustRole; 1 for a member or any other role. A pass does
 // the same work from the cycle and from -monitor: it judges by the memory d of the passes before
-// it and by now, and leaves in d what the next pass needs.
-int MonitorCluster(DetectorMemory& d, const Clocks& now);
-int MonitorOnMaster(DetectorMemory& d, const Clocks& now);
-int MonitorOnSlave(DetectorMemory& d, const Clocks& now);
+// it and by now, and leaves in d what the next pass needs. It reads the rows into n's.
+int MonitorCluster(NodeState& n, DetectorMemory& d, const Clocks& now);
+int MonitorOnMaster(NodeState& n, DetectorMemory& d, const Clocks& now);
+int MonitorOnSlave(NodeState& n, DetectorMemory& d, const Clocks& now);
 
 }  // namespace qor

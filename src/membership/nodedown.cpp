@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <memory>
 
 #include "base/clock.h"
 #include "base/log.h"
@@ -106,9 +107,10 @@ int LumoBRContainerRepaireSql(const char* source, const char* destination) {
 
 void SweepCluster() {
   ActInfo sweepinfo;
+  auto rows = std::make_unique<ClusterRows>();
   if (ClustRole == kRoleMaster) {
     const char* master = cnf.clustmaster.c_str();
-    GetClusterSql(master, "-active_all_master_slave", &sweepinfo, ClustsTemp, Db::kMaster);
+    GetClusterSql(master, "-active_all_master_slave", &sweepinfo, *rows, Db::kMaster);
     if (sweepinfo.count == 2) {
       SweepClustersql(Db::kMaster);
       if (Ping(cnf.clustslave.c_str()) == 0) SweepClustersql(Db::kSlave);
@@ -120,7 +122,7 @@ void SweepCluster() {
   } else if (ClustRole == kRoleSlave) {
     // With both active the master sweeps; the slave sweeps only what its own database sees alone.
     const char* slave = cnf.clustslave.c_str();
-    GetClusterSql(slave, "-active_all_master_slave", &sweepinfo, ClustsTemp, Db::kSlave);
+    GetClusterSql(slave, "-active_all_master_slave", &sweepinfo, *rows, Db::kSlave);
     if (sweepinfo.count == 1) SweepClustersql(Db::kSlave);
   }
 }

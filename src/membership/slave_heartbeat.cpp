@@ -31,89 +31,89 @@ const char* SlaveAddr() {
 // same, so that the master's monitor does not take a running slave for a silent one.
 // As in the member's heartbeat, a read that failed says nothing about the row and is never
 // followed by an insert: it counts as rows that cannot be written, and the heartbeat stops.
-OneRow ReadOwnRowOnSlave() {
-  if (GetClusterSql(SlaveAddr(), "-slave", &sactinfo, ClustsOnSlave, Db::kSlave) != kDbOk) {
+OneRow ReadOwnRowOnSlave(NodeState& n) {
+  if (GetClusterSql(SlaveAddr(), "-slave", &n.sactinfo, n.ClustsOnSlave, Db::kSlave) != kDbOk) {
     return OneRow::kDuplicates;
   }
-  OneRow found = ClassifyOne(sactinfo.count);
+  OneRow found = ClassifyOne(n.sactinfo.count);
   if (found == OneRow::kDuplicates) {
-    LogError("updateslave(19) %d slave rows found on %s, left unchanged", sactinfo.count,
+    LogError("updateslave(19) %d slave rows found on %s, left unchanged", n.sactinfo.count,
              SlaveAddr());
   }
   return found;
 }
 
 // The master's database holds both rows: the slave's row there is written first, then its copy.
-int WritePairOnMaster(RowForm form, int64_t nowMill) {
-  const ClustRecord& Mm = *ClustsOnMaster[0];
-  ClustRecord& Ms = *ClustsOnMaster[1];
-  CopyOwnValues(Ms, Clust, Containers);
+int WritePairOnMaster(NodeState& n, RowForm form, int64_t nowMill) {
+  const ClustRecord& Mm = *n.ClustsOnMaster[0];
+  ClustRecord& Ms = *n.ClustsOnMaster[1];
+  CopyOwnValues(Ms, n.Clust, Containers);
   SlavePairDecision d = DecideSlavePair(Mm, Ms);
-  if (d.tplsync) Tplsync = 1;
+  if (d.tplsync) n.Tplsync = 1;
   if (d.noteReactivated) LogNotice("updateslave(5) status=%d", Ms.status);
   Ms.status = d.status;
-  UpdateClusterSql(ReadDb(mactinfo, Db::kMaster), *ClustsOnMaster[1], 0, form);
-  OneRow onSlave = ReadOwnRowOnSlave();
+  UpdateClusterSql(ReadDb(n.mactinfo, Db::kMaster), *n.ClustsOnMaster[1], 0, form);
+  OneRow onSlave = ReadOwnRowOnSlave(n);
   if (onSlave == OneRow::kDuplicates) return kHeartbeatStopped;
   if (onSlave == OneRow::kFound) {
-    const ClustRecord& Ss = *ClustsOnSlave[0];
+    const ClustRecord& Ss = *n.ClustsOnSlave[0];
     int withlastwrite = LastWriteDiffers(Ms, Ss);
     UpdateClusterSql(Db::kSlave, Ss.id, Ms, withlastwrite, form);
     return kHeartbeatDone;
   }
-  return InsertOwnRow("updateslave", 6, Db::kSlave, Ms.status, Ms.status, nowMill);
+  return InsertOwnRow(n, "updateslave", 6, Db::kSlave, Ms.status, Ms.status, nowMill);
 }
 
 // The master's database holds only the slave's row.
-int WriteOwnOnlyOnMaster(RowForm form, int64_t nowMill) {
-  ClustRecord& row = *ClustsOnMaster[0];
-  CopyOwnValues(row, Clust, Containers);
+int WriteOwnOnlyOnMaster(NodeState& n, RowForm form, int64_t nowMill) {
+  ClustRecord& row = *n.ClustsOnMaster[0];
+  CopyOwnValues(row, n.Clust, Containers);
   row.status = Reactivated(row.status);
-  UpdateClusterSql(ReadDb(mactinfo, Db::kMaster), *ClustsOnMaster[0], 1, form);
-  OneRow onSlave = ReadOwnRowOnSlave();
+  UpdateClusterSql(ReadDb(n.mactinfo, Db::kMaster), *n.ClustsOnMaster[0], 1, form);
+  OneRow onSlave = ReadOwnRowOnSlave(n);
   if (onSlave == OneRow::kDuplicates) return kHeartbeatStopped;
   if (onSlave == OneRow::kFound) {
-    UpdateClusterSql(Db::kSlave, ClustsOnSlave[0]->id, row, 0, form);
+    UpdateClusterSql(Db::kSlave, n.ClustsOnSlave[0]->id, row, 0, form);
     return kHeartbeatDone;
   }
-  return InsertOwnRow("updateslave", 8, Db::kSlave, kStatusActive, Clust.status, nowMill);
+  return InsertOwnRow(n, "updateslave", 8, Db::kSlave, kStatusActive, n.Clust.status, nowMill);
 }
 
-int WriteWithMaster(RowForm form, int64_t nowMill) {
-  if (GetClusterSql(MasterAddr(), "-master_slave", &mactinfo, ClustsOnMaster, Db::kMaster) !=
+int WriteWithMaster(NodeState& n, RowForm form, int64_t nowMill) {
+  if (GetClusterSql(MasterAddr(), "-master_slave", &n.mactinfo, n.ClustsOnMaster, Db::kMaster) !=
       kDbOk) {
     return kHeartbeatStopped;
   }
-  Trace("_xupdateslave(4): mactinfo.count=%d\n", mactinfo.count);
-  switch (ClassifyPair(mactinfo.count, *ClustsOnMaster[0], "slave")) {
+  Trace("_xupdateslave(4): mactinfo.count=%d\n", n.mactinfo.count);
+  switch (ClassifyPair(n.mactinfo.count, *n.ClustsOnMaster[0], "slave")) {
     case PairRows::kBoth:
-      return WritePairOnMaster(form, nowMill);
+      return WritePairOnMaster(n, form, nowMill);
     case PairRows::kOwnOnly:
-      return WriteOwnOnlyOnMaster(form, nowMill);
+      return WriteOwnOnlyOnMaster(n, form, nowMill);
     case PairRows::kOtherOnly:
       // The slave's database is not read first: the master's side alone says the row is new.
-      if (InsertOwnRow("updateslave", 10, ReadDb(mactinfo, Db::kMaster), kStatusActive,
-                       Clust.status, nowMill) != kHeartbeatDone) {
+      if (InsertOwnRow(n, "updateslave", 10, ReadDb(n.mactinfo, Db::kMaster), kStatusActive,
+                       n.Clust.status, nowMill) != kHeartbeatDone) {
         return kHeartbeatStopped;
       }
-      InsertClusterSql(Db::kSlave, nowMill, Clust);
+      InsertClusterSql(Db::kSlave, nowMill, n.Clust);
       return kHeartbeatDone;
     case PairRows::kNeither:
-      return InsertOwnRow("updateslave", 12, ReadDb(mactinfo, Db::kMaster), kStatusActive,
-                          Clust.status, nowMill);
+      return InsertOwnRow(n, "updateslave", 12, ReadDb(n.mactinfo, Db::kMaster), kStatusActive,
+                          n.Clust.status, nowMill);
   }
   return kHeartbeatDone;
 }
 
 // The slave's row at index of its own database, judged without the master.
-void WriteAlone(int index, const ClustRecord* Sm, RowForm form) {
-  ClustRecord& Ss = *ClustsOnSlave[index];
-  CopyOwnValues(Ss, Clust, Containers);
+void WriteAlone(NodeState& n, int index, const ClustRecord* Sm, RowForm form) {
+  ClustRecord& Ss = *n.ClustsOnSlave[index];
+  CopyOwnValues(Ss, n.Clust, Containers);
   SlaveAloneDecision d = DecideSlaveAlone(Sm, Ss);
-  // The notices show the two rows as last read from the master's database, in an earlier cycle;
-  // before its first read those records are still all zero, so they show 0.
-  int64_t lastMaster = ClustsOnMaster[0]->last_writemill;
-  int64_t lastSlave = ClustsOnMaster[1]->last_writemill;
+  // The notices show the two rows as n.ClustsOnMaster holds them: the master's database as an
+  // earlier cycle read it; before its first read those records are still all zero, so they show 0.
+  int64_t lastMaster = n.ClustsOnMaster[0]->last_writemill;
+  int64_t lastSlave = n.ClustsOnMaster[1]->last_writemill;
   switch (d.note) {
     case SlaveNote::kNone:
       break;
@@ -131,41 +131,42 @@ void WriteAlone(int index, const ClustRecord* Sm, RowForm form) {
   }
   Ss.status = d.status;
   Ss.last_writemill = d.last_writemill;
-  UpdateClusterSql(Db::kSlave, *ClustsOnSlave[index], d.withlastwrite, form);
+  UpdateClusterSql(Db::kSlave, *n.ClustsOnSlave[index], d.withlastwrite, form);
 }
 
-int WriteWithoutMaster(RowForm form, int64_t nowMill) {
-  if (GetClusterSql(SlaveAddr(), "-master_slave", &sactinfo, ClustsOnSlave, Db::kSlave) != kDbOk) {
+int WriteWithoutMaster(NodeState& n, RowForm form, int64_t nowMill) {
+  if (GetClusterSql(SlaveAddr(), "-master_slave", &n.sactinfo, n.ClustsOnSlave, Db::kSlave) !=
+      kDbOk) {
     return kHeartbeatStopped;
   }
-  switch (ClassifyPair(sactinfo.count, *ClustsOnSlave[0], "slave")) {
+  switch (ClassifyPair(n.sactinfo.count, *n.ClustsOnSlave[0], "slave")) {
     case PairRows::kBoth:
-      WriteAlone(1, ClustsOnSlave[0], form);
+      WriteAlone(n, 1, n.ClustsOnSlave[0], form);
       return kHeartbeatDone;
     case PairRows::kOwnOnly:
-      WriteAlone(0, nullptr, form);
+      WriteAlone(n, 0, nullptr, form);
       return kHeartbeatDone;
     case PairRows::kOtherOnly:
-      if (!GuardInsert("updateslave", 16)) return kHeartbeatStopped;
+      if (!GuardInsert(n, "updateslave", 16)) return kHeartbeatStopped;
       break;
     case PairRows::kNeither:
-      if (!GuardInsert("_xupdateslave", 17)) return kHeartbeatStopped;
+      if (!GuardInsert(n, "_xupdateslave", 17)) return kHeartbeatStopped;
       break;
   }
-  Clust.status = kStatusActive;
-  InsertClusterSql(Db::kSlave, nowMill, Clust);
+  n.Clust.status = kStatusActive;
+  InsertClusterSql(Db::kSlave, nowMill, n.Clust);
   return kHeartbeatDone;
 }
 
 }  // namespace
 
-int UpdateSlave(RowForm form, int64_t nowMill) {
-  if (!BeginHeartbeat({"updateslave", kRoleSlave, "Slave", "slave", 18}, cnf.clustslave.c_str(),
+int UpdateSlave(NodeState& n, RowForm form, int64_t nowMill) {
+  if (!BeginHeartbeat(n, {"updateslave", kRoleSlave, "Slave", "slave", 18}, cnf.clustslave.c_str(),
                       nowMill)) {
     return kHeartbeatStopped;
   }
-  if (Ping(MasterAddr()) == 0) return WriteWithMaster(form, nowMill);
-  return WriteWithoutMaster(form, nowMill);
+  if (Ping(MasterAddr()) == 0) return WriteWithMaster(n, form, nowMill);
+  return WriteWithoutMaster(n, form, nowMill);
 }
 
 }  // namespace qor

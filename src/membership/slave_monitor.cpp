@@ -24,6 +24,7 @@ namespace qor {
 namespace {
 
 struct Pass {
+  NodeState& n;
   DetectorMemory& d;
   int64_t now = 0, nowMs = 0;
   int idOnSlave = 0;        // the id of the master's row in the slave's database
@@ -49,7 +50,7 @@ void SettleHeld(const Pass& p) {
   TakeoverQueue& queue = QordownRuns();
   if (queue.held().empty()) return;
   ActInfo info;
-  if (GetClusterSql(cnf.clustmaster.c_str(), "-all", &info, ClustsTemp, Db::kMaster) != kDbOk ||
+  if (GetClusterSql(cnf.clustmaster.c_str(), "-all", &info, p.n.ClustsTemp, Db::kMaster) != kDbOk ||
       info.side != Index(Db::kMaster)) {
     return;
   }
@@ -57,7 +58,7 @@ void SettleHeld(const Pass& p) {
   for (const TakeoverRun& h : queue.held()) {
     const ClustRecord* row = nullptr;
     for (int i = 0; i < info.count && row == nullptr; ++i) {
-      if (h.hostname == ClustsTemp[i]->hostname.c_str()) row = ClustsTemp[i];
+      if (h.hostname == p.n.ClustsTemp[i]->hostname.c_str()) row = p.n.ClustsTemp[i];
     }
     const char* why = nullptr;
     if (row == nullptr) {
@@ -78,21 +79,21 @@ void SettleHeld(const Pass& p) {
 int WatchFromSlave(Pass& p, bool masterAnswers);
 
 int WatchAnsweringMaster(Pass& p) {
-  int read = GetClusterSql(cnf.clustmaster.c_str(), "-master_slave", &mactinfo, ClustsOnMaster,
-                           Db::kMaster);
-  Trace("_xmonitoronslave(2): mactinfo.count=%d\n", mactinfo.count);
+  int read = GetClusterSql(cnf.clustmaster.c_str(), "-master_slave", &p.n.mactinfo,
+                           p.n.ClustsOnMaster, Db::kMaster);
+  Trace("_xmonitoronslave(2): mactinfo.count=%d\n", p.n.mactinfo.count);
   // The master's host answers but its database cannot be used by this server (stopped, hung,
   // refusing its heartbeat): the master cannot judge anyone from there either, so the slave
   // keeps the watch from its own database, as when the host is silent.
-  bool readOk = read == kDbOk && mactinfo.side == Index(Db::kMaster);
-  if (!ObserveDb(p.d, Db::kMaster, readOk, ClustsOnMaster, mactinfo.count, p.nowMs, false,
+  bool readOk = read == kDbOk && p.n.mactinfo.side == Index(Db::kMaster);
+  if (!ObserveDb(p.d, Db::kMaster, readOk, p.n.ClustsOnMaster, p.n.mactinfo.count, p.nowMs, false,
                  "monitoronslave(8)")) {
     return WatchFromSlave(p, true);
   }
   SettleHeld(p);
-  if (mactinfo.count != 2) return kMonitorDone;
-  ClustRecord& M = *ClustsOnMaster[0];
-  const ClustRecord& S = *ClustsOnMaster[1];
+  if (p.n.mactinfo.count != 2) return kMonitorDone;
+  ClustRecord& M = *p.n.ClustsOnMaster[0];
+  const ClustRecord& S = *p.n.ClustsOnMaster[1];
   // Ordered by role text: anything but the master's and the slave's row is no pair to judge.
   if (!(M.role == "master" && S.role == "slave")) return kMonitorDone;
   if (M.status != kStatusActive && M.status != kStatusInactive) return kMonitorDone;
@@ -157,17 +158,17 @@ bool JudgeAlone(ClustRecord& R, int kind, const PassGuard& guard, Pass& p) {
 // alone. masterAnswers: the master's host answered ping in this pass.
 int WatchFromSlave(Pass& p, bool masterAnswers) {
   ActInfo own;
-  GetClusterSql(cnf.clustslave.c_str(), "-slave", &own, ClustsTemp, Db::kSlave);
-  p.d.SlaveLastWriteMill = own.count >= 1 ? ClustsTemp[0]->last_writemill : 0;
-  Trace("_xmonitoronslave(5): sactinfo.count=%d\n", sactinfo.count);
+  GetClusterSql(cnf.clustslave.c_str(), "-slave", &own, p.n.ClustsTemp, Db::kSlave);
+  p.d.SlaveLastWriteMill = own.count >= 1 ? p.n.ClustsTemp[0]->last_writemill : 0;
+  Trace("_xmonitoronslave(5): sactinfo.count=%d\n", p.n.sactinfo.count);
   if (!p.othersRead) return kMonitorDone;
   std::vector<GuardRow> rows;
-  for (int i = 0; i < sactinfo.count; ++i)
-    rows.push_back(GuardRowOf(p.d, *ClustsOnSlave[i], Db::kSlave, p.nowMs));
+  for (int i = 0; i < p.n.sactinfo.count; ++i)
+    rows.push_back(GuardRowOf(p.d, *p.n.ClustsOnSlave[i], Db::kSlave, p.nowMs));
   PassGuard guard = GuardOf(rows, [&] { return masterAnswers; });
   int held = 0;
-  for (int i = 0; i < sactinfo.count; ++i) {
-    ClustRecord& R = *ClustsOnSlave[i];
+  for (int i = 0; i < p.n.sactinfo.count; ++i) {
+    ClustRecord& R = *p.n.ClustsOnSlave[i];
     bool master = R.role == "master";
     if (master) p.d.MasterLastWriteMill = R.last_writemill;
     // The master's row is judged at 100 or 200 (rewritten), the members' at 100 only.
@@ -197,27 +198,30 @@ int WatchFromSlave(Pass& p, bool masterAnswers) {
 
 }  // namespace
 
-int MonitorOnSlave(DetectorMemory& d, const Clocks& now) {
+int MonitorOnSlave(NodeState& n, DetectorMemory& d, const Clocks& now) {
   char date[32];
-  Pass p{.d = d, .now = now.wallMill / 1000, .nowMs = now.monoMs};
+  Pass p{.n = n, .d = d, .now = now.wallMill / 1000, .nowMs = now.monoMs};
   FormatQorDate(date, sizeof date, static_cast<time_t>(p.now), kDateTime);
   Trace("_xmonitoronslave(1): starting at %s (%ld)\n", date, static_cast<long>(p.now));
   if (ClustRole != kRoleSlave) return kMonitorNotMine;
-  int read = GetClusterSql(cnf.clustslave.c_str(), "-master", &sactinfo, ClustsOnSlave, Db::kSlave);
+  int read = GetClusterSql(cnf.clustslave.c_str(), "-master", &p.n.sactinfo, p.n.ClustsOnSlave,
+                           Db::kSlave);
   // The master's row in this database is watched beside its row in the master's: a master that
   // still writes here is not taken over for a database of its own that stopped taking writes.
-  ObserveDb(p.d, Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave), ClustsOnSlave,
-            sactinfo.count, p.nowMs, false, "monitoronslave(8)");
-  if (sactinfo.count != 1) return kMonitorDone;
+  ObserveDb(p.d, Db::kSlave, read == kDbOk && p.n.sactinfo.side == Index(Db::kSlave),
+            p.n.ClustsOnSlave, p.n.sactinfo.count, p.nowMs, false, "monitoronslave(8)");
+  if (p.n.sactinfo.count != 1) return kMonitorDone;
   // A master that the slave's database already holds as old is not watched, nor are the members.
-  if (ClustsOnSlave[0]->status == kStatusOld) return kMonitorDone;
-  p.idOnSlave = ClustsOnSlave[0]->id;
+  if (p.n.ClustsOnSlave[0]->status == kStatusOld) return kMonitorDone;
+  p.idOnSlave = p.n.ClustsOnSlave[0]->id;
   // Every other row of this database is watched at every pass, also while the master answers and
   // judges the members: a slave cut off later knows who was writing before, and judges nobody by
   // a gap it did not watch.
-  read = GetClusterSql(cnf.clustslave.c_str(), "-not_slave", &sactinfo, ClustsOnSlave, Db::kSlave);
-  p.othersRead = ObserveDb(p.d, Db::kSlave, read == kDbOk && sactinfo.side == Index(Db::kSlave),
-                           ClustsOnSlave, sactinfo.count, p.nowMs, true, "monitoronslave(8)");
+  read = GetClusterSql(cnf.clustslave.c_str(), "-not_slave", &p.n.sactinfo, p.n.ClustsOnSlave,
+                       Db::kSlave);
+  p.othersRead =
+      ObserveDb(p.d, Db::kSlave, read == kDbOk && p.n.sactinfo.side == Index(Db::kSlave),
+                p.n.ClustsOnSlave, p.n.sactinfo.count, p.nowMs, true, "monitoronslave(8)");
   p.d.marks = p.marks.All();
   if (Ping(cnf.clustmaster.c_str()) == 0) return WatchAnsweringMaster(p);
   return WatchFromSlave(p, false);

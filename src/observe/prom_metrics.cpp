@@ -310,8 +310,8 @@ bool MetricsDue(const MetricsView& v, const MetricsPace& last) {
          AlertDigest(v) != last.digest;
 }
 
-MetricsView CycleView(const DetectorMemory& d, const Clocks& now, int64_t cycleMicros,
-                      int64_t cycles) {
+MetricsView CycleView(const NodeState& n, const DetectorMemory& d, const Clocks& now,
+                      int64_t cycleMicros, int64_t cycles) {
   static const int64_t startMill = GetQorTimeMill();
   MetricsView v;
   v.startMill = startMill;
@@ -329,8 +329,8 @@ MetricsView CycleView(const DetectorMemory& d, const Clocks& now, int64_t cycleM
     v.db[side].up = pools[side] != nullptr && DbAnswers(db);
     v.db[side].writes = HeartbeatWrites[side];
   }
-  v.reads[0] = {ClustsOnMaster, mactinfo.count, mactinfo.side};
-  v.reads[1] = {ClustsOnSlave, sactinfo.count, sactinfo.side};
+  v.reads[0] = {n.ClustsOnMaster.entries(), n.mactinfo.count, n.mactinfo.side};
+  v.reads[1] = {n.ClustsOnSlave.entries(), n.sactinfo.count, n.sactinfo.side};
   v.detected = d.DetectedCount;
   const TakeoverQueue& runs = QordownRuns();
   v.takeovers = &runs.tally();

@@ -95,9 +95,9 @@ uint64_t AlertDigest(const MetricsView& v);
 bool MetricsDue(const MetricsView& v, const MetricsPace& last);
 
 // The view of this process at now, the end of a cycle that took cycleMicros, the cycles-th one;
-// d: what its monitors observed.
-MetricsView CycleView(const DetectorMemory& d, const Clocks& now, int64_t cycleMicros,
-                      int64_t cycles);
+// n: the rows it read last; d: what its monitors observed.
+MetricsView CycleView(const NodeState& n, const DetectorMemory& d, const Clocks& now,
+                      int64_t cycleMicros, int64_t cycles);
 // Appends the view in the text format to out.
 void RenderMetrics(const MetricsView& v, std::string& out);
 // When MetricsDue, renders the view and replaces dir/qorclustd.prom with it; see the top of this

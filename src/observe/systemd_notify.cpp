@@ -75,12 +75,12 @@ void NotifyHeartbeatDone() {
   sd_notify(0, "READY=1");
 }
 
-void NotifyCycleDone(int64_t cycleMs, const char* slowWhat, int64_t slowMs) {
+void NotifyCycleDone(int servers, int64_t cycleMs, const char* slowWhat, int64_t slowMs) {
   if (!Watched()) return;
   const TakeoverQueue& runs = QordownRuns();
   DaemonStatus s;
   s.role = ClustRole;
-  s.servers = ClustCount;
+  s.servers = servers;
   s.cycleMs = cycleMs;
   if (const TakeoverRun* run = runs.running()) {
     s.takeoverHost = run->hostname.c_str();

@@ -27,9 +27,10 @@ void CompleteMainPidHandoff();
 // After each heartbeat: ready at the first, whether or not a database took the row, so that a
 // server whose databases are down at boot still runs and keeps trying.
 void NotifyHeartbeatDone();
-// At the end of each cycle, which took cycleMs: the watchdog, and the status line; slowWhat and
-// slowMs: the step of the slow pass running beside the cycle and how long it runs (0: none).
-void NotifyCycleDone(int64_t cycleMs, const char* slowWhat, int64_t slowMs);
+// At the end of each cycle, which took cycleMs and counted servers rows: the watchdog, and the
+// status line; slowWhat and slowMs: the step of the slow pass running beside the cycle and how
+// long it runs (0: none).
+void NotifyCycleDone(int servers, int64_t cycleMs, const char* slowWhat, int64_t slowMs);
 
 // The facts of the status line.
 struct DaemonStatus {

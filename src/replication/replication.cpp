@@ -83,7 +83,7 @@ void SyncProfiles(const char* command, const char* synced, const char* unchanged
 
 }  // namespace
 
-TemplatePull RsyncLicWlistTpl(TplRecord& record) {
+TemplatePull RsyncLicWlistTpl(TplRecord& record, const char* host) {
   int64_t now = GetQorTimeMill();
   if (ClustRole == kRoleMaster) return {};
   TemplatePull pull{now, false};
@@ -104,8 +104,7 @@ TemplatePull RsyncLicWlistTpl(TplRecord& record) {
   const Db dbs[2] = {Db::kMaster, Db::kSlave};
   for (int side = 0; side < 2; ++side) {
     if (record.syncmill == 0 || record.written[side] || Ping(addresses[side]) != 0) continue;
-    record.written[side] =
-        UpdateTplsyncSql(dbs[side], Clust.hostname.c_str(), record.syncmill, kTplSynced) == kDbOk;
+    record.written[side] = UpdateTplsyncSql(dbs[side], host, record.syncmill, kTplSynced) == kDbOk;
   }
   return pull;
 }

@@ -46,7 +46,8 @@ struct TplRecord {
 // that has not taken it and answers. A failed pull is logged with the tree and rsync's last error
 // line, and leaves the mark as it was, so the next pass tries again. A pull that cannot be started
 // ends the process with status 1 ("STAT:SSHERROR").
-TemplatePull RsyncLicWlistTpl(TplRecord& record);
+// host: this server's name, whose rows take the record.
+TemplatePull RsyncLicWlistTpl(TplRecord& record, const char* host);
 // Master only: 0, or 1 on another role or when a chown cannot be started.
 int ChownLicWlistTpl();
 // The platform's lumobr and lumodt synchronisations; a command that cannot be started ends the

@@ -1,5 +1,5 @@
-// One row of the clusters table as the program holds it, this node's own row (Clust), the three
-// arrays the queries fill, and the counters every query returns. Plain values: copied whole.
+// One row of the clusters table as the program holds it, the records a query fills, and the
+// counters every query returns. Plain values: copied whole, but for the records of a query.
 #pragma once
 
 #include <cstdint>
@@ -83,15 +83,23 @@ struct ActInfo {
   int side = -1;  // the database the rows came from: 0 the master's (or standalone), 1 the slave's
 };
 
-// This node's own row.
-extern ClustRecord Clust;
-// Rows last read from the master's database, the slave's database and a one-off query.
-extern ClustRecord* ClustsOnMaster[Maxcluster];
-extern ClustRecord* ClustsOnSlave[Maxcluster];
-extern ClustRecord* ClustsTemp[Maxcluster];
+// Room for the rows of one query: 64 records, and the entries a query's records argument takes,
+// each pointing at its own record. Not copied: the entries point into the object.
+class ClusterRows {
+ public:
+  ClusterRows() {
+    for (int i = 0; i < Maxcluster; ++i) at_[i] = &records_[i];
+  }
+  ClusterRows(const ClusterRows&) = delete;
+  ClusterRows& operator=(const ClusterRows&) = delete;
+  operator ClustRecord**() { return at_; }
+  // The same entries, for a reader that changes nothing.
+  const ClustRecord* const* entries() const { return at_; }
 
-// Gives each of the three arrays its 64 records; called once, first thing at start-up.
-void InitClusterMem();
+ private:
+  ClustRecord records_[Maxcluster];
+  ClustRecord* at_[Maxcluster];
+};
 
 // role_id of a role text: "master" 100, "slave" 101, "member" 102, anything else 0.
 int RoleIdOf(const char* role);

@@ -14,8 +14,6 @@
 
 namespace qor {
 
-int ClustCount = 0;
-
 namespace {
 
 constexpr const char* kDefaultOrder = "order by role_id, hostname";

@@ -10,9 +10,6 @@
 
 namespace qor {
 
-// Rows of the table as last counted.
-extern int ClustCount;
-
 // The statement for selector cond; false when the where clause would not fit its 127 characters
 // or a host name or pattern holds a backslash.
 bool BuildClusterSelect(SqlText& sql, const char* cond);

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
 #include "base/log.h"
 #include "config/qorconf.h"
@@ -47,38 +48,38 @@ int IsClustMaster(const char* server, const char* selector, ClustRecord** record
   return records[0]->role == "master" ? 0 : 1;
 }
 
-int GetClust(int count, ClustRecord** records, int index) {
+int GetClust(int count, ClustRecord** records, int index, ClustRecord& own) {
   Trace("_xgetclust(1): count=%d i=%d\n", count, index);
   if (count < 1) return 1;
   GetQorconf();
   const ClustRecord& r = *records[index];
-  // The utilisation figures, the version and the insert clock of Clust stay as they are.
-  ClustRecord keep = Clust;
-  Clust = r;
-  Clust.cpuutil = keep.cpuutil;
-  Clust.memutil = keep.memutil;
-  Clust.diskutil = keep.diskutil;
-  Clust.qorver = keep.qorver;
-  Clust.qortimemill = keep.qortimemill;
+  // The utilisation figures, the version and the insert clock of own stay as they are.
+  ClustRecord keep = own;
+  own = r;
+  own.cpuutil = keep.cpuutil;
+  own.memutil = keep.memutil;
+  own.diskutil = keep.diskutil;
+  own.qorver = keep.qorver;
+  own.qortimemill = keep.qortimemill;
   return 0;
 }
 
-int GetTarget(const char* server, ClustRecord** records) {
+int GetTarget(const char* server, ClustRecord** records, ClustRecord& own) {
   Trace("_xgettarget(1): starting...");
   ActInfo info;
   GetClusterSql(server, "-target", &info, records, Db::kMaster);
-  GetClust(info.count, records, 0);
+  GetClust(info.count, records, 0, own);
   Clusttarget.set(records[0]->ipaddress);
   Trace("_xgettarget(2): clusttarget -> %s\n", Clusttarget.c_str());
   return info.count == 1 ? 0 : 1;
 }
 
-int ReadClusterList(const char* server) {
+int ReadClusterList(const char* server, ClustRecord** records) {
   // The slave's own listing needs its pool; anything else reads the master's copy first.
   Db db = Db::kMaster;
   if (!(DbOfAddress(server, &db) && PoolOf(db) != nullptr)) db = Db::kMaster;
   ActInfo info;
-  GetClusterSql(server, "-all", &info, ClustsOnMaster, db);
+  GetClusterSql(server, "-all", &info, records, db);
   return info.count;
 }
 
@@ -87,13 +88,15 @@ void ShowClusterList(const char* server, int full) {
     std::printf("_Cluster disabled -> %d\n", Cluster);
     return;
   }
-  const int count = ReadClusterList(server);
+  auto rows = std::make_unique<ClusterRows>();
+  ClustRecord** records = *rows;
+  const int count = ReadClusterList(server, records);
   std::puts(full ? "[id] host ip clustid role stat lastwrt tplsyncstat tplupd tplsync loadavgpp "
                    "containers updated cores cpu mem disk qorver"
                  : "[id] host ip clustid role stat lastwrt tplsyncstat tplupd tplsync loadavgpp "
                    "containers updated");
   for (int i = 0; i < count; ++i) {
-    const ClustRecord& r = *ClustsOnMaster[i];
+    const ClustRecord& r = *records[i];
     std::printf("[%d] %s %s %s %s %d %ld %d %ld %ld %0.2f %d %ld", r.id, r.hostname.c_str(),
                 r.ipaddress.c_str(), r.clusterid.c_str(), r.role.c_str(), r.status,
                 static_cast<long>(r.last_writemill), r.tpl_syncstate,

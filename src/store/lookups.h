@@ -18,12 +18,14 @@ int CheckCluster(int* masterAlive, int* slaveAlive, int cluster, const char* mas
                  const char* slave, ClustRecord** records);
 // 0 when selector matches exactly one row and it is the master's; 1 otherwise.
 int IsClustMaster(const char* server, const char* selector, ClustRecord** records);
-// Copies entry index into Clust (after re-reading the configuration); 1 when count is below 1.
-int GetClust(int count, ClustRecord** records, int index);
-// 0 when exactly one candidate was found; Clusttarget gets the first entry's address either way.
-int GetTarget(const char* server, ClustRecord** records);
-// Reads all of server's rows into ClustsOnMaster, from the pool that reaches server; the count.
-int ReadClusterList(const char* server);
+// Copies entry index into own, the node's own row (after re-reading the configuration); 1 when
+// count is below 1.
+int GetClust(int count, ClustRecord** records, int index, ClustRecord& own);
+// 0 when exactly one candidate was found; Clusttarget gets the first entry's address either way,
+// own the whole entry.
+int GetTarget(const char* server, ClustRecord** records, ClustRecord& own);
+// Reads all of server's rows into records, from the pool that reaches server; the count.
+int ReadClusterList(const char* server, ClustRecord** records);
 // Prints server's clusters table; full adds cores, utilisation and version.
 void ShowClusterList(const char* server, int full);
 

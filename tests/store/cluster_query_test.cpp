@@ -20,7 +20,6 @@ namespace qortest {
 namespace {
 
 using qor::ActInfo;
-using qor::ClustsTemp;
 
 // A cluster whose rows are inserted out of order. "odd" carries a role text outside the three
 // codes (role_id 0), so "order by role" and "order by role_id" disagree about it; "other" has no
@@ -74,7 +73,7 @@ TEST_F(StoreClusterQuery, SelectorsReturnRowsInOrder) {
     SCOPED_TRACE(c.cond);
     ActInfo info{7, 7, 7};
     ASSERT_EQ(Select(c.cond, &info), qor::kDbOk);
-    EXPECT_EQ(std::tuple(Hosts(info, ClustsTemp), info.servers, info.cores),
+    EXPECT_EQ(std::tuple(Hosts(info, selected), info.servers, info.cores),
               std::tuple(c.hosts, c.servers, c.cores));
     EXPECT_TRUE(Logs().empty());
   }
@@ -102,7 +101,7 @@ TEST_F(StoreClusterQuery, ColumnsConvertIntoTheRecord) {
   // Numbers by atoi (fractions lost); 12:00 in July read as 10:00 UTC, summer time kept. Every
   // field shown, as -lj shows a record.
   std::string record;
-  qor::AppendRowJson(record, *ClustsTemp[0], 1688205600);
+  qor::AppendRowJson(record, *selected[0], 1688205600);
   EXPECT_EQ(
       record,
       R"({"id":7,"hostname":"conv","ipaddress":"10.1.1.1","clusterid":"c-7","role":"member",)"
@@ -127,7 +126,7 @@ TEST_F(StoreClusterQuery, OnlySixtyFourRowsAreStoredAndCountedFromOneFetch) {
   ASSERT_EQ(Select("-all", &info), qor::kDbOk);
   EXPECT_EQ(std::stoi(fetches().substr(15)) - std::stoi(before.substr(15)), 1);
   EXPECT_EQ(std::tuple(info.count, info.servers, info.cores), std::tuple(64, 64, 64));
-  EXPECT_STREQ(ClustsTemp[63]->hostname.c_str(), "h163");
+  EXPECT_STREQ(selected[63]->hostname.c_str(), "h163");
   EXPECT_EQ(Logs(), std::vector<std::string>{"getclustersql more than 64 rows on 127.0.0.1"});
 }
 
@@ -160,7 +159,7 @@ TEST_F(StoreClusterQuery, TargetPicksTheDatabase) {
     Connect(c.down);
     qor::ActInfo info{7, 7, 7};
     EXPECT_EQ(Select("-all", &info, c.db), c.rc);
-    EXPECT_EQ(Hosts(info, qor::ClustsTemp), c.hosts);
+    EXPECT_EQ(Hosts(info, selected), c.hosts);
     EXPECT_EQ(info.side, c.side);
     EXPECT_EQ(Logs(),
               c.rc == qor::kDbNoConnection

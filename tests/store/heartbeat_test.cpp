@@ -31,7 +31,7 @@ TEST_F(StoreHeartbeat, MasterWithTheSlaveSilentDecidesFromItsDatabaseAlone) {
       {{host, "", "master", 100, 0, "0", 5000}, {"shost", "", "slave", 100, 0, "0", 7000}});
   Put("slave", {{host, "", "master", 100, 0, "0", 5000, 3600}});
 
-  EXPECT_EQ(qor::UpdateMaster(qor::RowForm::kShort, kNowMill), 0);
+  EXPECT_EQ(qor::UpdateMaster(node, qor::RowForm::kShort, kNowMill), 0);
   EXPECT_EQ(Logs(), (Lines{"updatemaster(10) lastwritemill -> 5000 7000",
                            "DB_OLD_STAT_1: " + host + "(127.0.0.1) is now DB_OLD_STAT(" + host +
                                ":5000 < shost:7000)"}));
@@ -46,17 +46,17 @@ TEST_F(StoreHeartbeat, MasterWithTheSlaveSilentDecidesFromItsDatabaseAlone) {
 TEST_F(StoreHeartbeat, SlaveWithTheMasterSilentAndNoMasterRowMakesItsDatabaseOldOnce) {
   Become("slave");
   Connect({kMasterAddr});
-  qor::ClustsOnMaster[0]->last_writemill = 6000;
-  qor::ClustsOnMaster[1]->last_writemill = 4000;
+  node.ClustsOnMaster[0]->last_writemill = 6000;
+  node.ClustsOnMaster[1]->last_writemill = 4000;
   Put("slave", {{host, "", "slave", 100, 0, "0", 4000}});
-  EXPECT_EQ(qor::UpdateSlave(qor::RowForm::kShort, kNowMill), 0);
+  EXPECT_EQ(qor::UpdateSlave(node, qor::RowForm::kShort, kNowMill), 0);
   EXPECT_EQ(Logs(), (Lines{"updateslave(15) lastwritemill -> 6000 4000",
                            "DB_OLD_STAT_3: " + host + "(127.0.0.1) is now DB_OLD_STAT(" + host +
                                ":4000)"}));
   EXPECT_EQ(Rows("slave"), Line({host, "slave", "300", "0"}));
 
   Sql("slave", "update clusters set updated_at = now() - interval 1 hour;");
-  EXPECT_EQ(qor::UpdateSlave(qor::RowForm::kShort, kNowMill), 0);
+  EXPECT_EQ(qor::UpdateSlave(node, qor::RowForm::kShort, kNowMill), 0);
   EXPECT_TRUE(Logs().empty());
   EXPECT_EQ(Rows("slave", kWritten), Line({host, "slave", "300", "0", "1"}));
 }
@@ -67,11 +67,11 @@ TEST_F(StoreHeartbeat, MembersCopyOnTheSlaveTakesTheMastersStatusAndTemplateMark
   Become("member");
   Put("master", {{host, "", "member", 200, 0, "0", 0, 0, 88, 77, 300}});
   Put("slave", {{"filler", "", "member", 100, 0, "0", 0}, {host, "", "member", 300, 0, "0", 0}});
-  EXPECT_EQ(qor::UpdateMember(qor::RowForm::kFull, kNowMill), 0);
+  EXPECT_EQ(qor::UpdateMember(node, qor::RowForm::kFull, kNowMill), 0);
   EXPECT_EQ(Rows("master"), Line({host, "member", "100", "0"}));
   EXPECT_EQ(Rows("slave"),
             Line({"filler", "member", "100", "0"}) + Line({host, "member", "100", "0"}));
-  EXPECT_EQ(qor::Tplsync, 1);
+  EXPECT_EQ(node.Tplsync, 1);
   EXPECT_EQ(Rows("slave", "tpl_updatemill,tpl_syncmill,tpl_syncstate"),
             Line({"0", "0", "0"}) + Line({"77", "88", "300"}));
 }
@@ -79,7 +79,7 @@ TEST_F(StoreHeartbeat, MembersCopyOnTheSlaveTakesTheMastersStatusAndTemplateMark
 // A pull is recorded only when rsync ended well: a failed one leaves the mark for the next pass.
 TEST_F(StoreHeartbeat, PullRecordedOnlyWhenRsyncEndedWell) {
   Become("member");
-  qor::Clust.hostname.set(host);
+  node.Clust.hostname.set(host);
   auto pings = seam.real;
   for (auto [rsyncStatus, state] : {std::pair{255, "300"}, {0, "100"}}) {
     Sql("master", "delete from clusters;");
@@ -90,7 +90,7 @@ TEST_F(StoreHeartbeat, PullRecordedOnlyWhenRsyncEndedWell) {
       return true;
     };
     qor::TplRecord record;
-    EXPECT_EQ(qor::RsyncLicWlistTpl(record).ok, rsyncStatus == 0);
+    EXPECT_EQ(qor::RsyncLicWlistTpl(record, host.c_str()).ok, rsyncStatus == 0);
     EXPECT_EQ(Rows("master", "tpl_syncstate"), Line({state})) << "rsync status " << rsyncStatus;
   }
 }
@@ -98,8 +98,8 @@ TEST_F(StoreHeartbeat, PullRecordedOnlyWhenRsyncEndedWell) {
 // The limit itself is the decision table's, a member's first insert the lab's joining.
 TEST_F(StoreHeartbeat, RowGuardStopsAMemberAboveSixtyFourRows) {
   Become("member");
-  qor::ClustCount = 65;
-  EXPECT_EQ(qor::UpdateMember(qor::RowForm::kShort, kNowMill), 1);
+  node.ClustCount = 65;
+  EXPECT_EQ(qor::UpdateMember(node, qor::RowForm::kShort, kNowMill), 1);
   EXPECT_EQ(Logs(), Lines{"updatemember(6): not insert because clustcount=65 is over!\n"});
   EXPECT_EQ(Rows("master") + Rows("slave"), "");
 }
@@ -112,13 +112,13 @@ TEST_F(StoreHeartbeat, FailedContainerCountKeepsTheLastGoodOne) {
   qor::Containers = 7;
   Sql("master", "rename table containers to containers_away;");
   for (int cycle = 0; cycle < 2; ++cycle)
-    EXPECT_EQ(qor::UpdateMember(qor::RowForm::kShort, kNowMill), 0);
+    EXPECT_EQ(qor::UpdateMember(node, qor::RowForm::kShort, kNowMill), 0);
   Sql("master", "rename table containers_away to containers;");
   EXPECT_EQ(Rows("master", "hostname,containers"), Line({host, "7"}));
   EXPECT_EQ(Logs(), (Lines{"getcontainersdb db query error",
                            "getcontainers failed (501), containers kept at 7",
                            "getcontainersdb db query error"}));
-  EXPECT_EQ(qor::UpdateMember(qor::RowForm::kShort, kNowMill), 0);
+  EXPECT_EQ(qor::UpdateMember(node, qor::RowForm::kShort, kNowMill), 0);
   EXPECT_EQ(Rows("master", "hostname,containers"), Line({host, "0"}));
   EXPECT_FALSE(qor::ContainersFailing);
 }
@@ -130,7 +130,7 @@ TEST_F(StoreHeartbeat, MemberInsertsNoRowAfterAReadThatFailed) {
   for (const char* side : sides) Sql(side, "revoke select on qor.* from 'qordirect'@'%';");
   qor::CloseConnectionPool();
   Connect();
-  EXPECT_EQ(qor::UpdateMember(qor::RowForm::kShort, kNowMill), 0);
+  EXPECT_EQ(qor::UpdateMember(node, qor::RowForm::kShort, kNowMill), 0);
   for (const char* side : sides) Sql(side, "grant select on qor.* to 'qordirect'@'%';");
   EXPECT_EQ(Rows("master") + Rows("slave"), "");
 }

@@ -29,8 +29,10 @@ class StoreMonitor : public HeartbeatTest {
   // The watcher's memory of its passes, and its monotonic clock: the test moves it.
   qor::DetectorMemory detector;
   int64_t watcherMs = 1000000;
-  using Monitor = int (*)(qor::DetectorMemory&, const qor::Clocks&);
-  int Pass(Monitor monitor) { return monitor(detector, {1700000000000 + watcherMs, watcherMs}); }
+  using Monitor = int (*)(qor::NodeState&, qor::DetectorMemory&, const qor::Clocks&);
+  int Pass(Monitor monitor) {
+    return monitor(node, detector, {1700000000000 + watcherMs, watcherMs});
+  }
   // Passes of monitor at 0, 1 and 17 s of the watcher's clock: the first sees every row (its own
   // marks stamp some), the last judges. The rows of writers change before each later pass, in
   // both databases, as their heartbeats would. The last pass's result.

@@ -16,7 +16,6 @@ void StoreTest::SetUp() {
   qor::ForgetSilentAddresses();
   qor::CloseConnectionPool();
   qor::ConnectionPool = 1;
-  qor::InitClusterMem();
   UseTestCluster("master", kMasterAddr);
   ResetTables();
   Logs();
@@ -41,7 +40,7 @@ void StoreTest::Connect(const std::set<std::string>& down) {
 }
 
 int StoreTest::Select(const char* cond, qor::ActInfo* info, qor::Db db) {
-  return qor::GetClusterSql(kMasterAddr, cond, info, qor::ClustsTemp, db);
+  return qor::GetClusterSql(kMasterAddr, cond, info, selected, db);
 }
 
 void StoreTest::ForEachSqlMode(const std::function<void()>& body) {
@@ -94,16 +93,11 @@ void HeartbeatTest::SetUp() {
   gethostname(name, sizeof name - 1);
   host = name;
   Become("master");
-  qor::ClustCount = 0;
-  qor::Tplsync = 0;
-  qor::Clust = qor::ClustRecord{};
   Connect();
 }
 
 void HeartbeatTest::TearDown() {
   qor::Cnffile = savedCnffile_;
-  qor::ClustCount = 0;
-  qor::Tplsync = 0;
   StoreTest::TearDown();
 }
 

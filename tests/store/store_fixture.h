@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "lab/syslog_catcher.h"
+#include "membership/node_state.h"
 #include "store/clust_record.h"
 #include "support/store_env.h"
 
@@ -55,11 +56,12 @@ class StoreTest : public ::testing::Test {
   void ForEachSqlMode(const std::function<void()>& body);
 
   PingSeam seam;
+  qor::ClusterRows selected;  // what Select reads into
 };
 
 // The store fixture plus a configuration file of the test cluster that each heartbeat re-reads
 // (own interface lo, so this node's address is 127.0.0.1 whatever its role), pools to both
-// servers, ClustCount 0 and Tplsync 0.
+// servers, and a fresh state of the node.
 class HeartbeatTest : public StoreTest {
  protected:
   void SetUp() override;
@@ -72,6 +74,7 @@ class HeartbeatTest : public StoreTest {
                    const std::string& cols = "hostname,role,status,last_writemill");
 
   std::string host;  // this node's host name
+  qor::NodeState node;
   TempDir dir;
 
  private:
