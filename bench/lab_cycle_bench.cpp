@@ -83,8 +83,8 @@ int main(int argc, char** argv) {
   own.ipaddress.set(qor::CurrentSvr);
   qor::GetCpuIdle(&state.prevTotal, &state.prevIdle);
   qor::GetQorVer(qor::QorVersion);
-  qor::MemUtil = qor::GetMemUtil();
-  qor::DiskUtil = qor::GetDiskUtil("/");
+  own.memutil = qor::GetMemUtil();
+  own.diskutil = qor::GetDiskUtil("/");
   state.counters.form = qor::RowForm::kFull;
 
   qorbench::CountingShell shell;

@@ -99,14 +99,14 @@ int Recheck(ClustRecord& own, int64_t* prevTotal, int64_t* prevIdle) {
   CheckAllRsvContainers();
   int64_t total = 0, idle = 0;
   if (GetCpuIdle(&total, &idle) == 0) {
-    CpuUtil = CpuUtilBetween(*prevTotal, *prevIdle, total, idle);
+    own.cpuutil = CpuUtilBetween(*prevTotal, *prevIdle, total, idle);
     *prevTotal = total;
     *prevIdle = idle;
   } else {
-    CpuUtil = 0.0;
+    own.cpuutil = 0.0;
   }
-  MemUtil = GetMemUtil();
-  DiskUtil = GetDiskUtil("/");
+  own.memutil = GetMemUtil();
+  own.diskutil = GetDiskUtil("/");
   return 0;
 }
 
@@ -182,8 +182,8 @@ int DaemonMain(const ClustRecord& own) {
   UseQordownRecord();
   GetCpuIdle(&state.prevTotal, &state.prevIdle);
   GetQorVer(QorVersion);
-  MemUtil = GetMemUtil();
-  DiskUtil = GetDiskUtil("/");
+  state.node.Clust.memutil = GetMemUtil();
+  state.node.Clust.diskutil = GetDiskUtil("/");
   state.counters.form = RowForm::kFull;
   for (;;) {
     if (DaemonCycle(state) != 0) return 1;

@@ -32,7 +32,8 @@ int UpdateCluster(NodeState& n, RowForm form, int64_t nowMill) {
   }
 }
 
-void FillOwnRecord(ClustRecord& own, const char* containersOf) {
+void FillOwnRecord(NodeState& n, const char* containersOf) {
+  ClustRecord& own = n.Clust;
   char host[128] = {};
   gethostname(host, sizeof host - 1);
   own.hostname.set(host);
@@ -40,10 +41,9 @@ void FillOwnRecord(ClustRecord& own, const char* containersOf) {
   GetIfAddress(own.ipaddress, cnf.netif.c_str());
   own.clusterid.set(cnf.clustid);
   own.role.set(cnf.clustrole);
-  CountContainers(containersOf);
-  own.containers = Containers;
+  CountContainers(containersOf, &own.containers, &n.ContainersFailing);
   // Lumo browser and desktop containers do not count against the limits.
-  GetCpuData(Containers, [] { return ClustRole == kRoleMember ? 0 : GetLumoContainerSql(); });
+  GetCpuData(own.containers, [] { return ClustRole == kRoleMember ? 0 : GetLumoContainerSql(); });
   GetQorconf();
   own.cpuinfo.set(Cpu.model);
   own.cpus = Cpu.cpus;
@@ -60,7 +60,7 @@ bool BeginHeartbeat(NodeState& n, const HeartbeatRole& r, const char* containers
     LogNotice("%s(1) this is not cluster!", r.op);
     return false;
   }
-  FillOwnRecord(n.Clust, containersOf);
+  FillOwnRecord(n, containersOf);
   Trace("_x%s(2): host=%s ip=%s clusterid=%s role=%s\n", r.op, n.Clust.hostname.c_str(),
         n.Clust.ipaddress.c_str(), n.Clust.clusterid.c_str(), n.Clust.role.c_str());
   Trace("_x%s(2): cpus=%d phycores=%d cores=%d procs=%d\n", r.op, n.Clust.cpus, n.Clust.cpuphycores,

@@ -25,10 +25,10 @@ int UpdateMaster(NodeState& n, RowForm form, int64_t nowMill);
 int UpdateSlave(NodeState& n, RowForm form, int64_t nowMill);
 int UpdateMember(NodeState& n, RowForm form, int64_t nowMill);
 
-// The measuring part every role writer shares: host name, own address, cluster id and
-// role text (as configured before the re-read), the container count of containersOf, the
+// The measuring part every role writer shares, into n.Clust: host name, own address, cluster id
+// and role text (as configured before the re-read), the container count of containersOf, the
 // processor figures, then the configuration re-read.
-void FillOwnRecord(ClustRecord& own, const char* containersOf);
+void FillOwnRecord(NodeState& n, const char* containersOf);
 
 // The row guard of every insert branch: false, after the branch's error line
 // "<op>(<step>): not insert because clustcount=%d is over!", when the table is full.

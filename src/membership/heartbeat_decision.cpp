@@ -14,7 +14,7 @@ int LastWriteDiffers(const ClustRecord& row, const ClustRecord& other) {
   return row.last_writemill != other.last_writemill ? 1 : 0;
 }
 
-void CopyOwnValues(ClustRecord& row, const ClustRecord& own, int containers) {
+void CopyOwnValues(ClustRecord& row, const ClustRecord& own) {
   row.hostname = own.hostname;
   row.ipaddress = own.ipaddress;
   row.clusterid = own.clusterid;
@@ -25,7 +25,10 @@ void CopyOwnValues(ClustRecord& row, const ClustRecord& own, int containers) {
   row.cpuprocs = own.cpuprocs;
   row.cpuloadavg = own.cpuloadavg;
   row.cpuloadavgpp = own.cpuloadavgpp;
-  row.containers = containers;
+  row.containers = own.containers;
+  row.cpuutil = own.cpuutil;
+  row.memutil = own.memutil;
+  row.diskutil = own.diskutil;
 }
 
 PairRows ClassifyPair(int count, const ClustRecord& first, const char* ownRole) {

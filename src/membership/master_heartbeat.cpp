@@ -46,7 +46,7 @@ int WritePair(NodeState& n, RowForm form, int64_t nowMill) {
   const char* slave = cnf.clustslave.c_str();
   ClustRecord& Mm = *n.ClustsOnMaster[0];
   const ClustRecord& Ms = *n.ClustsOnMaster[1];
-  CopyOwnValues(Mm, n.Clust, Containers);
+  CopyOwnValues(Mm, n.Clust);
   // A read that failed counts as a slave that did not answer: it says nothing about the copy,
   // and an insert after it would give the master a second row there.
   bool answered = Ping(slave) == 0 && GetClusterSql(slave, "-master", &n.sactinfo, n.ClustsOnSlave,
@@ -89,7 +89,7 @@ int KeepAliveOnSlave(NodeState& n, RowForm form) {
   GetClusterSql(slave, "-master", &n.sactinfo, n.ClustsOnSlave, Db::kSlave);
   if (n.sactinfo.count != 1) return kHeartbeatStopped;
   LogNotice("updatemaster(17) own database failed, row kept on %s", slave);
-  CopyOwnValues(*n.ClustsOnSlave[0], n.Clust, Containers);
+  CopyOwnValues(*n.ClustsOnSlave[0], n.Clust);
   UpdateClusterSql(Db::kSlave, *n.ClustsOnSlave[0], 0, form);
   return kHeartbeatDone;
 }
@@ -112,7 +112,7 @@ int UpdateMaster(NodeState& n, RowForm form, int64_t nowMill) {
       return WritePair(n, form, nowMill);
     case PairRows::kOwnOnly:
       // Without the slave's row there is nothing to judge against: no read of the slave's side.
-      CopyOwnValues(*n.ClustsOnMaster[0], n.Clust, Containers);
+      CopyOwnValues(*n.ClustsOnMaster[0], n.Clust);
       UpdateClusterSql(own, *n.ClustsOnMaster[0], 0, form);
       return kHeartbeatDone;
     case PairRows::kOtherOnly:

@@ -18,7 +18,7 @@ namespace qor {
 namespace {
 
 void CopyOwnMemberValues(NodeState& n, ClustRecord& row) {
-  CopyOwnValues(row, n.Clust, Containers);
+  CopyOwnValues(row, n.Clust);
   row.role.set("member");
 }
 

@@ -9,8 +9,12 @@
 namespace qor {
 
 struct NodeState {
-  // This node's own row, as the last heartbeat measured it.
+  // This node's own row, as the last heartbeat measured it (its utilisation figures as the
+  // cycle's last re-check measured them).
   ClustRecord Clust;
+  // True from a failed count of Clust.containers, which then keeps the last good one, to the next
+  // good count.
+  bool ContainersFailing = false;
   // The rows read last from the master's and the slave's database, by this cycle's heartbeat or
   // monitor; until one of them reads, as an earlier cycle left them. Their counts beside them.
   ClusterRows ClustsOnMaster;

@@ -47,7 +47,7 @@ OneRow ReadOwnRowOnSlave(NodeState& n) {
 int WritePairOnMaster(NodeState& n, RowForm form, int64_t nowMill) {
   const ClustRecord& Mm = *n.ClustsOnMaster[0];
   ClustRecord& Ms = *n.ClustsOnMaster[1];
-  CopyOwnValues(Ms, n.Clust, Containers);
+  CopyOwnValues(Ms, n.Clust);
   SlavePairDecision d = DecideSlavePair(Mm, Ms);
   if (d.tplsync) n.Tplsync = 1;
   if (d.noteReactivated) LogNotice("updateslave(5) status=%d", Ms.status);
@@ -67,7 +67,7 @@ int WritePairOnMaster(NodeState& n, RowForm form, int64_t nowMill) {
 // The master's database holds only the slave's row.
 int WriteOwnOnlyOnMaster(NodeState& n, RowForm form, int64_t nowMill) {
   ClustRecord& row = *n.ClustsOnMaster[0];
-  CopyOwnValues(row, n.Clust, Containers);
+  CopyOwnValues(row, n.Clust);
   row.status = Reactivated(row.status);
   UpdateClusterSql(ReadDb(n.mactinfo, Db::kMaster), *n.ClustsOnMaster[0], 1, form);
   OneRow onSlave = ReadOwnRowOnSlave(n);
@@ -108,7 +108,7 @@ int WriteWithMaster(NodeState& n, RowForm form, int64_t nowMill) {
 // The slave's row at index of its own database, judged without the master.
 void WriteAlone(NodeState& n, int index, const ClustRecord* Sm, RowForm form) {
   ClustRecord& Ss = *n.ClustsOnSlave[index];
-  CopyOwnValues(Ss, n.Clust, Containers);
+  CopyOwnValues(Ss, n.Clust);
   SlaveAloneDecision d = DecideSlaveAlone(Sm, Ss);
   // The notices show the two rows as n.ClustsOnMaster holds them: the master's database as an
   // earlier cycle read it; before its first read those records are still all zero, so they show 0.

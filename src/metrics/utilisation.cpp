@@ -14,10 +14,6 @@
 
 namespace qor {
 
-double CpuUtil = 0.0;
-double MemUtil = 0.0;
-double DiskUtil = 0.0;
-
 namespace {
 
 // The /proc/meminfo figures free's Mem: line is made of, in kB; available 0 where the kernel

@@ -1,17 +1,12 @@
-// Processor, memory and disk utilisation as fractions from 0 to 1, refreshed by the cycle loop and
-// written by the full row update. No result is ever NaN or infinite.
+// Processor, memory and disk utilisation as fractions from 0 to 1, measured by the cycle's
+// configuration re-check into the node's own row and written by the full row update. No result is
+// ever NaN or infinite.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
 namespace qor {
-
-// The last figures: measured by the cycle's configuration re-check, written by the full row
-// update.
-extern double CpuUtil;
-extern double MemUtil;
-extern double DiskUtil;
 
 // Total and idle jiffies from the first line of /proc/stat; 1 when it cannot be opened.
 int GetCpuIdle(int64_t* total, int64_t* idle);

@@ -106,8 +106,9 @@ bool UpdateStatement(SqlText& sql, const ClustRecord& r, int withlastwrite, RowF
                "qorver='%s' where id='%d';",
                host.c_str(), ip.c_str(), cid.c_str(), role.c_str(), r.role_id, r.status,
                lastwrite.c_str(), r.cpus, r.cpuphycores, r.cpucores, r.cpuprocs, r.cpuloadavg,
-               r.cpuloadavgpp, r.containers, CpuUtil, MemUtil, DiskUtil, AsLong(r.tpl_updatemill),
-               AsLong(r.tpl_syncmill), r.tpl_syncstate, ver.c_str(), r.id);
+               r.cpuloadavgpp, r.containers, r.cpuutil, r.memutil, r.diskutil,
+               AsLong(r.tpl_updatemill), AsLong(r.tpl_syncmill), r.tpl_syncstate, ver.c_str(),
+               r.id);
   }
   FixedText<64> tplstamps;
   if (withlastwrite == 1) {

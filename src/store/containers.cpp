@@ -10,9 +10,6 @@
 
 namespace qor {
 
-int Containers = 0;
-bool ContainersFailing = false;
-
 int GetContainers(const char* host, int* count) {
   SqlQuoted h(host);
   SqlText sql;
@@ -43,14 +40,14 @@ int GetContainers(const char* host, int* count) {
   return kDbOk;
 }
 
-int CountContainers(const char* host) {
+int CountContainers(const char* host, int* count, bool* failing) {
   // A failure is no count: stored as one it would make the server look full (or empty) to the
   // target choice. One line per run of failures, as a database down fails every cycle.
-  int rc = GetContainers(host, &Containers);
-  if (rc != kDbOk && !ContainersFailing) {
-    LogError("getcontainers failed (%d), containers kept at %d", rc, Containers);
+  int rc = GetContainers(host, count);
+  if (rc != kDbOk && !*failing) {
+    LogError("getcontainers failed (%d), containers kept at %d", rc, *count);
   }
-  ContainersFailing = rc != kDbOk;
+  *failing = rc != kDbOk;
   return rc;
 }
 

@@ -5,17 +5,13 @@
 
 namespace qor {
 
-// Containers on this server as the heartbeats last counted them; a failed count leaves it.
-extern int Containers;
-// True from a failed count to the next good one.
-extern bool ContainersFailing;
-
 // Rows of host that hold a container, by the first open pool, into *count: 0, or 500 without a
 // usable connection, 501 when the query failed (*count untouched).
 int GetContainers(const char* host, int* count);
-// The heartbeat's count: Containers gets host's count; after a failure it keeps the last good one,
-// and the first failure of a run is logged. GetContainers' status.
-int CountContainers(const char* host);
+// The heartbeat's count: *count gets host's count; after a failure it keeps the last good one,
+// and the first failure of a run is logged. *failing: true from a failed count to the next good
+// one. GetContainers' status.
+int CountContainers(const char* host, int* count, bool* failing);
 
 // This server's lumobr and lumodt containers; 0 on failure, on a member, or without any pool.
 int GetLumoContainerSql();

@@ -109,7 +109,7 @@ TEST_F(StoreHeartbeat, RowGuardStopsAMemberAboveSixtyFourRows) {
 TEST_F(StoreHeartbeat, FailedContainerCountKeepsTheLastGoodOne) {
   Become("member");
   Put("master", {{host, "", "member"}});
-  qor::Containers = 7;
+  node.Clust.containers = 7;
   Sql("master", "rename table containers to containers_away;");
   for (int cycle = 0; cycle < 2; ++cycle)
     EXPECT_EQ(qor::UpdateMember(node, qor::RowForm::kShort, kNowMill), 0);
@@ -120,7 +120,7 @@ TEST_F(StoreHeartbeat, FailedContainerCountKeepsTheLastGoodOne) {
                            "getcontainersdb db query error"}));
   EXPECT_EQ(qor::UpdateMember(node, qor::RowForm::kShort, kNowMill), 0);
   EXPECT_EQ(Rows("master", "hostname,containers"), Line({host, "0"}));
-  EXPECT_FALSE(qor::ContainersFailing);
+  EXPECT_FALSE(node.ContainersFailing);
 }
 
 // A read its database refuses says nothing about the row: the member inserts none, anywhere.

@@ -28,7 +28,6 @@ class StoreWrites : public StoreTest {
  protected:
   void SetUp() override {
     StoreTest::SetUp();
-    qor::CpuUtil = 0.61;
     qor::QorVersion = "4.2.0";
     qor::cnf.cldbname = "qor";
   }
@@ -85,7 +84,8 @@ TEST_F(StoreWrites, UpdateFormsChangeTheirColumns) {
                          .cpucores = 16,
                          .cpuloadavg = 1.236,
                          .cpuloadavgpp = 0.075,
-                         .containers = 9};
+                         .containers = 9,
+                         .cpuutil = 0.61};
     EXPECT_EQ(qor::UpdateClusterSql(qor::Db::kMaster, rec, c.withlastwrite, c.form), 0);
     EXPECT_EQ(Sql("master", kCols), c.row + Seeded("other"))
         << c.withlastwrite << static_cast<int>(c.form);
