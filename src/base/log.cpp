@@ -40,7 +40,7 @@ void OpenDaemonLog() {
 }
 
 void OpenDaemonLogAs(int daemonPid) {
-  // syslog keeps the pointer: the text must outlive every later line.
+  // syslog keeps the pointer: the text must outlive every later line. Written once per process.
   static char ident[32];
   std::snprintf(ident, sizeof ident, "qorclustd[%d]", daemonPid);
   closelog();

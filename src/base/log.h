@@ -5,6 +5,7 @@
 namespace qor {
 
 // 1 when the option word carried the debug suffix: trace lines go to standard output.
+// Process-wide: written once at start-up, read by Trace.
 extern int Xmode;
 
 void LogNotice(const char* fmt, ...) __attribute__((format(printf, 1, 2)));

@@ -12,7 +12,8 @@ int CheckRoot() {
 }
 
 namespace {
-// The arguments' text, as main received it: one block, each argument ended by a NUL.
+// The arguments' text, as main received it: one block, each argument ended by a NUL. Written once
+// at start-up, read by SetProcessTitle.
 char* argsBegin = nullptr;
 char* argsEnd = nullptr;
 }  // namespace

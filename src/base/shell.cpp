@@ -185,6 +185,8 @@ class ProcessRunner final : public ShellRunner {
   }
 };
 
+// The runner every command goes through: the real one, unless a test set its own
+// (SetShellRunner); read by RunShell.
 ProcessRunner real_runner;
 ShellRunner* current = &real_runner;
 

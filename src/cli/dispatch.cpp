@@ -319,7 +319,9 @@ int QorMain(int argc, char** argv) {
   auto node = std::make_unique<NodeState>();
   if (StopsOutsideCluster(node->Clust, StopLevel::kNotice)) return 1;
   if (!(word == "-dblisten")) ReconnectCluster();
-  CheckCluster(&MasterAlive, &SlaveAlive, Cluster, cnf.clustmaster.c_str(), cnf.clustslave.c_str(),
+  // Active master and slave rows as the reachable database shows them now (0 or 1).
+  int masterAlive = 0, slaveAlive = 0;
+  CheckCluster(&masterAlive, &slaveAlive, Cluster, cnf.clustmaster.c_str(), cnf.clustslave.c_str(),
                node->ClustsTemp);
   node->Clust.hostname.set(hostname);
   node->Clust.ipaddress.set(CurrentSvr);

@@ -131,11 +131,12 @@ int ShowTwoDatabasesJson() {
 int ShowTarget() {
   auto rows = std::make_unique<ClusterRows>();
   ClustRecord own;
+  FixedText<128> Clusttarget;
   if (ClustRole == kRoleMaster) {
-    GetTarget(cnf.clustmaster.c_str(), *rows, own);
+    GetTarget(cnf.clustmaster.c_str(), *rows, own, Clusttarget);
     std::printf("Master: Cluster Target -> %s\n", Clusttarget.c_str());
   } else if (ClustRole == kRoleSlave) {
-    GetTarget(cnf.clustslave.c_str(), *rows, own);
+    GetTarget(cnf.clustslave.c_str(), *rows, own, Clusttarget);
     std::printf("Slave: Cluster Target -> %s\n", Clusttarget.c_str());
   } else {
     std::puts("Can not get cluster target on member servers!");

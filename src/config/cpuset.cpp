@@ -12,13 +12,9 @@ namespace qor {
 
 CpusetText Cpusets[kCpusetSlots];
 int Cpusetnum = 0;
-CpusetText Mems[kCpusetSlots];
 
 void InitCpusets() {
-  for (int i = 0; i < kCpusetSlots; ++i) {
-    Cpusets[i].clear();
-    Mems[i].clear();
-  }
+  for (int i = 0; i < kCpusetSlots; ++i) Cpusets[i].clear();
 }
 
 namespace {

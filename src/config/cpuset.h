@@ -12,12 +12,11 @@ namespace qor {
 constexpr int kCpusetSlots = 12;
 using CpusetText = FixedText<128>;
 
-// The processor sets in order; unused slots hold the empty text.
+// The processor sets in order; unused slots hold the empty text. Process-wide: emptied at
+// start-up, written by the configuration reader from qor_cpuset, read by its trace.
 extern CpusetText Cpusets[kCpusetSlots];
-// Number of sets in use (0: no restriction).
+// Number of sets in use (0: no restriction). Written and read as Cpusets.
 extern int Cpusetnum;
-// Memory-node sets: emptied here, filled by no part of this program.
-extern CpusetText Mems[kCpusetSlots];
 
 void InitCpusets();
 

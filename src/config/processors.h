@@ -17,7 +17,8 @@ struct CpuRecord {
   float loadavgpp = 0;   // weighted load per processor
 };
 
-// This host's processor facts.
+// This host's processor facts. Process-wide: written by GetCpuinfo at start-up, the configured
+// processor sets and each heartbeat's load figures; read by the heartbeat into the own row.
 extern CpuRecord Cpu;
 
 }  // namespace qor

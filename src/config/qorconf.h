@@ -74,7 +74,10 @@ struct Cnf {
   float maxloadpp = 1000.0f;  // load per processor reported for a full server
 };
 
-// The configuration file's path.
+// The configuration: process-wide, since every part of the program reads it and the file is its
+// one source. Written only by GetQorconf (at start-up, in every heartbeat and at the cycle's
+// re-check) and CheckClustConf; tests point Cnffile at a file of their own.
+// The configuration file's path; read by GetQorconf.
 extern FixedText<128> Cnffile;
 // All settings, as last read.
 extern Cnf cnf;
@@ -84,7 +87,9 @@ extern int Cluster;
 extern int ClustRole;
 // The role code of a role text ("master", "slave", "member"; kRoleOther for any other text).
 int RoleCodeOf(const char* role);
-// This server's own address, the node's identity (from the configured interface).
+// This server's own address, the node's identity (from the configured interface). Process-wide:
+// written once at start-up; read by the cluster-settings check, the reader's database default and
+// the metrics.
 extern FixedText<128> CurrentSvr;
 
 // 0 when the file was read, 1 when it cannot be opened (nothing changed).

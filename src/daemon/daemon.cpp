@@ -156,6 +156,7 @@ int DaemonCycle(DaemonState& s) {
   if (s.metricsDir) {
     MetricsView v = CycleView(n, s.detector, ReadClocks(), MonotonicMicros() - start, s.cycles);
     v.slowWorkMs = SlowPassRunningMs(s.slow, MonotonicMill());
+    v.pull = s.slow.LastTemplatePull;
     PublishMetrics(v, s.metricsDir);
   }
   s.lastCycleUs = MonotonicMicros() - start;

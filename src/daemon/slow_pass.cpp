@@ -40,7 +40,8 @@ struct Note {
 };
 static_assert(sizeof(Note) <= PIPE_BUF, "a note must pass the pipe in one piece");
 
-// The pass's end of the pipe, in the pass's process only.
+// The pass's end of the pipe, in the pass's process only: set when the pass starts, read by its
+// notes and its exit handler.
 int notesFd = -1;
 
 void Send(const Note& n) {
@@ -145,7 +146,7 @@ void Apply(SlowPass& p, const Note& n, int64_t nowMs, int& tplsync) {
   p.done = true;
   p.record = n.record;
   if (n.pulled) {
-    LastTemplatePull = n.pull;
+    p.LastTemplatePull = n.pull;
     if (!n.pull.ok) p.retryAtMs = nowMs + kPullRetrySeconds * 1000;
   }
   if (!(ClustRole == kRoleMaster && p.tplsync == 0)) tplsync = 0;

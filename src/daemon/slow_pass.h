@@ -31,15 +31,16 @@ constexpr int kPullRetrySeconds = 60;
 // The cycle's record of its slow pass. Each field is written and read by the cycle alone; the
 // pass's own copy of the process ends with it.
 struct SlowPass {
-  pid_t pid = -1;         // the running pass; -1 when none runs
-  int fd = -1;            // the read end of its notes
-  int64_t startedMs = 0;  // monotonic time it began
-  int tplsync = 0;        // the Tplsync request it answers (its value at the start)
-  FixedText<64> what;     // the step it is in, from its notes: status line and metric
-  bool waiting = false;   // one fell due while it ran: starts at its end
-  TplRecord record;       // the last good pull's record, until both databases took it
-  int64_t retryAtMs = 0;  // no Tplsync pull before this monotonic time (a failed pull)
-  bool done = false;      // its result arrived
+  pid_t pid = -1;                 // the running pass; -1 when none runs
+  int fd = -1;                    // the read end of its notes
+  int64_t startedMs = 0;          // monotonic time it began
+  int tplsync = 0;                // the Tplsync request it answers (its value at the start)
+  FixedText<64> what;             // the step it is in, from its notes: status line and metric
+  bool waiting = false;           // one fell due while it ran: starts at its end
+  TplRecord record;               // the last good pull's record, until both databases took it
+  int64_t retryAtMs = 0;          // no Tplsync pull before this monotonic time (a failed pull)
+  bool done = false;              // its result arrived
+  TemplatePull LastTemplatePull;  // the last pull a pass handed back, for the metrics
 };
 
 // Seconds the running pass has run (0 when none runs), for the status line and the metric.
@@ -59,7 +60,7 @@ void StartSlowPass(SlowPass& p, const LoopCounters& counters, int64_t* sequence,
                    const NodeState& node);
 
 // Takes in the running pass's notes without waiting; at its end, its result (Tplsync consumed,
-// the pull's record, LastTemplatePull). A pass past kSlowPassSeconds is stopped. 1 when the pass
+// the pull's record, p.LastTemplatePull). A pass past kSlowPassSeconds is stopped. 1 when the pass
 // ended by a local failure that ends the daemon (a command that could not be started).
 // tplsync: the node's Tplsync request, which a pass that pulled consumes.
 int CollectSlowPass(SlowPass& p, int64_t nowMs, int& tplsync);

@@ -88,7 +88,7 @@ int InsertOwnRow(NodeState& n, const char* op, int step, Db db, int status, int 
   if (!GuardInsert(n, op, step)) return kHeartbeatStopped;
   Trace("_x%s(%d): insert into %s with status=%d ...\n", op, step + 1, AddressOf(db), traced);
   n.Clust.status = status;
-  InsertClusterSql(db, nowMill, n.Clust);
+  InsertClusterSql(db, nowMill, n.Clust, n.HeartbeatWrites);
   return kHeartbeatDone;
 }
 

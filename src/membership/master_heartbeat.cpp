@@ -63,18 +63,18 @@ int WritePair(NodeState& n, RowForm form, int64_t nowMill) {
         LogError("updatemaster(16) %d master rows found on %s, left unchanged there",
                  n.sactinfo.count, slave);
       }
-      UpdateClusterSql(own, *n.ClustsOnMaster[0], d.withlastwrite, form);
+      UpdateClusterSql(own, *n.ClustsOnMaster[0], d.withlastwrite, form, n.HeartbeatWrites);
       return kHeartbeatDone;
     case MasterAction::kWriteBoth:
-      UpdateClusterSql(own, *n.ClustsOnMaster[0], d.withlastwrite, form);
-      UpdateClusterSql(Db::kSlave, Sm->id, Mm, d.withlastwrite, form);
+      UpdateClusterSql(own, *n.ClustsOnMaster[0], d.withlastwrite, form, n.HeartbeatWrites);
+      UpdateClusterSql(Db::kSlave, Sm->id, Mm, d.withlastwrite, form, n.HeartbeatWrites);
       return kHeartbeatDone;
     case MasterAction::kInsertIntoSlave:
       if (InsertOwnRow(n, "updatemaster", 8, Db::kSlave, Mm.status, Mm.status, nowMill) !=
           kHeartbeatDone) {
         return kHeartbeatStopped;
       }
-      UpdateClusterSql(own, *n.ClustsOnMaster[0], d.withlastwrite, form);
+      UpdateClusterSql(own, *n.ClustsOnMaster[0], d.withlastwrite, form, n.HeartbeatWrites);
       return kHeartbeatDone;
   }
   return kHeartbeatDone;
@@ -90,7 +90,7 @@ int KeepAliveOnSlave(NodeState& n, RowForm form) {
   if (n.sactinfo.count != 1) return kHeartbeatStopped;
   LogNotice("updatemaster(17) own database failed, row kept on %s", slave);
   CopyOwnValues(*n.ClustsOnSlave[0], n.Clust);
-  UpdateClusterSql(Db::kSlave, *n.ClustsOnSlave[0], 0, form);
+  UpdateClusterSql(Db::kSlave, *n.ClustsOnSlave[0], 0, form, n.HeartbeatWrites);
   return kHeartbeatDone;
 }
 
@@ -113,7 +113,7 @@ int UpdateMaster(NodeState& n, RowForm form, int64_t nowMill) {
     case PairRows::kOwnOnly:
       // Without the slave's row there is nothing to judge against: no read of the slave's side.
       CopyOwnValues(*n.ClustsOnMaster[0], n.Clust);
-      UpdateClusterSql(own, *n.ClustsOnMaster[0], 0, form);
+      UpdateClusterSql(own, *n.ClustsOnMaster[0], 0, form, n.HeartbeatWrites);
       return kHeartbeatDone;
     case PairRows::kOtherOnly:
       return InsertOwnRow(n, "updatemaster", 11, own, kStatusActive, kStatusActive, nowMill);

@@ -178,8 +178,8 @@ int MonitorOnMaster(NodeState& n, DetectorMemory& d, const Clocks& now) {
   // to the slave's, from which the slave keeps the watch; judged from both sides, a server that
   // died then would be taken over twice.
   bool own = read == kDbOk && n.mactinfo.side == Index(Db::kMaster);
-  if (!ObserveDb(d, Db::kMaster, own, n.ClustsOnMaster, n.mactinfo.count, p.nowMs, true,
-                 "monitoronmaster(6)")) {
+  if (!ObserveDb(d, n.HeartbeatWrites, Db::kMaster, own, n.ClustsOnMaster, n.mactinfo.count,
+                 p.nowMs, true, "monitoronmaster(6)")) {
     return kMonitorDone;
   }
   // The slave's copy of every row: a server silent here that still writes there lost its way to
@@ -188,8 +188,8 @@ int MonitorOnMaster(NodeState& n, DetectorMemory& d, const Clocks& now) {
                    GetClusterSql(cnf.clustslave.c_str(), "-all", &n.sactinfo, n.ClustsOnSlave,
                                  Db::kSlave) == kDbOk &&
                    n.sactinfo.side == Index(Db::kSlave);
-  p.slaveReadable = ObserveDb(d, Db::kSlave, slaveRead, n.ClustsOnSlave, n.sactinfo.count, p.nowMs,
-                              true, "monitoronmaster(6)");
+  p.slaveReadable = ObserveDb(d, n.HeartbeatWrites, Db::kSlave, slaveRead, n.ClustsOnSlave,
+                              n.sactinfo.count, p.nowMs, true, "monitoronmaster(6)");
   std::vector<GuardRow> guardRows;
   for (int i = 0; i < n.mactinfo.count; ++i) {
     const ClustRecord& row = *n.ClustsOnMaster[i];

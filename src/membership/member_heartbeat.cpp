@@ -91,7 +91,7 @@ int WriteOn(NodeState& n, const MemberSide& side, RowForm form, int64_t nowMill,
       Decide(n, side.db, row, *writtenOnMaster);
       Trace("_xupdatemember(%d): %s[0]->status=%d updating...\n", side.writeStep, side.rowsName,
             row.status);
-      UpdateClusterSql(target, row, 0, form);
+      UpdateClusterSql(target, row, 0, form, n.HeartbeatWrites);
       if (side.db == Db::kMaster) *writtenOnMaster = true;
       return kHeartbeatDone;
     }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "store/clust_record.h"
+#include "store/cluster_writes.h"
 
 namespace qor {
 
@@ -23,6 +24,9 @@ struct NodeState {
   ActInfo sactinfo;
   // Room for one-off reads, kept by nobody.
   ClusterRows ClustsTemp;
+  // The heartbeats' writes of the own row so far, by database (Index); the monitors take a failed
+  // one for a database that cannot judge this pass.
+  OwnRowWrites HeartbeatWrites[kDbCount];
   // Rows of the table as the cycle last counted them (the heartbeat's row guard).
   int ClustCount = 0;
   // 1 when a heartbeat asks the cycle for a template pull now; the slow pass that pulled sets it

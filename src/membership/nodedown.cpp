@@ -19,7 +19,8 @@ namespace qor {
 
 namespace {
 
-// This process's take-over runs.
+// This process's take-over runs, process-wide as the scripts they run are: fed by Qordown and the
+// monitors' holds, advanced by the cycle, read by the metrics and the status line.
 TakeoverQueue& Takeovers() {
   static TakeoverQueue queue(kQordownCommand);
   return queue;

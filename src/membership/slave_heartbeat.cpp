@@ -52,13 +52,14 @@ int WritePairOnMaster(NodeState& n, RowForm form, int64_t nowMill) {
   if (d.tplsync) n.Tplsync = 1;
   if (d.noteReactivated) LogNotice("updateslave(5) status=%d", Ms.status);
   Ms.status = d.status;
-  UpdateClusterSql(ReadDb(n.mactinfo, Db::kMaster), *n.ClustsOnMaster[1], 0, form);
+  UpdateClusterSql(ReadDb(n.mactinfo, Db::kMaster), *n.ClustsOnMaster[1], 0, form,
+                   n.HeartbeatWrites);
   OneRow onSlave = ReadOwnRowOnSlave(n);
   if (onSlave == OneRow::kDuplicates) return kHeartbeatStopped;
   if (onSlave == OneRow::kFound) {
     const ClustRecord& Ss = *n.ClustsOnSlave[0];
     int withlastwrite = LastWriteDiffers(Ms, Ss);
-    UpdateClusterSql(Db::kSlave, Ss.id, Ms, withlastwrite, form);
+    UpdateClusterSql(Db::kSlave, Ss.id, Ms, withlastwrite, form, n.HeartbeatWrites);
     return kHeartbeatDone;
   }
   return InsertOwnRow(n, "updateslave", 6, Db::kSlave, Ms.status, Ms.status, nowMill);
@@ -69,11 +70,12 @@ int WriteOwnOnlyOnMaster(NodeState& n, RowForm form, int64_t nowMill) {
   ClustRecord& row = *n.ClustsOnMaster[0];
   CopyOwnValues(row, n.Clust);
   row.status = Reactivated(row.status);
-  UpdateClusterSql(ReadDb(n.mactinfo, Db::kMaster), *n.ClustsOnMaster[0], 1, form);
+  UpdateClusterSql(ReadDb(n.mactinfo, Db::kMaster), *n.ClustsOnMaster[0], 1, form,
+                   n.HeartbeatWrites);
   OneRow onSlave = ReadOwnRowOnSlave(n);
   if (onSlave == OneRow::kDuplicates) return kHeartbeatStopped;
   if (onSlave == OneRow::kFound) {
-    UpdateClusterSql(Db::kSlave, n.ClustsOnSlave[0]->id, row, 0, form);
+    UpdateClusterSql(Db::kSlave, n.ClustsOnSlave[0]->id, row, 0, form, n.HeartbeatWrites);
     return kHeartbeatDone;
   }
   return InsertOwnRow(n, "updateslave", 8, Db::kSlave, kStatusActive, n.Clust.status, nowMill);
@@ -96,7 +98,7 @@ int WriteWithMaster(NodeState& n, RowForm form, int64_t nowMill) {
                        n.Clust.status, nowMill) != kHeartbeatDone) {
         return kHeartbeatStopped;
       }
-      InsertClusterSql(Db::kSlave, nowMill, n.Clust);
+      InsertClusterSql(Db::kSlave, nowMill, n.Clust, n.HeartbeatWrites);
       return kHeartbeatDone;
     case PairRows::kNeither:
       return InsertOwnRow(n, "updateslave", 12, ReadDb(n.mactinfo, Db::kMaster), kStatusActive,
@@ -131,7 +133,7 @@ void WriteAlone(NodeState& n, int index, const ClustRecord* Sm, RowForm form) {
   }
   Ss.status = d.status;
   Ss.last_writemill = d.last_writemill;
-  UpdateClusterSql(Db::kSlave, *n.ClustsOnSlave[index], d.withlastwrite, form);
+  UpdateClusterSql(Db::kSlave, *n.ClustsOnSlave[index], d.withlastwrite, form, n.HeartbeatWrites);
 }
 
 int WriteWithoutMaster(NodeState& n, RowForm form, int64_t nowMill) {
@@ -154,7 +156,7 @@ int WriteWithoutMaster(NodeState& n, RowForm form, int64_t nowMill) {
       break;
   }
   n.Clust.status = kStatusActive;
-  InsertClusterSql(Db::kSlave, nowMill, n.Clust);
+  InsertClusterSql(Db::kSlave, nowMill, n.Clust, n.HeartbeatWrites);
   return kHeartbeatDone;
 }
 

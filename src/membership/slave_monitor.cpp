@@ -86,8 +86,8 @@ int WatchAnsweringMaster(Pass& p) {
   // refusing its heartbeat): the master cannot judge anyone from there either, so the slave
   // keeps the watch from its own database, as when the host is silent.
   bool readOk = read == kDbOk && p.n.mactinfo.side == Index(Db::kMaster);
-  if (!ObserveDb(p.d, Db::kMaster, readOk, p.n.ClustsOnMaster, p.n.mactinfo.count, p.nowMs, false,
-                 "monitoronslave(8)")) {
+  if (!ObserveDb(p.d, p.n.HeartbeatWrites, Db::kMaster, readOk, p.n.ClustsOnMaster,
+                 p.n.mactinfo.count, p.nowMs, false, "monitoronslave(8)")) {
     return WatchFromSlave(p, true);
   }
   SettleHeld(p);
@@ -208,8 +208,9 @@ int MonitorOnSlave(NodeState& n, DetectorMemory& d, const Clocks& now) {
                            Db::kSlave);
   // The master's row in this database is watched beside its row in the master's: a master that
   // still writes here is not taken over for a database of its own that stopped taking writes.
-  ObserveDb(p.d, Db::kSlave, read == kDbOk && p.n.sactinfo.side == Index(Db::kSlave),
-            p.n.ClustsOnSlave, p.n.sactinfo.count, p.nowMs, false, "monitoronslave(8)");
+  ObserveDb(p.d, p.n.HeartbeatWrites, Db::kSlave,
+            read == kDbOk && p.n.sactinfo.side == Index(Db::kSlave), p.n.ClustsOnSlave,
+            p.n.sactinfo.count, p.nowMs, false, "monitoronslave(8)");
   if (p.n.sactinfo.count != 1) return kMonitorDone;
   // A master that the slave's database already holds as old is not watched, nor are the members.
   if (p.n.ClustsOnSlave[0]->status == kStatusOld) return kMonitorDone;
@@ -219,9 +220,9 @@ int MonitorOnSlave(NodeState& n, DetectorMemory& d, const Clocks& now) {
   // a gap it did not watch.
   read = GetClusterSql(cnf.clustslave.c_str(), "-not_slave", &p.n.sactinfo, p.n.ClustsOnSlave,
                        Db::kSlave);
-  p.othersRead =
-      ObserveDb(p.d, Db::kSlave, read == kDbOk && p.n.sactinfo.side == Index(Db::kSlave),
-                p.n.ClustsOnSlave, p.n.sactinfo.count, p.nowMs, true, "monitoronslave(8)");
+  p.othersRead = ObserveDb(
+      p.d, p.n.HeartbeatWrites, Db::kSlave, read == kDbOk && p.n.sactinfo.side == Index(Db::kSlave),
+      p.n.ClustsOnSlave, p.n.sactinfo.count, p.nowMs, true, "monitoronslave(8)");
   p.d.marks = p.marks.All();
   if (Ping(cnf.clustmaster.c_str()) == 0) return WatchAnsweringMaster(p);
   return WatchFromSlave(p, false);

@@ -14,11 +14,12 @@
 
 namespace qor {
 
-bool ObserveDb(DetectorMemory& d, Db db, bool readOk, ClustRecord* const* rows, int count,
-               int64_t nowMs, bool complete, const char* step) {
+bool ObserveDb(DetectorMemory& d, const OwnRowWrites* writes, Db db, bool readOk,
+               ClustRecord* const* rows, int count, int64_t nowMs, bool complete,
+               const char* step) {
   // A watcher whose own heartbeat a database refused (read only, full, out of connections) sees
   // every row there go stale at once: no evidence of anyone's silence.
-  int64_t failures = HeartbeatWrites[Index(db)].failed;
+  int64_t failures = writes[Index(db)].failed;
   // Asked more than once in a pass (the slave reads its database twice), the answer stays.
   // The first pass knows no count to compare with; it judges nothing anyway.
   if (d.writeFailures[Index(db)] >= 0 && failures != d.writeFailures[Index(db)])
@@ -30,12 +31,12 @@ bool ObserveDb(DetectorMemory& d, Db db, bool readOk, ClustRecord* const* rows, 
         "%s the heartbeat of this server did not reach the database on %s: no row there is "
         "judged until it does",
         step, AddressOf(db));
-  } else if (!writeFailed && d.writeOutage[Index(db)] && HeartbeatWrites[Index(db)].lastOk) {
+  } else if (!writeFailed && d.writeOutage[Index(db)] && writes[Index(db)].lastOk) {
     LogNotice("%s the heartbeat of this server reaches the database on %s again", step,
               AddressOf(db));
   }
   if (writeFailed) d.writeOutage[Index(db)] = true;
-  if (HeartbeatWrites[Index(db)].lastOk && !writeFailed) d.writeOutage[Index(db)] = false;
+  if (writes[Index(db)].lastOk && !writeFailed) d.writeOutage[Index(db)] = false;
   if (!readOk || writeFailed) {
     d.seen.Unreadable(db, nowMs);
     return false;

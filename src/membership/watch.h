@@ -13,6 +13,7 @@
 #include "membership/monitor_decision.h"
 #include "membership/observation.h"
 #include "store/clust_record.h"
+#include "store/cluster_writes.h"
 #include "store/maintenance.h"
 
 namespace qor {
@@ -40,8 +41,9 @@ struct DetectorMemory {
 // cycle. When either failed, nothing of db is judged in this pass: its silence stops counting,
 // and a failed write is reported once per outage. True when db's rows may be judged.
 // complete: rows holds every row of db.
-bool ObserveDb(DetectorMemory& d, Db db, bool readOk, ClustRecord* const* rows, int count,
-               int64_t nowMs, bool complete, const char* step);
+// writes: the heartbeat's writes of the own row (NodeState's HeartbeatWrites).
+bool ObserveDb(DetectorMemory& d, const OwnRowWrites* writes, Db db, bool readOk,
+               ClustRecord* const* rows, int count, int64_t nowMs, bool complete, const char* step);
 
 // The maintenance marks of the databases this pass can reach, read once, when first asked for:
 // only a silent row needs them.

@@ -112,7 +112,8 @@ int getcpuprocs(int* procs) {
 
 namespace {
 
-// The lines the facts in Cpu were taken from; empty before the first time.
+// The lines the facts in Cpu were taken from; empty before the first time. Written and read by
+// GetCpuinfo's trace.
 std::string source;
 
 void TraceFacts() {

@@ -27,11 +27,13 @@ int OpenRawSocket() {
   return socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_ICMP);
 }
 
+// How the probe opens its socket: the raw socket, unless a test set another. Read by every probe.
 EchoSocketOpener opener = OpenRawSocket;
+// Set by the first probe that fell back to the ping command, so that it is logged once.
 bool toldFallback = false;
 
 // Every attempt of the process takes the next number, so a late reply to an earlier attempt,
-// whichever address it was for, never answers a later one.
+// whichever address it was for, never answers a later one. Written and read by every attempt.
 uint16_t lastSequence = 0;
 
 void PutBig16(uint8_t* at, uint16_t value) {

@@ -14,6 +14,7 @@ namespace {
 // Addresses that did not answer since the cycle began (ForgetSilentAddresses begins it). A silent
 // server costs three seconds a ping, and a cycle asks for the master and the slave several times
 // over; once per cycle is enough to know it is gone, and keeps a lone slave's cycle short.
+// Written by Ping, emptied by ForgetSilentAddresses at the top of each cycle.
 FixedText<256> silent[8];
 int silentCount = 0;
 

@@ -126,6 +126,7 @@ void PerRow(std::string& out, const ShownRows& shown, const char* name, const ch
 }
 
 void RenderRows(const MetricsView& v, std::string& out) {
+  // Kept between writes only to keep its room: emptied here each time.
   static ShownRows shown;
   shown.count[0] = shown.count[1] = 0;
   CollectRows(v, shown);
@@ -312,6 +313,7 @@ bool MetricsDue(const MetricsView& v, const MetricsPace& last) {
 
 MetricsView CycleView(const NodeState& n, const DetectorMemory& d, const Clocks& now,
                       int64_t cycleMicros, int64_t cycles) {
+  // The daemon's start, as the first view saw it.
   static const int64_t startMill = GetQorTimeMill();
   MetricsView v;
   v.startMill = startMill;
@@ -327,7 +329,7 @@ MetricsView CycleView(const NodeState& n, const DetectorMemory& d, const Clocks&
     const int side = Index(db);
     v.db[side].address = addresses[side];
     v.db[side].up = pools[side] != nullptr && DbAnswers(db);
-    v.db[side].writes = HeartbeatWrites[side];
+    v.db[side].writes = n.HeartbeatWrites[side];
   }
   v.reads[0] = {n.ClustsOnMaster.entries(), n.mactinfo.count, n.mactinfo.side};
   v.reads[1] = {n.ClustsOnSlave.entries(), n.sactinfo.count, n.sactinfo.side};
@@ -337,7 +339,6 @@ MetricsView CycleView(const NodeState& n, const DetectorMemory& d, const Clocks&
   if (runs.running()) v.takeoverRunningMs = now.monoMs - runs.running()->startedMs;
   v.takeoversWaiting = runs.waiting();
   v.takeoversHeld = runs.held().size();
-  v.pull = LastTemplatePull;
   if (ClustRole == kRoleMaster || ClustRole == kRoleSlave) {
     v.seen = &d.seen;
     v.monoMill = now.monoMs;
@@ -399,6 +400,8 @@ void RenderMetrics(const MetricsView& v, std::string& out) {
 }
 
 void PublishMetrics(const MetricsView& v, const char* dir) {
+  // Between writes of the file, for this function only: its room for the text, which failures
+  // were logged already (once each until a write succeeds), and what the last write held.
   static std::string text;
   static bool openFailed = false, writeFailed = false, renameFailed = false;
   static MetricsPace last;

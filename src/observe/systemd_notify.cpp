@@ -22,8 +22,9 @@ namespace {
 constexpr uint64_t kBarrierUsec = 3000000;
 
 // The pipe of the hand-off: the daemon closes its write end once systemd knows its pid, and the
-// invoking process waits for the end of file.
+// invoking process waits for the end of file. Made before the first fork, closed by each side.
 int handoff[2] = {-1, -1};
+// Set by the first NotifyHeartbeatDone: READY=1 goes once.
 bool readySent = false;
 
 bool Watched() {

@@ -18,9 +18,6 @@
 
 namespace qor {
 
-FixedText<8192> SshLastError;
-TemplatePull LastTemplatePull;
-
 namespace {
 
 // step: 1 for the whitelist and lumobr pulls, 2 for the templates, as the failure lines number
@@ -60,9 +57,11 @@ bool Pull(const char* master, const char* tree, int step) {
              master, status, why);
     return false;
   }
-  SshLastError.format("%s\n", std::strerror(errno));
-  Trace("_rsynclicwlisttpl(%d): sshlasterror=%s\n", step, SshLastError.c_str());
-  LogError("rsynclicwlisttpl(%d) sshlasterror=%s", step, SshLastError.c_str());
+  // The system's error text of the pull that could not be started, with a newline.
+  FixedText<8192> sshLastError;
+  sshLastError.format("%s\n", std::strerror(errno));
+  Trace("_rsynclicwlisttpl(%d): sshlasterror=%s\n", step, sshLastError.c_str());
+  LogError("rsynclicwlisttpl(%d) sshlasterror=%s", step, sshLastError.c_str());
   std::puts("STAT:SSHERROR");
   CloseConnectionPool();
   FatalExit();

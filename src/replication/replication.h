@@ -18,19 +18,12 @@ constexpr int kTreeSeconds = 600;
 // The most such commands one pass runs: a slave's three pulls and two profile synchronisations.
 constexpr int kTreeCommandsMax = 5;
 
-// The system's error text of the last pull that could not be started, with a newline.
-extern FixedText<8192> SshLastError;
-
 // A pull: when it began (milliseconds since the epoch, 0 before the first), and whether rsync
 // ended with status 0 for every tree of it.
 struct TemplatePull {
   int64_t startMill = 0;
   bool ok = false;
 };
-
-// The last pull of this process, for the metrics. Written by the daemon's cycle when a slow pass
-// hands its pull back (daemon/slow_pass.h); read by the metrics file.
-extern TemplatePull LastTemplatePull;
 
 // The record of the last pull that ended well (tpl_syncstate 100, tpl_syncmill its start), and
 // which databases took it (0 the master's, 1 the slave's). Whoever runs pulls keeps it from one to

@@ -21,6 +21,8 @@
  * The timeouts stay set as well: were the wait function ignored, a call would still end, if after
  * the longer figure, and the pool would still be passed over for the rest of the cycle. */
 
+/* The call under way, set and cleared around each one by the boundary, read by the wait function
+ * the client library calls. */
 static int* charged; /* the flag of the call under way; NULL between calls */
 static long long deadline_ms;
 
@@ -71,7 +73,7 @@ typedef int (*WaitFn)(my_socket, my_bool, int);
 MYSQL* mysql_real_connect(MYSQL* mysql, const char* host, const char* user, const char* passwd,
                           const char* db, unsigned int port, const char* unix_socket,
                           unsigned long clientflag) {
-  static ConnectFn real = NULL;
+  static ConnectFn real = NULL; /* found once, on the first call */
   if (real == NULL) {
     void* sym = dlsym(RTLD_NEXT, "mysql_real_connect");
     _Static_assert(sizeof sym == sizeof real, "function and object pointers differ");
@@ -99,7 +101,7 @@ typedef my_bool (*AttrSetFn)(MYSQL_STMT*, enum enum_stmt_attr_type, const void*)
  * as before; only the number of trips changes. Defined in the executable like the connect
  * above, so the pool library's calls land here. */
 my_bool mysql_stmt_attr_set(MYSQL_STMT* stmt, enum enum_stmt_attr_type attr, const void* value) {
-  static AttrSetFn real = NULL;
+  static AttrSetFn real = NULL; /* found once, on the first call */
   if (real == NULL) {
     void* sym = dlsym(RTLD_NEXT, "mysql_stmt_attr_set");
     memcpy(&real, &sym, sizeof real);

@@ -11,27 +11,24 @@
 
 namespace qor {
 
-OwnRowWrites HeartbeatWrites[2];
-
 namespace {
 
 long AsLong(int64_t v) {
   return static_cast<long>(v);
 }
 
-void NoteOwnRowWrite(Db db, bool ok, int64_t sinceMicros) {
-  OwnRowWrites& w = HeartbeatWrites[Index(db)];
+void NoteOwnRowWrite(OwnRowWrites& w, bool ok, int64_t sinceMicros) {
   w.lastOk = ok;
   w.lastMicros = MonotonicMicros() - sinceMicros;
   ++(ok ? w.ok : w.failed);
 }
 
-// ExecuteOn for this node's own row, noting the write for db.
-int WriteOwnRow(Db db, const char* sql, const char* connErr, const char* stmtErr) {
+// ExecuteOn for this node's own row, noting the write in w.
+int WriteOwnRow(Db db, const char* sql, const char* connErr, const char* stmtErr, OwnRowWrites& w) {
   int64_t since = MonotonicMicros();
   bool accepted = false;
   int rc = ExecuteOn(PoolOf(db), sql, connErr, stmtErr, &accepted);
-  NoteOwnRowWrite(db, accepted, since);
+  NoteOwnRowWrite(w, accepted, since);
   return rc;
 }
 
@@ -148,36 +145,38 @@ bool SweepStatement(SqlText& sql, int minutes) {
          sql.format("delete from clusters %s", where.c_str());
 }
 
-int InsertClusterSql(Db db, int64_t mill, ClustRecord rec) {
+int InsertClusterSql(Db db, int64_t mill, ClustRecord rec, OwnRowWrites* writes) {
   rec.role_id = RoleIdOf(rec.role.c_str());
   SqlText sql;
   if (!InsertStatement(sql, rec, mill)) {
-    NoteOwnRowWrite(db, false, MonotonicMicros());
+    NoteOwnRowWrite(writes[Index(db)], false, MonotonicMicros());
     return Refuse("insertclustersql", rec.hostname.c_str());
   }
   Trace("_xinsertclustersql: sql=\n%s\n", sql.c_str());
   return WriteOwnRow(db, sql.c_str(), "insertclustersql db connection error",
-                     "insertclustersql db insert error");
+                     "insertclustersql db insert error", writes[Index(db)]);
 }
 
-int UpdateClusterSql(Db db, ClustRecord& rec, int withlastwrite, RowForm form) {
+int UpdateClusterSql(Db db, ClustRecord& rec, int withlastwrite, RowForm form,
+                     OwnRowWrites* writes) {
   rec.role_id = RoleIdOf(rec.role.c_str());
   Trace("_xupdateclustersql(1): dbsvr=%s cnf.dbuser=%s cnf.cldbname=%s\n", AddressOf(db),
         cnf.dbuser.c_str(), cnf.cldbname.c_str());
   SqlText sql;
   if (!UpdateStatement(sql, rec, withlastwrite, form)) {
-    NoteOwnRowWrite(db, false, MonotonicMicros());
+    NoteOwnRowWrite(writes[Index(db)], false, MonotonicMicros());
     return Refuse("updateclustersql", rec.hostname.c_str());
   }
   Trace("_xupdateclustersql(2): sql=\n%s\n", sql.c_str());
   return WriteOwnRow(db, sql.c_str(), "updateclustersql db connection error",
-                     "updateclustersql db update error");
+                     "updateclustersql db update error", writes[Index(db)]);
 }
 
-int UpdateClusterSql(Db db, int id, const ClustRecord& rec, int withlastwrite, RowForm form) {
+int UpdateClusterSql(Db db, int id, const ClustRecord& rec, int withlastwrite, RowForm form,
+                     OwnRowWrites* writes) {
   ClustRecord copy = rec;
   copy.id = id;
-  return UpdateClusterSql(db, copy, withlastwrite, form);
+  return UpdateClusterSql(db, copy, withlastwrite, form, writes);
 }
 
 int SetStatusClusterSql(Db db, int id, int status) {

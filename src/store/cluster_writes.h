@@ -15,17 +15,15 @@
 
 namespace qor {
 
-// The heartbeat's writes of this node's own row (InsertClusterSql, UpdateClusterSql), by the
-// database each went to: 0 the master's, 1 the slave's. A write succeeded when the database
-// accepted the statement; one without a usable connection, or refused before it was sent,
-// failed. Kept for the whole process.
+// The heartbeat's writes of this node's own row (InsertClusterSql, UpdateClusterSql) into one
+// database. A write succeeded when the database accepted the statement; one without a usable
+// connection, or refused before it was sent, failed.
 struct OwnRowWrites {
   bool lastOk = false;
   int64_t lastMicros = 0;  // the last write's time, taking the connection included
   int64_t ok = 0;
   int64_t failed = 0;
 };
-extern OwnRowWrites HeartbeatWrites[2];
 
 // Statement texts, exactly as the database's log shows them; false when a value does not fit.
 bool InsertStatement(SqlText& sql, const ClustRecord& rec, int64_t mill);
@@ -33,12 +31,15 @@ bool UpdateStatement(SqlText& sql, const ClustRecord& rec, int withlastwrite, Ro
 bool RemoveStatement(SqlText& sql, const char* selector);
 bool SweepStatement(SqlText& sql, int minutes);
 
-int InsertClusterSql(Db db, int64_t mill, ClustRecord rec);
+// The writes of this node's own row; each is tallied in writes, at Index(db).
+int InsertClusterSql(Db db, int64_t mill, ClustRecord rec, OwnRowWrites* writes);
 // Sets rec.role_id from its role text first. The record's id must have been read from db.
-int UpdateClusterSql(Db db, ClustRecord& rec, int withlastwrite, RowForm form);
+int UpdateClusterSql(Db db, ClustRecord& rec, int withlastwrite, RowForm form,
+                     OwnRowWrites* writes);
 // The same write of a row read from the other database, under id, the number its host has in db:
 // each database numbers its rows itself. rec stays as read.
-int UpdateClusterSql(Db db, int id, const ClustRecord& rec, int withlastwrite, RowForm form);
+int UpdateClusterSql(Db db, int id, const ClustRecord& rec, int withlastwrite, RowForm form,
+                     OwnRowWrites* writes);
 int SetStatusClusterSql(Db db, int id, int status);
 int SetOldClusterSvrSql(Db db, const char* host);
 int SetTplOldClusterSvrSql(Db db, const char* host);

@@ -12,10 +12,6 @@
 
 namespace qor {
 
-int MasterAlive = 0;
-int SlaveAlive = 0;
-FixedText<128> Clusttarget;
-
 int CheckCluster(int* masterAlive, int* slaveAlive, int cluster, const char* master,
                  const char* slave, ClustRecord** records) {
   *masterAlive = 0;
@@ -64,7 +60,8 @@ int GetClust(int count, ClustRecord** records, int index, ClustRecord& own) {
   return 0;
 }
 
-int GetTarget(const char* server, ClustRecord** records, ClustRecord& own) {
+int GetTarget(const char* server, ClustRecord** records, ClustRecord& own,
+              FixedText<128>& Clusttarget) {
   Trace("_xgettarget(1): starting...");
   ActInfo info;
   GetClusterSql(server, "-target", &info, records, Db::kMaster);

@@ -7,12 +7,6 @@
 
 namespace qor {
 
-// Active master and slave rows as the reachable database saw them at start-up (0 or 1).
-extern int MasterAlive;
-extern int SlaveAlive;
-// Address of the active server with the lowest load per processor, as GetTarget last chose it.
-extern FixedText<128> Clusttarget;
-
 // Both flags are set to 0 first; 0 when the rows told, 1 otherwise.
 int CheckCluster(int* masterAlive, int* slaveAlive, int cluster, const char* master,
                  const char* slave, ClustRecord** records);
@@ -21,9 +15,10 @@ int IsClustMaster(const char* server, const char* selector, ClustRecord** record
 // Copies entry index into own, the node's own row (after re-reading the configuration); 1 when
 // count is below 1.
 int GetClust(int count, ClustRecord** records, int index, ClustRecord& own);
-// 0 when exactly one candidate was found; Clusttarget gets the first entry's address either way,
-// own the whole entry.
-int GetTarget(const char* server, ClustRecord** records, ClustRecord& own);
+// The active server with the lowest load per processor: 0 when exactly one candidate was found;
+// Clusttarget gets the first entry's address either way, own the whole entry.
+int GetTarget(const char* server, ClustRecord** records, ClustRecord& own,
+              FixedText<128>& Clusttarget);
 // Reads all of server's rows into records, from the pool that reaches server; the count.
 int ReadClusterList(const char* server, ClustRecord** records);
 // Prints server's clusters table; full adds cores, utilisation and version.

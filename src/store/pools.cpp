@@ -19,6 +19,7 @@ int ConnectionPool = 1;
 namespace {
 
 // Whether the database behind mpool (0) and spool (1) answered this process's last call on it.
+// Written by every call on a pool, read by DbAnswers and the reconnect.
 bool answering[2] = {false, false};
 
 // side: 0 mpool, 1 spool, -1 neither (nothing to note).

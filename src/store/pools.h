@@ -18,11 +18,14 @@ constexpr int kDbOk = 0;
 constexpr int kDbNoConnection = 500;
 constexpr int kDbQueryFailed = 501;
 
-// Pool handles; nullptr when the pool does not exist.
+// Pool handles; nullptr when the pool does not exist. Process-wide, as the connections are:
+// written only by ReconnectCluster and CloseConnectionPool (and the slow pass, which drops the
+// daemon's to open its own); read by every statement through PoolOf and PoolByTarget.
 extern QzPool* mpool;
 extern QzPool* spool;
 // Initial connections of a new pool: 1 for one-shot commands, 5 for the daemon. The reconnect
-// notices are logged only at 5.
+// notices are logged only at 5. Written at start-up, by the cycle and the slow pass; read by
+// ReconnectCluster.
 extern int ConnectionPool;
 
 // Begins a cycle: drops the pool of a server that stops answering ping, builds a missing one whose

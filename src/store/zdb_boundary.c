@@ -18,6 +18,7 @@ struct QzConn {
   QzPool* pool;
 };
 
+/* Set once at start-up (qz_set_fatal_handler), called by the library's abort handler. */
 static QzFatalFn fatal_handler = NULL;
 
 void qz_set_fatal_handler(QzFatalFn fn) {

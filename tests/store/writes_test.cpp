@@ -86,7 +86,8 @@ TEST_F(StoreWrites, UpdateFormsChangeTheirColumns) {
                          .cpuloadavgpp = 0.075,
                          .containers = 9,
                          .cpuutil = 0.61};
-    EXPECT_EQ(qor::UpdateClusterSql(qor::Db::kMaster, rec, c.withlastwrite, c.form), 0);
+    qor::OwnRowWrites writes[qor::kDbCount];
+    EXPECT_EQ(qor::UpdateClusterSql(qor::Db::kMaster, rec, c.withlastwrite, c.form, writes), 0);
     EXPECT_EQ(Sql("master", kCols), c.row + Seeded("other"))
         << c.withlastwrite << static_cast<int>(c.form);
   }
