@@ -170,7 +170,7 @@ int Update(const CommandArgs& a) {
 int Monitor(const CommandArgs& a) {
   DetectorMemory detector;
   MonitorCluster(a.node, detector, ReadClocks());
-  WaitQordown();
+  WaitQordown(detector.takeovers);
   return ShowTwoDatabases(0);
 }
 

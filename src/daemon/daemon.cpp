@@ -141,7 +141,7 @@ int DaemonCycle(DaemonState& s) {
   if (MonitorCluster(n, s.detector, ReadClocks()) == kMonitorDone) {
     PublishObservations(s.detector, kRunDir, kObservedFile);
   }
-  AdvanceQordown();
+  AdvanceQordown(s.detector.takeovers);
   CyclePlan plan = PlanCycle(s.counters, SlowRequest(n.Tplsync, s.slow, MonotonicMill()));
   if (plan.recheck && Recheck(n.Clust, &s.prevTotal, &s.prevIdle) != 0) {
     // A cluster disabled in the file is a deliberate stop: no file may say the daemon still runs.
@@ -180,7 +180,7 @@ int DaemonMain(const ClustRecord& own) {
   LogNotice("(cluster=%d) db cennection mpool=%p spool=%p", Cluster, static_cast<void*>(mpool),
             static_cast<void*>(spool));
   CheckAllRsvContainers();
-  UseQordownRecord();
+  UseQordownRecord(state.detector.takeovers);
   GetCpuIdle(&state.prevTotal, &state.prevIdle);
   GetQorVer(QorVersion);
   state.node.Clust.memutil = GetMemUtil();
@@ -188,8 +188,8 @@ int DaemonMain(const ClustRecord& own) {
   state.counters.form = RowForm::kFull;
   for (;;) {
     if (DaemonCycle(state) != 0) return 1;
-    NotifyCycleDone(state.node.ClustCount, state.lastCycleUs / 1000, state.slow.what.c_str(),
-                    SlowPassRunningMs(state.slow, MonotonicMill()));
+    NotifyCycleDone(state.node.ClustCount, state.lastCycleUs / 1000, state.detector.takeovers,
+                    state.slow.what.c_str(), SlowPassRunningMs(state.slow, MonotonicMill()));
     sleep(static_cast<unsigned>(Interval));
   }
 }

@@ -72,7 +72,7 @@ void WriteStatus(Pass& p, const ClustRecord& row, int status) {
 }
 
 void CheckRow(ClustRecord& row, Pass& p) {
-  TakeoverQueue& queue = QordownRuns();
+  TakeoverQueue& queue = p.d.takeovers;
   const char* host = row.hostname.c_str();
   DetectorMemory& d = p.d;
   RowSeen seen = SeenOf(d, row, Db::kMaster, queue.Holds(host), p.nowMs, p.marks);
@@ -95,7 +95,7 @@ void CheckRow(ClustRecord& row, Pass& p) {
   switch (v.takeover) {
     case Takeover::kRun:
       // The take-over sees the row as read, but with the last write cleared for a slave made old.
-      Qordown(row);
+      Qordown(queue, row);
       break;
     case Takeover::kHold:
       p.held += queue.Hold(host, row.ipaddress.c_str(), p.nowMs) ? 1 : 0;
@@ -106,7 +106,7 @@ void CheckRow(ClustRecord& row, Pass& p) {
       queue.Drop(host);
       break;
     case Takeover::kMaintenance:
-      SkipForMaintenance("monitoronmaster(10)", row, p.marks, p.nowMs);
+      SkipForMaintenance(d, "monitoronmaster(10)", row, p.marks, p.nowMs);
       break;
     case Takeover::kNone:
     case Takeover::kOneDb:
@@ -149,8 +149,7 @@ void MarkTemplate(const ClustRecord& row, Pass& p) {
 }
 
 // Held take-overs whose rows are gone (removed by hand, swept) have nobody left to take over.
-void DropVanished(const ActInfo& info, ClustRecord* const* rows) {
-  TakeoverQueue& queue = QordownRuns();
+void DropVanished(TakeoverQueue& queue, const ActInfo& info, ClustRecord* const* rows) {
   std::vector<std::string> gone;
   for (const TakeoverRun& h : queue.held()) {
     bool found = false;
@@ -211,7 +210,7 @@ int MonitorOnMaster(NodeState& n, DetectorMemory& d, const Clocks& now) {
     HealSlaveCopy(row, p);
     MarkTemplate(row, p);
   }
-  DropVanished(n.mactinfo, n.ClustsOnMaster);
+  DropVanished(d.takeovers, n.mactinfo, n.ClustsOnMaster);
   if (p.held > 0 && p.guard.cutOff) {
     LogError(
         "monitoronmaster(4) all %d other servers are silent and %s does not answer: this server "

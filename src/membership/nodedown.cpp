@@ -19,13 +19,6 @@ namespace qor {
 
 namespace {
 
-// This process's take-over runs, process-wide as the scripts they run are: fed by Qordown and the
-// monitors' holds, advanced by the cycle, read by the metrics and the status line.
-TakeoverQueue& Takeovers() {
-  static TakeoverQueue queue(kQordownCommand);
-  return queue;
-}
-
 void LogDown(const char* who, const ClustRecord& r) {
   LogError(
       "%s detected %s(%s) down[id:%d role:%s status=%d lastwritemill:%ld tplupdatemill:%ld "
@@ -40,9 +33,9 @@ void LogDown(const char* who, const ClustRecord& r) {
 
 }  // namespace
 
-void Qordown(const ClustRecord& r) {
+void Qordown(TakeoverQueue& queue, const ClustRecord& r) {
   int64_t now = MonotonicMill();
-  if (Takeovers().Knows(r.hostname.c_str()) && !Takeovers().Holds(r.hostname.c_str())) {
+  if (queue.Knows(r.hostname.c_str()) && !queue.Holds(r.hostname.c_str())) {
     LogNotice("qordown.sh for %s(%s) queued already", r.hostname.c_str(), r.ipaddress.c_str());
     return;
   }
@@ -64,29 +57,25 @@ void Qordown(const ClustRecord& r) {
   // killed for taking long, and it runs in a session of its own. The queue is recorded on disk,
   // so a restarted daemon waits for a script still running, runs what was waiting, and runs
   // again a script that its daemon's end cut.
-  Takeovers().Add(r.hostname.c_str(), r.ipaddress.c_str(), now);
-  Takeovers().Advance(now);
+  queue.Add(r.hostname.c_str(), r.ipaddress.c_str(), now);
+  queue.Advance(now);
 }
 
-void UseQordownRecord() {
+void UseQordownRecord(TakeoverQueue& queue) {
   // The directory the package makes; made here too for a daemon installed by hand.
   if (mkdir(kStateDir, 0755) != 0 && errno != EEXIST) {
     LogError("takeover record: %s cannot be made, the queue is kept in memory", kStateDir);
     return;
   }
-  Takeovers().UseRecord(kTakeoverRecord, MonotonicMill());
+  queue.UseRecord(kTakeoverRecord, MonotonicMill());
 }
 
-void AdvanceQordown() {
-  Takeovers().Advance(MonotonicMill());
+void AdvanceQordown(TakeoverQueue& queue) {
+  queue.Advance(MonotonicMill());
 }
 
-TakeoverQueue& QordownRuns() {
-  return Takeovers();
-}
-
-void WaitQordown() {
-  Takeovers().Drain();
+void WaitQordown(TakeoverQueue& queue) {
+  queue.Drain();
 }
 
 int LumoBRContainerRepaireSql(const char* source, const char* destination) {

@@ -47,7 +47,7 @@ void WriteSlaveStatus(const ClustRecord& row, int id, int status, const Pass& p)
 // answers: the master judges the members from there. Those it took over, those that write again
 // and those without a row are settled; the others stay held until the master's verdict shows.
 void SettleHeld(const Pass& p) {
-  TakeoverQueue& queue = QordownRuns();
+  TakeoverQueue& queue = p.d.takeovers;
   if (queue.held().empty()) return;
   ActInfo info;
   if (GetClusterSql(cnf.clustmaster.c_str(), "-all", &info, p.n.ClustsTemp, Db::kMaster) != kDbOk ||
@@ -98,7 +98,7 @@ int WatchAnsweringMaster(Pass& p) {
   if (!(M.role == "master" && S.role == "slave")) return kMonitorDone;
   if (M.status != kStatusActive && M.status != kStatusInactive) return kMonitorDone;
   RowSeen seen =
-      SeenOf(p.d, M, Db::kMaster, QordownRuns().Holds(M.hostname.c_str()), p.nowMs, p.marks);
+      SeenOf(p.d, M, Db::kMaster, p.d.takeovers.Holds(M.hostname.c_str()), p.nowMs, p.marks);
   TraceAge(3, p, M, seen);
   RowVerdict v =
       Judge(seen, PassGuard{}, true, [&](bool s) { return DecideMasterAnswering(M, S, s); });
@@ -117,16 +117,16 @@ int WatchAnsweringMaster(Pass& p) {
   SetStatusClusterSql(Db::kMaster, M.id, v.decided.status);
   p.d.seen.Wrote(Db::kMaster, M.hostname.c_str(), p.nowMs, v.decided.status);
   WriteSlaveStatus(M, p.idOnSlave, v.decided.status, p);
-  if (v.takeover == Takeover::kRun) Qordown(M);
+  if (v.takeover == Takeover::kRun) Qordown(p.d.takeovers, M);
   if (v.takeover == Takeover::kMaintenance) {
-    SkipForMaintenance("monitoronslave(10)", M, p.marks, p.nowMs);
+    SkipForMaintenance(p.d, "monitoronslave(10)", M, p.marks, p.nowMs);
   }
   return kMonitorDone;
 }
 
 // kind: 3 the master's row, 4 a member's. Returns whether the take-over was newly held.
 bool JudgeAlone(ClustRecord& R, int kind, const PassGuard& guard, Pass& p) {
-  TakeoverQueue& queue = QordownRuns();
+  TakeoverQueue& queue = p.d.takeovers;
   const char* host = R.hostname.c_str();
   RowSeen seen = SeenOf(p.d, R, Db::kSlave, queue.Holds(host), p.nowMs, p.marks);
   TraceAge(kind == 3 ? 6 : 7, p, R, seen);
@@ -141,9 +141,9 @@ bool JudgeAlone(ClustRecord& R, int kind, const PassGuard& guard, Pass& p) {
              cnf.clustslave.c_str(), static_cast<long>(p.d.SlaveLastWriteMill));
   }
   if (v.write) WriteSlaveStatus(R, R.id, v.decided.status, p);
-  if (v.takeover == Takeover::kRun) Qordown(R);
+  if (v.takeover == Takeover::kRun) Qordown(p.d.takeovers, R);
   if (v.takeover == Takeover::kMaintenance)
-    SkipForMaintenance("monitoronslave(10)", R, p.marks, p.nowMs);
+    SkipForMaintenance(p.d, "monitoronslave(10)", R, p.marks, p.nowMs);
   SettleMaintenance(p.d, "monitoronslave(10)", R, seen, p.marks, p.nowMs);
   if (v.takeover == Takeover::kHold) return queue.Hold(host, R.ipaddress.c_str(), p.nowMs);
   if (seen.held && v.takeover == Takeover::kNone && p.d.seen.Writing(host, p.nowMs)) {
@@ -177,7 +177,7 @@ int WatchFromSlave(Pass& p, bool masterAnswers) {
       held += JudgeAlone(R, master ? 3 : 4, guard, p) ? 1 : 0;
     } else {
       const char* host = R.hostname.c_str();
-      RowSeen seen = SeenOf(p.d, R, Db::kSlave, QordownRuns().Holds(host), p.nowMs, p.marks);
+      RowSeen seen = SeenOf(p.d, R, Db::kSlave, p.d.takeovers.Holds(host), p.nowMs, p.marks);
       SettleMaintenance(p.d, "monitoronslave(10)", R, seen, p.marks, p.nowMs);
     }
   }

@@ -86,7 +86,8 @@ GuardRow GuardRowOf(const DetectorMemory& d, const ClustRecord& row, Db db, int6
       .status = row.status};
 }
 
-void SkipForMaintenance(const char* step, const ClustRecord& row, PassMarks& marks, int64_t nowMs) {
+void SkipForMaintenance(DetectorMemory& d, const char* step, const ClustRecord& row,
+                        PassMarks& marks, int64_t nowMs) {
   const MaintenanceMark* m = marks.Of(row.hostname.c_str());
   if (m == nullptr) return;
   char until[32];
@@ -94,12 +95,12 @@ void SkipForMaintenance(const char* step, const ClustRecord& row, PassMarks& mar
   LogError("%s take-over of %s(%s) skipped for maintenance until %s by %s: %s", step,
            row.hostname.c_str(), row.ipaddress.c_str(), until, m->markedBy.c_str(),
            m->reason.c_str());
-  QordownRuns().Hold(row.hostname.c_str(), row.ipaddress.c_str(), nowMs, true);
+  d.takeovers.Hold(row.hostname.c_str(), row.ipaddress.c_str(), nowMs, true);
 }
 
-void SettleMaintenance(const DetectorMemory& d, const char* step, const ClustRecord& row,
+void SettleMaintenance(DetectorMemory& d, const char* step, const ClustRecord& row,
                        const RowSeen& seen, PassMarks& marks, int64_t nowMs) {
-  TakeoverQueue& queue = QordownRuns();
+  TakeoverQueue& queue = d.takeovers;
   const char* host = row.hostname.c_str();
   if (!queue.HoldsForMaintenance(host)) return;
   if (d.seen.Writing(host, nowMs)) {
@@ -115,7 +116,7 @@ void SettleMaintenance(const DetectorMemory& d, const char* step, const ClustRec
   if (!silentEverywhere || marks.Of(host) != nullptr) return;
   LogNotice("%s maintenance of %s(%s) ended while it is silent: taken over", step, host,
             row.ipaddress.c_str());
-  Qordown(row);
+  Qordown(queue, row);
 }
 
 void PublishObservations(const DetectorMemory& d, const char* dir, const char* path) {

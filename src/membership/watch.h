@@ -10,8 +10,10 @@
 #include <vector>
 
 #include "base/fixed_text.h"
+#include "base/paths.h"
 #include "membership/monitor_decision.h"
 #include "membership/observation.h"
+#include "membership/takeover_queue.h"
 #include "store/clust_record.h"
 #include "store/cluster_writes.h"
 #include "store/maintenance.h"
@@ -36,6 +38,8 @@ struct DetectorMemory {
   std::set<std::string> oneDb;         // reported: writes into one database only
   int64_t oneDbReports = 0;            // servers so reported, for the metrics
   std::vector<MaintenanceMark> marks;  // as the last pass read them, for the metrics
+  // The take-over script's runs this watcher started, waits for or holds (membership/nodedown.h).
+  TakeoverQueue takeovers{kQordownCommand};
 };
 // Reads db's rows for a monitor: the read, then this watcher's own heartbeat write there in this
 // cycle. When either failed, nothing of db is judged in this pass: its silence stops counting,
@@ -67,10 +71,11 @@ RowSeen SeenOf(const DetectorMemory& d, const ClustRecord& row, Db db, bool held
 
 // The take-over of row skipped for its maintenance mark: logged after the Detected_ line, and
 // held until the mark is gone.
-void SkipForMaintenance(const char* step, const ClustRecord& row, PassMarks& marks, int64_t nowMs);
+void SkipForMaintenance(DetectorMemory& d, const char* step, const ClustRecord& row,
+                        PassMarks& marks, int64_t nowMs);
 // A take-over held for a maintenance mark, settled: dropped once the server writes again, run once
 // the mark is gone (expired, or taken off) while the server is still silent everywhere.
-void SettleMaintenance(const DetectorMemory& d, const char* step, const ClustRecord& row,
+void SettleMaintenance(DetectorMemory& d, const char* step, const ClustRecord& row,
                        const RowSeen& seen, PassMarks& marks, int64_t nowMs);
 GuardRow GuardRowOf(const DetectorMemory& d, const ClustRecord& row, Db db, int64_t nowMs);
 

@@ -334,7 +334,7 @@ MetricsView CycleView(const NodeState& n, const DetectorMemory& d, const Clocks&
   v.reads[0] = {n.ClustsOnMaster.entries(), n.mactinfo.count, n.mactinfo.side};
   v.reads[1] = {n.ClustsOnSlave.entries(), n.sactinfo.count, n.sactinfo.side};
   v.detected = d.DetectedCount;
-  const TakeoverQueue& runs = QordownRuns();
+  const TakeoverQueue& runs = d.takeovers;
   v.takeovers = &runs.tally();
   if (runs.running()) v.takeoverRunningMs = now.monoMs - runs.running()->startedMs;
   v.takeoversWaiting = runs.waiting();

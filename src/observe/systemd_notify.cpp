@@ -76,9 +76,9 @@ void NotifyHeartbeatDone() {
   sd_notify(0, "READY=1");
 }
 
-void NotifyCycleDone(int servers, int64_t cycleMs, const char* slowWhat, int64_t slowMs) {
+void NotifyCycleDone(int servers, int64_t cycleMs, const TakeoverQueue& runs, const char* slowWhat,
+                     int64_t slowMs) {
   if (!Watched()) return;
-  const TakeoverQueue& runs = QordownRuns();
   DaemonStatus s;
   s.role = ClustRole;
   s.servers = servers;

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "base/fixed_text.h"
+#include "membership/takeover_queue.h"
 
 namespace qor {
 
@@ -28,9 +29,10 @@ void CompleteMainPidHandoff();
 // server whose databases are down at boot still runs and keeps trying.
 void NotifyHeartbeatDone();
 // At the end of each cycle, which took cycleMs and counted servers rows: the watchdog, and the
-// status line; slowWhat and slowMs: the step of the slow pass running beside the cycle and how
-// long it runs (0: none).
-void NotifyCycleDone(int servers, int64_t cycleMs, const char* slowWhat, int64_t slowMs);
+// status line; runs: the take-over scripts' queue; slowWhat and slowMs: the step of the slow pass
+// running beside the cycle and how long it runs (0: none).
+void NotifyCycleDone(int servers, int64_t cycleMs, const TakeoverQueue& runs, const char* slowWhat,
+                     int64_t slowMs);
 
 // The facts of the status line.
 struct DaemonStatus {

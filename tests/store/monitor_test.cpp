@@ -26,6 +26,11 @@ class StoreMonitor : public HeartbeatTest {
     auto ping = seam.real;
     seam.real = [ping](std::string& c) { return c != qor::kQordownCommand && ping(c); };
   }
+  void TearDown() override {
+    // The take-over scripts a test queued end within it.
+    qor::WaitQordown(detector.takeovers);
+    HeartbeatTest::TearDown();
+  }
   // The watcher's memory of its passes, and its monotonic clock: the test moves it.
   qor::DetectorMemory detector;
   int64_t watcherMs = 1000000;
@@ -115,7 +120,7 @@ TEST_F(StoreMonitor, MasterMarksSilentRowsInBothDatabasesUnderEachDatabasesId) {
   EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 1);
   held.Release(0);
   held.Release(4);
-  qor::WaitQordown();
+  qor::WaitQordown(detector.takeovers);
   EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 2);
   EXPECT_EQ(Logged(Logs(), "qordown.sh for gone(10.0.0.9) ended status=4 after "), 1);
   // A ping that hangs holds the monitor a minute at most.
@@ -161,12 +166,12 @@ TEST_F(StoreMonitor, SlaveSettlesItsHeldTakeoversAgainstTheMastersVerdict) {
                {"gone", "10.0.0.9", "member", 100, 0, "0", 0, 30}});
   }
   Connect();
-  qor::QordownRuns().Hold("gone", "10.0.0.9", 0);
+  detector.takeovers.Hold("gone", "10.0.0.9", 0);
   for (int status : {100, 200}) {
     Sql("master",
         "update clusters set status = " + std::to_string(status) + " where hostname = 'gone';");
     Pass(qor::MonitorOnSlave);
-    EXPECT_EQ(qor::QordownRuns().Holds("gone"), status == 100) << status;
+    EXPECT_EQ(detector.takeovers.Holds("gone"), status == 100) << status;
   }
   EXPECT_EQ(Logged(Logs(), "monitoronslave(9) gone(10.0.0.9) was taken over by the master"), 1);
   EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 0);
@@ -199,7 +204,7 @@ TEST_F(StoreMonitor, AMarkedMemberIsMarkedButNotTakenOverUntilItsMarkExpires) {
   Sql("master", "update qorclustd_maintenance set until = now() - interval 1 second;");
   watcherMs += 16000;
   Pass(qor::MonitorOnMaster);
-  qor::WaitQordown();
+  qor::WaitQordown(detector.takeovers);
   EXPECT_EQ(Logged(seam.commands, qor::kQordownCommand), 1);
   qor::ReadMaintenanceSql(qor::Db::kMaster, &marks);
   EXPECT_TRUE(marks.empty()) << "an expired mark is no mark";

@@ -22,8 +22,6 @@ void StoreTest::SetUp() {
 }
 
 void StoreTest::TearDown() {
-  // The take-over scripts a test queued end within it.
-  qor::WaitQordown();
   qor::CloseConnectionPool();
   qor::ConnectionPool = 1;
   qor::SetShellRunner(nullptr);
