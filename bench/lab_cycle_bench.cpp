@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
   own.hostname.set(hostname);
   own.ipaddress.set(qor::CurrentSvr);
   qor::GetCpuIdle(&state.prevTotal, &state.prevIdle);
-  qor::GetQorVer(qor::QorVersion);
+  qor::GetQorVer(own.qorver);
   own.memutil = qor::GetMemUtil();
   own.diskutil = qor::GetDiskUtil("/");
   state.counters.form = qor::RowForm::kFull;

@@ -9,8 +9,6 @@
 
 namespace qor {
 
-FixedText<128> QorVersion;
-
 int GetQorVer(FixedText<128>& out) {
   return ReadQorVersion(kEnvFile, out);
 }

@@ -11,8 +11,4 @@ int GetQorVer(FixedText<128>& out);
 // The same from the environment file at path.
 int ReadQorVersion(const char* path, FixedText<128>& out);
 
-// The node's platform version. Process-wide: written once when the daemon starts; read by the full
-// row updates and the metrics.
-extern FixedText<128> QorVersion;
-
 }  // namespace qor

@@ -182,7 +182,7 @@ int DaemonMain(const ClustRecord& own) {
   CheckAllRsvContainers();
   UseQordownRecord(state.detector.takeovers);
   GetCpuIdle(&state.prevTotal, &state.prevIdle);
-  GetQorVer(QorVersion);
+  GetQorVer(state.node.Clust.qorver);
   state.node.Clust.memutil = GetMemUtil();
   state.node.Clust.diskutil = GetDiskUtil("/");
   state.counters.form = RowForm::kFull;

@@ -29,6 +29,7 @@ void CopyOwnValues(ClustRecord& row, const ClustRecord& own) {
   row.cpuutil = own.cpuutil;
   row.memutil = own.memutil;
   row.diskutil = own.diskutil;
+  row.qorver = own.qorver;
 }
 
 PairRows ClassifyPair(int count, const ClustRecord& first, const char* ownRole) {

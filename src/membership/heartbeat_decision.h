@@ -21,8 +21,9 @@ int Reactivated(int status);
 // 1 when the two copies of a row disagree on last_writemill, so the write must carry it.
 int LastWriteDiffers(const ClustRecord& row, const ClustRecord& other);
 
-// Puts this node's host values (own), its container count and utilisation into a row read from a
-// database; the row keeps its id, role, status, last_writemill, template fields and the rest.
+// Puts this node's host values (own), its container count, utilisation and platform version into
+// a row read from a database; the row keeps its id, role, status, last_writemill, template fields
+// and the rest.
 void CopyOwnValues(ClustRecord& row, const ClustRecord& own);
 
 // What a "-master_slave" read (ordered by role) found. first is looked at only for one row.

@@ -318,7 +318,7 @@ MetricsView CycleView(const NodeState& n, const DetectorMemory& d, const Clocks&
   MetricsView v;
   v.startMill = startMill;
   v.role = ClustRole;
-  v.version = QorVersion.c_str();
+  v.version = n.Clust.qorver.c_str();
   v.address = CurrentSvr.c_str();
   v.nowMill = now.wallMill;
   v.cycleMicros = cycleMicros;

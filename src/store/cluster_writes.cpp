@@ -5,7 +5,6 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "config/qorconf.h"
-#include "config/qorver.h"
 #include "metrics/utilisation.h"
 #include "store/pools.h"
 
@@ -92,7 +91,7 @@ bool UpdateStatement(SqlText& sql, const ClustRecord& r, int withlastwrite, RowF
   if (withlastwrite == 1) lastwrite.format("last_writemill='%ld', ", AsLong(r.last_writemill));
   if (form == RowForm::kFull) {
     SqlQuoted host(r.hostname.c_str()), ip(r.ipaddress.c_str()), cid(r.clusterid.c_str()),
-        role(r.role.c_str()), ver(QorVersion.c_str());
+        role(r.role.c_str()), ver(r.qorver.c_str());
     return host.ok() && ip.ok() && cid.ok() && role.ok() && ver.ok() &&
            sql.format(
                "update clusters set updated_at=now(), hostname='%s', ipaddress='%s', "

@@ -28,7 +28,6 @@ class StoreWrites : public StoreTest {
  protected:
   void SetUp() override {
     StoreTest::SetUp();
-    qor::QorVersion = "4.2.0";
     qor::cnf.cldbname = "qor";
   }
   // Rows with ids 3, 4, ... of these host names in both databases, stamped long ago, each
@@ -85,7 +84,8 @@ TEST_F(StoreWrites, UpdateFormsChangeTheirColumns) {
                          .cpuloadavg = 1.236,
                          .cpuloadavgpp = 0.075,
                          .containers = 9,
-                         .cpuutil = 0.61};
+                         .cpuutil = 0.61,
+                         .qorver = "4.2.0"};
     qor::OwnRowWrites writes[qor::kDbCount];
     EXPECT_EQ(qor::UpdateClusterSql(qor::Db::kMaster, rec, c.withlastwrite, c.form, writes), 0);
     EXPECT_EQ(Sql("master", kCols), c.row + Seeded("other"))
