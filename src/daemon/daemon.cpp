@@ -154,10 +154,13 @@ int DaemonCycle(DaemonState& s) {
   FinishCycle(s.counters, plan);
   ++s.cycles;
   if (s.metricsDir) {
-    MetricsView v = CycleView(n, s.detector, ReadClocks(), MonotonicMicros() - start, s.cycles);
+    const Clocks now = ReadClocks();
+    MetricsView v = CycleView(n, s.detector, now, MonotonicMicros() - start, s.cycles);
+    if (s.startMill == 0) s.startMill = now.wallMill;
+    v.startMill = s.startMill;
     v.slowWorkMs = SlowPassRunningMs(s.slow, MonotonicMill());
     v.pull = s.slow.LastTemplatePull;
-    PublishMetrics(v, s.metricsDir);
+    PublishMetrics(v, s.metricsDir, s.metrics);
   }
   s.lastCycleUs = MonotonicMicros() - start;
   return 0;

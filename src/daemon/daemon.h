@@ -11,6 +11,7 @@
 #include "daemon/slow_pass.h"
 #include "membership/node_state.h"
 #include "membership/watch.h"
+#include "observe/prom_metrics.h"
 
 namespace qor {
 
@@ -25,6 +26,8 @@ struct DaemonState {
   int64_t prevIdle = 0;
   int64_t cycles = 0;       // cycles run so far
   int64_t lastCycleUs = 0;  // the last cycle's length, its metrics file included
+  int64_t startMill = 0;    // the wall clock at the end of the first cycle, for the metrics
+  MetricsFile metrics;      // the metrics file's last write
   // Where each cycle leaves its metrics file; nullptr: nowhere.
   const char* metricsDir = kNodeExporterDir;
 };

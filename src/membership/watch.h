@@ -1,7 +1,7 @@
 // The detector's memory across passes, owned by the daemon and handed to every pass of its
 // monitors: what they observed of every row, which outages and one-database writers they reported
-// already, and what one pass leaves the next to judge by. Helpers the two monitors share, each
-// working on the memory it is handed. Single-threaded.
+// already, what one pass leaves the next to judge by, and the take-over runs they started. Helpers
+// the two monitors share, each working on the memory it is handed. Single-threaded.
 #pragma once
 
 #include <cstdint>

@@ -126,9 +126,7 @@ void PerRow(std::string& out, const ShownRows& shown, const char* name, const ch
 }
 
 void RenderRows(const MetricsView& v, std::string& out) {
-  // Kept between writes only to keep its room: emptied here each time.
-  static ShownRows shown;
-  shown.count[0] = shown.count[1] = 0;
+  ShownRows shown;
   CollectRows(v, shown);
   Family(out, "qorclustd_rows", "gauge", "Rows of the clusters table by status, as last read.");
   for (int side = 0; side < 2; ++side) {
@@ -313,10 +311,7 @@ bool MetricsDue(const MetricsView& v, const MetricsPace& last) {
 
 MetricsView CycleView(const NodeState& n, const DetectorMemory& d, const Clocks& now,
                       int64_t cycleMicros, int64_t cycles) {
-  // The daemon's start, as the first view saw it.
-  static const int64_t startMill = GetQorTimeMill();
   MetricsView v;
-  v.startMill = startMill;
   v.role = ClustRole;
   v.version = n.Clust.qorver.c_str();
   v.address = CurrentSvr.c_str();
@@ -399,38 +394,34 @@ void RenderMetrics(const MetricsView& v, std::string& out) {
   if (v.role == kRoleSlave || v.role == kRoleMember) RenderPull(v, out);
 }
 
-void PublishMetrics(const MetricsView& v, const char* dir) {
-  // Between writes of the file, for this function only: its room for the text, which failures
-  // were logged already (once each until a write succeeds), and what the last write held.
-  static std::string text;
-  static bool openFailed = false, writeFailed = false, renameFailed = false;
-  static MetricsPace last;
-  if (!MetricsDue(v, last)) return;
+void PublishMetrics(const MetricsView& v, const char* dir, MetricsFile& file) {
+  if (!MetricsDue(v, file.last)) return;
+  std::string& text = file.text;
   text.clear();
   RenderMetrics(v, text);
   FixedText<512> tmp, path;
   if (!tmp.format("%s/qorclustd.prom.tmp", dir) || !path.format("%s/qorclustd.prom", dir)) return;
   int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
   if (fd < 0) {
-    if (errno != ENOENT) ReportOnce(openFailed, "open", tmp.c_str());
+    if (errno != ENOENT) ReportOnce(file.openFailed, "open", tmp.c_str());
     return;
   }
   bool written = WriteAll(fd, text);
-  if (!written) ReportOnce(writeFailed, "write", tmp.c_str());
+  if (!written) ReportOnce(file.writeFailed, "write", tmp.c_str());
   if (close(fd) != 0 && written) {
     written = false;
-    ReportOnce(writeFailed, "write", tmp.c_str());
+    ReportOnce(file.writeFailed, "write", tmp.c_str());
   }
   if (!written) {
     unlink(tmp.c_str());
     return;
   }
   if (rename(tmp.c_str(), path.c_str()) != 0) {
-    ReportOnce(renameFailed, "rename", path.c_str());
+    ReportOnce(file.renameFailed, "rename", path.c_str());
     unlink(tmp.c_str());
     return;
   }
-  last = {AlertDigest(v), v.nowMill};
+  file.last = {AlertDigest(v), v.nowMill};
 }
 
 void RemoveMetrics(const char* dir) {

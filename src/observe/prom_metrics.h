@@ -95,14 +95,22 @@ uint64_t AlertDigest(const MetricsView& v);
 bool MetricsDue(const MetricsView& v, const MetricsPace& last);
 
 // The view of this process at now, the end of a cycle that took cycleMicros, the cycles-th one;
-// n: the rows it read last; d: what its monitors observed.
+// n: the rows it read last; d: what its monitors observed. The daemon adds its start, its slow
+// pass and its last pull.
 MetricsView CycleView(const NodeState& n, const DetectorMemory& d, const Clocks& now,
                       int64_t cycleMicros, int64_t cycles);
 // Appends the view in the text format to out.
 void RenderMetrics(const MetricsView& v, std::string& out);
-// When MetricsDue, renders the view and replaces dir/qorclustd.prom with it; see the top of this
-// file.
-void PublishMetrics(const MetricsView& v, const char* dir);
+// What the daemon keeps between writes of the file: room for its text, the failures logged already
+// (once each until a write succeeds) and what the last write held.
+struct MetricsFile {
+  std::string text;
+  bool openFailed = false, writeFailed = false, renameFailed = false;
+  MetricsPace last;
+};
+// When MetricsDue after file's last write, renders the view and replaces dir/qorclustd.prom with
+// it; see the top of this file.
+void PublishMetrics(const MetricsView& v, const char* dir, MetricsFile& file);
 // Removes dir/qorclustd.prom at a deliberate stop: a file left behind would say the daemon runs.
 void RemoveMetrics(const char* dir);
 
