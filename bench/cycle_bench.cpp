@@ -41,7 +41,6 @@ int main(int argc, char** argv) {
   if (fd < 0 || write(fd, conf.data(), conf.size()) != static_cast<ssize_t>(conf.size())) return 1;
   close(fd);
   qor::Cnffile.set(path);
-  qor::InitCpusets();
   qor::GetQorconf();
   qor::CurrentSvr.set(argv[1]);
   qor::ConnectionPool = 5;

@@ -61,7 +61,6 @@ int main(int argc, char** argv) {
   std::chrono::steady_clock::time_point top;
   int cycles = argc > 1 ? std::max(1, std::atoi(argv[1])) : 100;
   // The daemon's start-up, as far as the cycle needs it.
-  qor::InitCpusets();
   qor::GetCpuinfo();
   char hostname[128] = {};
   gethostname(hostname, sizeof hostname - 1);

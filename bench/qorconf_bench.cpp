@@ -169,7 +169,6 @@ int main(int argc, char** argv) {
   close(fd);
 
   qor::Cnffile.set(path);
-  qor::InitCpusets();
   qor::Cpu.procs = 32;
   qor::Cpu.cores = 16;
   qor::GetQorconf();  // first read: lazily initialised library state is not counted

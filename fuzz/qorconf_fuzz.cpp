@@ -15,15 +15,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Cluster = 0;
   ClustRole = kRoleOther;
   CurrentSvr = "10.1.0.1";
-  InitCpusets();
-  Cpusetnum = 0;
   Cpu = CpuRecord{};
   Cpu.cores = 8;
   Cpu.procs = 16;
   Cnffile.set(file.Write(data, size));
   if (GetQorconf() != 0) std::abort();
   if (!(cnf.clustrate >= 0.0f && cnf.clustrate <= 1.0f)) std::abort();
-  if (Cpusetnum < 0 || Cpusetnum > kCpusetSlots) std::abort();
+  if (cnf.Cpusetnum < 0 || cnf.Cpusetnum > kCpusetSlots) std::abort();
   FixedText<128> clusterid, role;
   CheckClustConf(CurrentSvr.c_str(), clusterid, role);
   return 0;

@@ -305,7 +305,6 @@ int QorMain(int argc, char** argv) {
     return ShowQorVersion();
   }
 
-  InitCpusets();
   const int64_t startMill = GetQorTimeMill();
   GetCpuinfo();
   char hostname[128] = {};

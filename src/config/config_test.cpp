@@ -38,8 +38,6 @@ class Config : public testing::Test {
     cnf = Cnf{};
     Cluster = 0;
     ClustRole = kRoleOther;
-    InitCpusets();
-    Cpusetnum = 0;
     Cpu = CpuRecord{};
     Cpu.cores = cores;
     Cpu.procs = procs;
@@ -112,7 +110,7 @@ TEST_F(Config, LimitsAndProcessorSetsDeriveFromTheCores) {
   for (const auto& c : cases) {
     ASSERT_EQ(Read(c.file, c.cores, c.procs), 0);
     EXPECT_EQ(std::tuple(cnf.maxlimit, cnf.maxlimitlo, cnf.maxlimithi, Cpu.cores,
-                         std::string(Cpusets[0].c_str()), std::string(Cpusets[1].c_str())),
+                         std::string(cnf.Cpusets[0].c_str()), std::string(cnf.Cpusets[1].c_str())),
               std::tuple(c.maxlimit, c.lo, c.hi, c.cores_after, c.set0, c.set1))
         << c.file;
   }

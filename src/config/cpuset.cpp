@@ -10,13 +10,6 @@
 
 namespace qor {
 
-CpusetText Cpusets[kCpusetSlots];
-int Cpusetnum = 0;
-
-void InitCpusets() {
-  for (int i = 0; i < kCpusetSlots; ++i) Cpusets[i].clear();
-}
-
 namespace {
 
 bool IsDigit(char c) {

@@ -1,6 +1,5 @@
 // Processor sets: turns the configured qor_cpuset text into the list of sets and, for range
 // texts, the processor count that replaces the detected core count.
-// InitCpusets must run once before the first configuration read.
 #pragma once
 
 #include <climits>
@@ -11,14 +10,6 @@ namespace qor {
 
 constexpr int kCpusetSlots = 12;
 using CpusetText = FixedText<128>;
-
-// The processor sets in order; unused slots hold the empty text. Process-wide: emptied at
-// start-up, written by the configuration reader from qor_cpuset, read by its trace.
-extern CpusetText Cpusets[kCpusetSlots];
-// Number of sets in use (0: no restriction). Written and read as Cpusets.
-extern int Cpusetnum;
-
-void InitCpusets();
 
 // 0 when sets was understood, 1 when it is empty or malformed. proccount: logical processors.
 int GetCpuset(CpusetText* cpusets, const char* sets, int* cpusetnum, int proccount);

@@ -258,7 +258,7 @@ void ApplyKey(const Key& k, const char* value) {
       break;
     case Rule::kCpuset:
       SetTextOr(cnf.cpuset, value, k.dflt);
-      GetCpuset(Cpusets, cnf.cpuset.c_str(), &Cpusetnum, Cpu.procs);
+      GetCpuset(cnf.Cpusets, cnf.cpuset.c_str(), &cnf.Cpusetnum, Cpu.procs);
       break;
     case Rule::kFloatIfSet:
       if (*value != '\0') cnf.*k.real = static_cast<float>(std::atof(value));
@@ -322,8 +322,8 @@ int GetQorconf() {
   CnfCore();
   DeriveLimits();
   Trace("_xgetqorconf(1): %d parameters are read\n", count);
-  Trace("_xgetqorconf(1): cpusets[%d]=%s cnf.cpuset=%s cpusetnum=%d\n", 0, Cpusets[0].c_str(),
-        cnf.cpuset.c_str(), Cpusetnum);
+  Trace("_xgetqorconf(1): cpusets[%d]=%s cnf.cpuset=%s cpusetnum=%d\n", 0, cnf.Cpusets[0].c_str(),
+        cnf.cpuset.c_str(), cnf.Cpusetnum);
   Trace("_xgetqorconf(2): [end] cores=%d maxlimit=%d maxlimitlo=%d maxlimithi=%d limitend=%.1f\n",
         Cpu.cores, cnf.maxlimit, cnf.maxlimitlo, cnf.maxlimithi, static_cast<double>(cnf.limitend));
   return 0;

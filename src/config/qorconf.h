@@ -5,6 +5,7 @@
 #pragma once
 
 #include "base/fixed_text.h"
+#include "config/cpuset.h"
 
 namespace qor {
 
@@ -72,6 +73,10 @@ struct Cnf {
   CnfText usr_csvdir, usr_histsize;
   CnfText lumo_brapp, lumo_foldersel, lumo_brborder, lumo_apitimeout, lumo_ffmode, lumo_msdisable;
   float maxloadpp = 1000.0f;  // load per processor reported for a full server
+  // The processor sets qor_cpuset names, in order (unused slots empty), and how many are in use
+  // (0: no restriction).
+  CpusetText Cpusets[kCpusetSlots];
+  int Cpusetnum = 0;
 };
 
 // The configuration: process-wide, since every part of the program reads it and the file is its

@@ -112,8 +112,8 @@ int getcpuprocs(int* procs) {
 
 namespace {
 
-// The lines the facts in Cpu were taken from; empty before the first time. Written and read by
-// GetCpuinfo's trace.
+// The lines the facts in Cpu were taken from; empty before the first time. Written by GetCpuinfo
+// and RefreshCpuinfo, read by RefreshCpuinfo to run the pipelines again only on a change.
 std::string source;
 
 void TraceFacts() {
