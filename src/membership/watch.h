@@ -41,6 +41,7 @@ struct DetectorMemory {
   // The take-over script's runs this watcher started, waits for or holds (membership/nodedown.h).
   TakeoverQueue takeovers{kQordownCommand};
 };
+
 // Reads db's rows for a monitor: the read, then this watcher's own heartbeat write there in this
 // cycle. When either failed, nothing of db is judged in this pass: its silence stops counting,
 // and a failed write is reported once per outage. True when db's rows may be judged.
