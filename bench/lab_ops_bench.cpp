@@ -11,7 +11,6 @@
 //        lab_ops_bench DIR explain [SERVERS] [RUNS]   (64, 10; members niced, as lab.sh does)
 // Needs root; DIR is emptied. Run by bench/operations.sh (which names the checkout in
 // QOR_SOURCE_DIR).
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
