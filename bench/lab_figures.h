@@ -4,7 +4,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -48,6 +52,21 @@ inline bool UpWithDaemons(qorlab::Lab& lab, const char* program) {
   }
   std::printf("lab up and daemons started in %.1f s\n", Since(t0));
   return true;
+}
+
+// files files of size bytes in all under the master's qortemplates/name, random bytes each,
+// a hundred to a folder.
+inline void MakeTree(qorlab::Lab& lab, const std::string& name, int files, int64_t size) {
+  std::mt19937_64 rnd(42);
+  std::string root = lab.Host(0).dir() + "/qor/qortemplates/" + name;
+  std::vector<char> buf(static_cast<size_t>(size / files));
+  for (int f = 0; f < files; ++f) {
+    std::string dir = root + "/d" + std::to_string(f / 100);
+    std::filesystem::create_directories(dir);
+    for (char& c : buf) c = static_cast<char>(rnd());
+    std::ofstream(dir + "/f" + std::to_string(f) + ".tpl", std::ios::binary)
+        .write(buf.data(), static_cast<std::streamsize>(buf.size()));
+  }
 }
 
 }  // namespace labfigures

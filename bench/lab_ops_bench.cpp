@@ -11,14 +11,12 @@
 //        lab_ops_bench DIR explain [SERVERS] [RUNS]   (64, 10; members niced, as lab.sh does)
 // Needs root; DIR is emptied. Run by bench/operations.sh (which names the checkout in
 // QOR_SOURCE_DIR).
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -97,10 +95,12 @@ std::string AlertsFired(const std::string& root, const std::string& dir,
   std::ifstream rules(root + "/packaging/qorclustd-alerts.yml");
   std::string line;
   std::vector<std::string> names;
-  std::regex alert("^ *- alert: (\\w+)");
-  std::smatch m;
+  const std::string alert = "- alert: ";
   while (std::getline(rules, line)) {
-    if (std::regex_search(line, m, alert)) names.push_back(m[1]);
+    size_t at = line.find(alert);
+    if (at != std::string::npos && line.find_first_not_of(' ') == at) {
+      names.push_back(line.substr(at + alert.size()));
+    }
   }
   std::string file = dir + "/alerts_run.yml";
   std::ofstream out(file);
@@ -116,7 +116,8 @@ std::string AlertsFired(const std::string& root, const std::string& dir,
       seen = seen || !x.empty();
       v += (v.empty() ? "" : " ") + (!x.empty() ? x : seen ? "stale" : "_");
     }
-    std::string quoted = std::regex_replace(s, std::regex("'"), "''");
+    std::string quoted;
+    for (char c : s) quoted += c == '\'' ? std::string("''") : std::string(1, c);
     out << "      - {series: '" << quoted << "', values: '" << v << "'}\n";
   }
   out << "    alert_rule_test:\n";

@@ -88,20 +88,6 @@ double LoadAverage() {
   return one;
 }
 
-void MakeTree(Lab& lab, int64_t size) {
-  const int files = 2000;
-  std::mt19937_64 rnd(42);
-  std::string root = lab.Host(kMaster).dir() + "/qor/qortemplates/wave";
-  std::vector<char> buf(static_cast<size_t>(size / files));
-  for (int f = 0; f < files; ++f) {
-    std::string dir = root + "/d" + std::to_string(f / 100);
-    std::filesystem::create_directories(dir);
-    for (char& c : buf) c = static_cast<char>(rnd());
-    std::ofstream(dir + "/f" + std::to_string(f) + ".tpl", std::ios::binary)
-        .write(buf.data(), static_cast<std::streamsize>(buf.size()));
-  }
-}
-
 int OldestRow(const Lab& lab) {
   int oldest = 0;
   for (int db : {kMaster, kSlave}) {
@@ -144,7 +130,7 @@ int main(int argc, char** argv) {
   qorlab::WaitFor(60, [&] {
     return lab.Sql(kMaster, "select count(*) from clusters where tpl_syncstate <> 100;") == "0\n";
   });
-  MakeTree(lab, size);
+  labfigures::MakeTree(lab, "wave", 2000, size);
   std::printf("%d servers, template tree of 2000 files, %lld bytes; %ld processors\n", servers,
               static_cast<long long>(size), sysconf(_SC_NPROCESSORS_ONLN));
   // The master's slow work falls due about 300 s after its start: the mark comes a little before.

@@ -84,20 +84,6 @@ std::map<std::string, Latency> MarkRuns(const Lab& lab, int runs) {
   return out;
 }
 
-// files files of size bytes in all under the master's qortemplates/bench, random bytes each.
-void MakeTree(Lab& lab, int files, int64_t size) {
-  std::mt19937_64 rnd(42);
-  std::string root = lab.Host(kMaster).dir() + "/qor/qortemplates/bench";
-  std::vector<char> buf(static_cast<size_t>(size / files));
-  for (int f = 0; f < files; ++f) {
-    std::string dir = root + "/d" + std::to_string(f / 100);
-    std::filesystem::create_directories(dir);
-    for (char& c : buf) c = static_cast<char>(rnd());
-    std::ofstream(dir + "/f" + std::to_string(f) + ".tpl", std::ios::binary)
-        .write(buf.data(), static_cast<std::streamsize>(buf.size()));
-  }
-}
-
 double TimedSync(Lab& lab) {
   Clock::time_point t0 = Clock::now();
   qorlab::RunResult r = lab.Run(kMember1, {"-synctpl"}, 600);
@@ -126,7 +112,7 @@ int main(int argc, char** argv) {
     Report("  the monitor's mark of its row (300) -> 100", l.fromMonitor);
   }
 
-  MakeTree(lab, files, size);
+  labfigures::MakeTree(lab, "bench", files, size);
   std::printf("template tree: %d files, %lld bytes\n", files, static_cast<long long>(size));
   std::printf("-synctpl on %s, first pull of the whole tree: %.2f s\n",
               lab.Info(kMember1).name.c_str(), TimedSync(lab));

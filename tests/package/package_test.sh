@@ -20,11 +20,15 @@ depends=$(dpkg-deb -f "$deb" Depends | tr ',' '\n' | sed 's/(.*//; s/ //g' | sor
 want="iproute2 iputils-ping libc6 libgcc-s1 libmariadb3 libstdc++6 libsystemd0 libzdb11 openssh-client procps rsync"
 [ "$depends" = "$want" ] || { echo "Depends: $depends (want $want)"; exit 1; }
 
-unshare -m --propagation private bash -s "$work" "$deb" "$work/prev.deb" <<'ROOT'
+# The part run in a mount namespace of its own is a file, not bash's standard input: a command
+# there that reads its input (dpkg, systemctl, nsenter pass it on) would eat the rest of the
+# script, and the script would end early without a word.
+cat >"$work/in_container.sh" <<'ROOT'
 set -euo pipefail
 fail() { echo "$*"; exit 1; }
-# A step that fails without its own message names itself.
+# A step that fails without its own message names itself, and so does a signal that ends it.
 trap 'echo "failed at line $LINENO: $BASH_COMMAND"' ERR
+for sig in HUP INT PIPE TERM; do trap "echo \"ended by SIG$sig at line \$LINENO\"; exit 1" $sig; done
 mkdir -p "$1/o"
 mount -t tmpfs tmpfs "$1/o"
 mkdir "$1/o/upper" "$1/o/work" "$1/o/root"
@@ -129,3 +133,4 @@ inside dpkg -P qorclustd >/dev/null
 inside test ! -e /var/lib/qorclustd -a ! -e $prom || fail "state or metrics left after dpkg -P"
 echo "installed, upgraded, stopped, removed and purged in $SECONDS s"
 ROOT
+unshare -m --propagation private bash "$work/in_container.sh" "$work" "$deb" "$work/prev.deb" </dev/null
