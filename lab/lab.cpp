@@ -74,12 +74,6 @@ pid_t StartNetHolder() {
   return pid;
 }
 
-std::string NsLink(pid_t pid, const char* kind) {
-  std::error_code ec;
-  fs::path p = fs::read_symlink("/proc/" + std::to_string(pid) + "/ns/" + kind, ec);
-  return ec ? "" : p.string();
-}
-
 }  // namespace
 
 Lab::Lab(LabOptions opts) : opts_(std::move(opts)) {}
@@ -160,13 +154,6 @@ std::string Lab::MakeHosts() {
     fs::create_directories(o.dir + "/state", ec);
     hosts_.push_back(std::make_unique<NsHost>(o));
     if (!hosts_.back()->ok()) return "cannot make host " + h.name;
-  }
-  for (pid_t pid : Holders()) {
-    for (const char* kind : {"net", "mnt", "pid", "uts"}) {
-      std::string ns = NsLink(pid, kind);
-      // The bridge holder shares every namespace but the network with this process.
-      if (!ns.empty() && (pid != bridge_ || std::string(kind) == "net")) namespaces_.push_back(ns);
-    }
   }
   return "";
 }
@@ -342,7 +329,6 @@ void Lab::Down() {
     waitpid(bridge_, nullptr, 0);
   }
   bridge_ = -1;
-  namespaces_.clear();
   for (const auto& entry : fs::directory_iterator(opts_.dir, ec)) {
     if (!opts_.keep_logs || entry.path().filename() != "logs") fs::remove_all(entry.path(), ec);
   }
@@ -397,7 +383,7 @@ RunResult Lab::StartDaemon(int i, bool fast) {
   fs::copy_file(QOR_LAB_FAST_SLEEP, Host(i).dir() + "/qor/qorbin/lab-fast-sleep.so",
                 fs::copy_options::overwrite_existing, ec);
   // The loader only warns about a preload it cannot find: the daemon would run at full pace.
-  if (ec) return RunResult{1, "", "cannot copy the fast-pace library: " + ec.message(), {}, {}};
+  if (ec) return RunResult{1, "", "cannot copy the fast-pace library: " + ec.message(), {}};
   // A sanitizer's runtime wants to be loaded first; the preloaded library comes before it.
   return Host(i).Enter(
       {"/usr/bin/env", "LD_PRELOAD=/var/www/html/qor/qorbin/lab-fast-sleep.so",
@@ -413,7 +399,7 @@ RunResult Lab::StartDaemonWithClock(int i, const std::string& offset) {
   SetClock(i, offset);
   // Debian keeps the library under the architecture's directory.
   RunResult lib = Shell(i, "find /usr/lib -name libfaketime.so.1 | head -n 1");
-  if (lib.status != 0 || lib.out.empty()) return RunResult{1, "", "libfaketime not found", {}, {}};
+  if (lib.status != 0 || lib.out.empty()) return RunResult{1, "", "libfaketime not found", {}};
   lib.out.pop_back();
   return Host(i).Enter(
       {"/usr/bin/env", "LD_PRELOAD=" + lib.out,

@@ -149,8 +149,6 @@ class Lab {
 
   // Process ids of the lab's namespace holders: the bridge's first, then the hosts'.
   std::vector<pid_t> Holders() const;
-  // The namespace files (/proc/PID/ns/...) the lab made, as "net:[inode]" texts.
-  const std::vector<std::string>& Namespaces() const { return namespaces_; }
 
  private:
   std::string MakeHosts();
@@ -165,7 +163,6 @@ class Lab {
   std::vector<LabHost> info_;
   std::vector<std::unique_ptr<NsHost>> hosts_;
   pid_t bridge_ = -1;
-  std::vector<std::string> namespaces_;
 };
 
 }  // namespace qorlab

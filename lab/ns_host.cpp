@@ -124,12 +124,8 @@ RunResult NsHost::Enter(const std::vector<std::string>& argv, const RunOptions& 
   std::vector<std::string> full = EnterPrefix();
   full.insert(full.end(), argv.begin(), argv.end());
   RunResult r = RunProgram(full, opts);
-  r.syslog_raw.clear();
-  std::vector<std::string> raw;
-  log_->Take(&r.syslog, &raw);
+  log_->Take(&r.syslog);
   lines_.insert(lines_.end(), r.syslog.begin(), r.syslog.end());
-  raw_.insert(raw_.end(), raw.begin(), raw.end());
-  r.syslog_raw = raw;
   return r;
 }
 
@@ -150,25 +146,18 @@ const std::vector<std::string>& NsHost::Syslog() {
   return lines_;
 }
 
-const std::vector<std::string>& NsHost::SyslogRaw() {
-  Collect();
-  return raw_;
-}
-
 void NsHost::Collect() {
   if (opts_.syslog_file.empty()) {
-    log_->Take(&lines_, &raw_);
+    log_->Take(&lines_);
     return;
   }
   lines_.clear();
-  raw_.clear();
   std::ifstream in(opts_.syslog_file);
   std::string line;
   while (std::getline(in, line)) {
     // Each line is "date time.ms " and the datagram.
     size_t sp = line.find(' ', line.find(' ') + 1);
-    raw_.push_back(sp == std::string::npos ? line : line.substr(sp + 1));
-    lines_.push_back(SyslogText(raw_.back()));
+    lines_.push_back(SyslogText(sp == std::string::npos ? line : line.substr(sp + 1)));
   }
 }
 

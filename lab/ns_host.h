@@ -23,7 +23,6 @@ struct RunResult {
   std::string out;
   std::string err;
   std::vector<std::string> syslog;  // message texts, without the priority/date/identity head
-  std::vector<std::string> syslog_raw;
 };
 
 struct RunOptions {
@@ -74,9 +73,8 @@ class NsHost {
   RunResult Run(const std::vector<std::string>& args, const RunOptions& opts = {});
   // A shell command inside the host.
   RunResult Shell(const std::string& command, int timeout_sec = 30);
-  // Every syslog line the host's programs wrote so far (message texts, and raw datagrams).
+  // Every syslog line the host's programs wrote so far (message texts).
   const std::vector<std::string>& Syslog();
-  const std::vector<std::string>& SyslogRaw();
 
   // Any program inside the host.
   RunResult Enter(const std::vector<std::string>& argv, const RunOptions& opts);
@@ -90,7 +88,7 @@ class NsHost {
   std::unique_ptr<TempDir> tmp_;
   std::string dir_;
   std::unique_ptr<SyslogCatcher> log_;
-  std::vector<std::string> lines_, raw_;
+  std::vector<std::string> lines_;
   pid_t holder_ = -1;
 };
 

@@ -123,7 +123,7 @@ void SyslogCatcher::Keep(const char* msg, size_t n) {
   (void)w;
 }
 
-void SyslogCatcher::Take(std::vector<std::string>* texts, std::vector<std::string>* raw) {
+void SyslogCatcher::Take(std::vector<std::string>* texts) {
   if (fd_ < 0) return;
   // Also with a drainer: what the caller logged just before may still wait in the socket.
   Drain(false);
@@ -132,10 +132,7 @@ void SyslogCatcher::Take(std::vector<std::string>* texts, std::vector<std::strin
     std::lock_guard<std::mutex> lock(mu_);
     got.swap(got_);
   }
-  for (std::string& r : got) {
-    if (texts) texts->push_back(SyslogText(r));
-    if (raw) raw->push_back(std::move(r));
-  }
+  for (const std::string& r : got) texts->push_back(SyslogText(r));
 }
 
 std::vector<std::string> SyslogCatcher::Take() {

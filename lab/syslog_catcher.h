@@ -31,8 +31,8 @@ class SyslogCatcher {
   // has made its namespaces (a second thread forbids that).
   void StartDraining();
   const std::string& path() const { return path_; }
-  // Everything received so far: message texts (after "ident[pid]: ") and the raw datagrams.
-  void Take(std::vector<std::string>* texts, std::vector<std::string>* raw = nullptr);
+  // Everything received so far: message texts (after "ident[pid]: ").
+  void Take(std::vector<std::string>* texts);
   std::vector<std::string> Take();
 
  private:
