@@ -186,8 +186,9 @@ int Maintenance(Lab& lab, const std::string& root, int seconds) {
   bool marked = false;
   for (const Scrape& s : scrapes) {
     for (const auto& [series, v] : s) {
-      marked = marked || (series.rfind("qorclustd_row_status{", 0) == 0 &&
-                          series.find("hostname=\"" + name + "\"") != std::string::npos && v >= 200);
+      marked =
+          marked || (series.rfind("qorclustd_row_status{", 0) == 0 &&
+                     series.find("hostname=\"" + name + "\"") != std::string::npos && v >= 200);
     }
   }
   std::printf("%s marked for maintenance and stopped for %d s:\n", name.c_str(), seconds);
@@ -196,8 +197,9 @@ int Maintenance(Lab& lab, const std::string& root, int seconds) {
   std::printf("  take-overs in the cluster: %d\n", qorlab::ClusterTakeovers(lab) - takeoversBefore);
   std::printf("  back to 100 in both databases %.1f s after its start\n", back);
   std::string fired = AlertsFired(root, lab.dir(), scrapes, "");
-  std::printf("  alerts firing over %zu scrapes (%d s apart, the package's rules by promtool): %s\n",
-              scrapes.size(), kScrapeSeconds, fired.empty() ? "none" : "");
+  std::printf(
+      "  alerts firing over %zu scrapes (%d s apart, the package's rules by promtool): %s\n",
+      scrapes.size(), kScrapeSeconds, fired.empty() ? "none" : "");
   if (!fired.empty()) std::printf("%s", fired.c_str());
   // The same series without the mark's: what the mark spared.
   fired = AlertsFired(root, lab.dir(), scrapes, "qorclustd_maintenance");
@@ -213,8 +215,9 @@ int Explain(Lab& lab, int runs) {
   }
   std::this_thread::sleep_for(std::chrono::seconds(20));
   for (int db : {kMaster, kSlave}) {
-    lab.Sql(db, "truncate mysql.general_log; set global log_output='TABLE'; "
-                "set global general_log=1;");
+    lab.Sql(db,
+            "truncate mysql.general_log; set global log_output='TABLE'; "
+            "set global general_log=1;");
   }
   std::string since = lab.Sql(kMaster, "select now(6);");
   since.pop_back();
@@ -238,13 +241,15 @@ int Explain(Lab& lab, int runs) {
     lab.Sql(db, "set global general_log=0;");
     std::string threads =
         "select thread_id from mysql.general_log where command_type='Connect' and "
-        "user_host like '" + from + "' and event_time between '" + since + "' and '" + until + "'";
+        "user_host like '" +
+        from + "' and event_time between '" + since + "' and '" + until + "'";
     std::string counts = lab.Sql(
-        db, "select count(distinct thread_id), count(*), coalesce(sum(argument regexp "
-            "'^[[:space:]]*(insert|update|delete|replace|create|alter|drop|truncate|lock|grant)'"
-            "), 0) from mysql.general_log where command_type in ('Query', 'Execute') and "
-            "thread_id in (" +
-                threads + ");");
+        db,
+        "select count(distinct thread_id), count(*), coalesce(sum(argument regexp "
+        "'^[[:space:]]*(insert|update|delete|replace|create|alter|drop|truncate|lock|grant)'"
+        "), 0) from mysql.general_log where command_type in ('Query', 'Execute') and "
+        "thread_id in (" +
+            threads + ");");
     std::istringstream in(counts);
     long connections = 0, statements = 0, writes = 0;
     in >> connections >> statements >> writes;

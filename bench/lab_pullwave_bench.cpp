@@ -158,9 +158,10 @@ int main(int argc, char** argv) {
     } else if (masterPassSeen >= 0 && masterPassEnd < 0) {
       masterPassEnd = at;
     }
-    std::istringstream rows(lab.Sql(
-        kMaster, "select hostname, unix_timestamp(updated_at), tpl_syncstate, tpl_syncmill "
-                 "from clusters;"));
+    std::istringstream rows(
+        lab.Sql(kMaster,
+                "select hostname, unix_timestamp(updated_at), tpl_syncstate, tpl_syncmill "
+                "from clusters;"));
     std::string name, stamp;
     int state;
     int64_t syncmill;

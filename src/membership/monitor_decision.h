@@ -49,17 +49,17 @@ bool TemplateMarkDue(const ClustRecord& row, int64_t masterTplUpdateMill);
 // --- The pass's guard and brake, from every row this watcher judges in the pass.
 
 struct GuardRow {
-  bool everWriting = false;   // seen writing since this watcher started
-  bool writing = false;       // seen writing within kWritingMs
-  bool silent = false;        // silent past kSilentMs in the judged database
-  bool justSilent = false;    // went silent within the last kSilentMs, taken over or not
-  int status = 0;             // as read
+  bool everWriting = false;  // seen writing since this watcher started
+  bool writing = false;      // seen writing within kWritingMs
+  bool silent = false;       // silent past kSilentMs in the judged database
+  bool justSilent = false;   // went silent within the last kSilentMs, taken over or not
+  int status = 0;            // as read
 };
 
 struct PassGuard {
-  int others = 0;      // servers that were writing: active rows once seen changing
-  int writing = 0;     // of those, still writing
-  int silent = 0;      // of those, silent now
+  int others = 0;       // servers that were writing: active rows once seen changing
+  int writing = 0;      // of those, still writing
+  int silent = 0;       // of those, silent now
   bool cutOff = false;  // nobody writing and the peer silent: this watcher is the one cut off
   bool brake = false;   // more than half of them silent at once
 };
@@ -71,11 +71,11 @@ PassGuard GuardOf(const std::vector<GuardRow>& rows, PeerAnswers peerAnswers);
 // --- The verdict.
 
 enum class Takeover {
-  kNone,      // nothing to take over (fresh, or not active when found silent)
-  kRun,       // run the take-over now
-  kHold,      // hold it: cut off, or a mass silence the peer cannot confirm yet
-  kPeerDone,  // the other watcher took it over already: its status only
-  kOneDb,     // it still writes into another database: reported, not taken over
+  kNone,         // nothing to take over (fresh, or not active when found silent)
+  kRun,          // run the take-over now
+  kHold,         // hold it: cut off, or a mass silence the peer cannot confirm yet
+  kPeerDone,     // the other watcher took it over already: its status only
+  kOneDb,        // it still writes into another database: reported, not taken over
   kMaintenance,  // marked for maintenance: its status as the rules say, no take-over
 };
 
@@ -168,8 +168,8 @@ RowVerdict Judge(const RowSeen& seen, const PassGuard& guard, bool someoneWritin
   v.logDetected = true;
   v.write = v.decided.changed;
   if (!v.decided.takeover) return v;
-  bool peerDone = seen.member && (seen.otherStatus == kStatusInactive ||
-                                  seen.otherStatus == kStatusOld);
+  bool peerDone =
+      seen.member && (seen.otherStatus == kStatusInactive || seen.otherStatus == kStatusOld);
   bool confirmed = seen.otherSilentMs > kSilentMs;
   bool released = someoneWriting && seen.rawSilentMs >= kBrakeReleaseMs;
   if (peerDone) {

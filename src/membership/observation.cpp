@@ -4,8 +4,7 @@
 
 namespace qor {
 
-void Observations::Read(Db db, ClustRecord* const* rows, int count, int64_t nowMs,
-                        bool complete) {
+void Observations::Read(Db db, ClustRecord* const* rows, int count, int64_t nowMs, bool complete) {
   std::map<std::string, RowWatch>& seen = rows_[Index(db)];
   std::map<std::string, RowWatch> kept;
   for (int i = 0; i < count; ++i) {

@@ -22,14 +22,14 @@ constexpr int64_t kSilentMs = kSilentSeconds * 1000;
 constexpr int64_t kWritingMs = 6000;
 
 struct RowWatch {
-  int64_t updatedAt = 0;     // the row's updated_at as last read
-  int status = 0;            // its status as last read
-  int64_t observedMs = 0;    // monotonic time of the last read that held the row
-  int64_t silentMs = 0;      // observed silence at observedMs
-  int64_t changedMs = -1;    // when a change by the server was last seen; -1: never
+  int64_t updatedAt = 0;       // the row's updated_at as last read
+  int status = 0;              // its status as last read
+  int64_t observedMs = 0;      // monotonic time of the last read that held the row
+  int64_t silentMs = 0;        // observed silence at observedMs
+  int64_t changedMs = -1;      // when a change by the server was last seen; -1: never
   int64_t silentSinceMs = -1;  // when silentMs last crossed kSilentMs; -1 while not silent
-  int64_t judgedMs = -1;     // when this watcher last wrote a status into the row
-  int64_t ownStampMs = -1;   // when this watcher last wrote the row; -1: not since the last read
+  int64_t judgedMs = -1;       // when this watcher last wrote a status into the row
+  int64_t ownStampMs = -1;     // when this watcher last wrote the row; -1: not since the last read
 };
 
 class Observations {
@@ -42,8 +42,9 @@ class Observations {
   void Unreadable(Db db, int64_t nowMs);
   // This watcher wrote host's row in db (a status, a template mark): a change seen by the next
   // read, if that read comes within kWritingMs, is its own stamp, never the server writing; a
-  // read much later may see the server's own writes since, and takes them as such. status: a status write, which also restarts the
-  // row's judgement (a silent row is judged again 15 s later, not every pass); 0 for a mark.
+  // read much later may see the server's own writes since, and takes them as such. status: a status
+  // write, which also restarts the row's judgement (a silent row is judged again 15 s later, not
+  // every pass); 0 for a mark.
   void Wrote(Db db, const char* host, int64_t nowMs, int status);
 
   const RowWatch* Find(Db db, const char* host) const;

@@ -113,8 +113,9 @@ void TakeoverQueue::UseRecord(const char* path, int64_t nowMs) {
       waiting_.push_back(run);
     } else if (r.state == "running" && run.processStart != 0 &&
                ProcessStartTicks(run.shell.pid) == run.processStart && !running_) {
-      LogNotice("qordown.sh for %s(%s) started by the previous daemon still runs pid=%d: waited for",
-                host, ip, run.shell.pid);
+      LogNotice(
+          "qordown.sh for %s(%s) started by the previous daemon still runs pid=%d: waited for",
+          host, ip, run.shell.pid);
       run.adopted = true;
       run.startedMs = run.reportedMs = nowMs;
       running_ = run;
@@ -174,9 +175,8 @@ bool TakeoverQueue::Hold(const char* hostname, const char* ipaddress, int64_t no
 }
 
 bool TakeoverQueue::HoldsForMaintenance(const char* hostname) const {
-  return std::any_of(held_.begin(), held_.end(), [&](const TakeoverRun& r) {
-    return r.maintenance && Named(r, hostname);
-  });
+  return std::any_of(held_.begin(), held_.end(),
+                     [&](const TakeoverRun& r) { return r.maintenance && Named(r, hostname); });
 }
 
 void TakeoverQueue::Drop(const char* hostname) {
@@ -225,7 +225,8 @@ std::optional<TakeoverRun> TakeoverQueue::Advance(int64_t nowMs) {
     }
     if (r.status != kShellRunning) {
       r.endedMs = nowMs;
-      if (!r.adopted) ++(r.status >= 0 && r.status <= 255 ? tally_.endedWith[r.status] : tally_.killed);
+      if (!r.adopted)
+        ++(r.status >= 0 && r.status <= 255 ? tally_.endedWith[r.status] : tally_.killed);
       LogEnd(r);
       ended = r;
       running_.reset();

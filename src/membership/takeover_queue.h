@@ -32,9 +32,9 @@ struct TakeoverRun {
   ClustText hostname, ipaddress;  // the server found down
   int64_t queuedMs = 0, startedMs = 0, reportedMs = 0, endedMs = 0;
   BackgroundShell shell;
-  int64_t processStart = 0;  // the shell's start in /proc's clock ticks, to know it again
-  bool adopted = false;      // started by a predecessor: its end is seen, its status is not
-  bool maintenance = false;  // held: its server is marked for maintenance
+  int64_t processStart = 0;    // the shell's start in /proc's clock ticks, to know it again
+  bool adopted = false;        // started by a predecessor: its end is seen, its status is not
+  bool maintenance = false;    // held: its server is marked for maintenance
   int status = kShellRunning;  // once ended: the exit status, or kShellNoStatus
 };
 

@@ -108,8 +108,8 @@ TEST_F(LabDetector, DeadMembersAreFoundOnceAndLiveOnesNever) {
   double silent = std::stod(explained.substr(explained.find("silent ", at) + 7));
   EXPECT_TRUE(silent >= 5 && silent <= 12) << explained;
   EXPECT_GT(FoundAfter(kMember2, kMaster, death, 30), 0);
-  EXPECT_TRUE(WaitFor(5, [&] { return Logged(lab_, kMaster, "monitoronmaster(10) take-over of " +
-                                                              m2.name); }));
+  EXPECT_TRUE(WaitFor(
+      5, [&] { return Logged(lab_, kMaster, "monitoronmaster(10) take-over of " + m2.name); }));
   EXPECT_TRUE(Started(kMaster, 1)) << "no take-over of a server marked for maintenance";
   ASSERT_TRUE(Revive(kMember2));
   EXPECT_EQ(lab_.Run(kMaster, {"-maintenance", m2.name, "off"}).status, 0);

@@ -1,9 +1,9 @@
 // A running cluster when a member dies and the take-over script takes 40 s: the master's heartbeat
 // goes on beside it, and a daemon restarted meanwhile neither starts a second script nor loses
-// the one queued behind. Then the master goes silent: its link pulled, after which the slave watches
-// alone and finds its own database behind (members that die meanwhile are the detector test's).
-// Seen as the platform sees it: the rows of both databases, the detection lines and the runs of the
-// take-over script (where the containers go is the store suite's).
+// the one queued behind. Then the master goes silent: its link pulled, after which the slave
+// watches alone and finds its own database behind (members that die meanwhile are the detector
+// test's). Seen as the platform sees it: the rows of both databases, the detection lines and the
+// runs of the take-over script (where the containers go is the store suite's).
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -32,8 +32,8 @@ TEST_F(LabFailover, LongTakeoverAndThenSlaveTakesOverFromAMasterCutOff) {
   ASSERT_TRUE(WaitFor(25, [&] { return Logged(lab_, kMaster, "qordown.sh for " + m2.name); }));
   ASSERT_EQ(lab_.Run(kMaster, {"-stop"}).status, 0);
   ASSERT_EQ(lab_.StartDaemon(kMaster, false).status, 0);
-  const std::string ended = "qordown.sh for " + m1.name + "(" + m1.address +
-                            ") started by the previous daemon ended";
+  const std::string ended =
+      "qordown.sh for " + m1.name + "(" + m1.address + ") started by the previous daemon ended";
   for (int i = 0; i < 200 && !Logged(lab_, kMaster, ended); ++i) {
     for (int db : {kMaster, kSlave}) {
       ClusterRow r = RowOf(lab_, db, master.name);

@@ -56,8 +56,7 @@ TEST_F(LabPartition, ServersCutOffTakeNobodyOverAndCatchUp) {
           << m << " stopped writing " << lab_.Info(peer).name << "'s database";
     }
     const std::string alone =
-        std::string(cut == kMaster ? "monitoronmaster(4)" : "monitoronslave(9)") +
-        " all ";
+        std::string(cut == kMaster ? "monitoronmaster(4)" : "monitoronslave(9)") + " all ";
     EXPECT_TRUE(WaitFor(45, [&] { return Logged(lab_, cut, alone); }))
         << h.name << " did not see itself cut off";
     EXPECT_THAT(lab_.Run(cut, {"-explain"}).out, ::testing::HasSubstr("cut-off guard"));
