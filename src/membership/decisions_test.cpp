@@ -201,7 +201,7 @@ TEST(Decisions, ObservedSilence) {
       {"this watcher's own stamps are no heartbeat",
        {{0, 100, 0, 0, 0, false}, {2000, 101, 1, 2000, 2000, false},
         {16000, 102, 2, 16000, 1, false, I}, {18000, 102, 0, 18000, 2001, false, I},
-        {30000, 103, 3, 0, 0, true}}},
+        {30000, 103, 3, 0, 0, true, I}}},
       {"a row made active again is its server, even right after this watcher's status",
        {{0, 100, 0, 0, 0, false}, {2000, 101, 2, 0, 0, true}}},
       {"time unread is not silence; a long outage starts the count again",
