@@ -87,6 +87,13 @@ SECONDS=0
 inside dpkg -i /prev.deb >/dev/null || fail "dpkg -i of the previous build"
 inside systemctl is-enabled -q qorclustd && inside systemctl is-active -q qorclustd ||
   fail "not enabled and started on install: $(inside systemctl status qorclustd)"
+# Active only after the first heartbeat: the row's insert time, taken as that heartbeat began,
+# precedes the unit's. Asked of the first start, whose heartbeat inserted the row; a later daemon
+# only updates it.
+wrote=$(inside mariadb -N qor -e 'select qortimemill from clusters')
+active=$(show ActiveEnterTimestamp)
+[ -n "$wrote" ] && [ "$wrote" -le "$(date -d "${active#* }" +%s%3N)" ] ||
+  fail "active at $active, before the first heartbeat (${wrote:-no row})"
 inside sh -c 'cd /usr/share/qorclustd && test -s schema.sql -a -s qorclustd-alerts.yml -a -s qorclustd-dashboard.json' ||
   fail "schema, alert rules or dashboard missing from /usr/share/qorclustd"
 page=$(LANG=C MANWIDTH=500 inside man -l /usr/share/man/man8/qorclustd.8.gz 2>"$1/man.err")
@@ -102,12 +109,6 @@ old=$(main)
 inside dpkg -i /qorclustd.deb >/dev/null || fail "dpkg -i of the upgrade"
 [ "$(inside dpkg-query -W -f '${Version}' qorclustd)" = 4.0.16 ] && [ -n "$(daemons)" ] &&
   [ "$(daemons)" = "$(main)" ] && [ "$(main)" != "$old" ] || fail "not restarted on upgrade: $(daemons)"
-# Active only after the first heartbeat: the row's insert time, taken as that heartbeat began,
-# precedes the unit's.
-wrote=$(inside mariadb -N qor -e 'select qortimemill from clusters')
-active=$(show ActiveEnterTimestamp)
-[ -n "$wrote" ] && [ "$wrote" -le "$(date -d "${active#* }" +%s%3N)" ] ||
-  fail "active at $active, before the first heartbeat (${wrote:-no row})"
 [ "$(inside qorclustd -ps | wc -l)" = 1 ] && [ "$(daemons)" = "$(main)" ] || fail "one daemon: $(daemons)"
 # Each cycle tells the watchdog, and the status line says what the daemon does.
 pinged=$(show WatchdogTimestampMonotonic)
